@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Installs the build tree into a scratch prefix, then builds a host with
+# find_package(vexa CONFIG) and another with pkg-config, and runs both.
+set -euo pipefail
+build=$1
+src=$(cd "$(dirname "$0")" && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cmake --install "$build" --prefix "$work/prefix" >/dev/null
+for f in include/vexa/vexa.h lib/libvexa.so lib/cmake/vexa/vexaConfig.cmake lib/pkgconfig/vexa.pc; do
+  [ -e "$work/prefix/$f" ] || { echo "missing $f in the installed package"; exit 1; }
+done
+cmake -S "$src" -B "$work/cm" -DCMAKE_PREFIX_PATH="$work/prefix" -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake --build "$work/cm" >/dev/null
+LD_LIBRARY_PATH="$work/prefix/lib" "$work/cm/host"
+if command -v pkg-config >/dev/null; then
+  # shellcheck disable=SC2046
+  PKG_CONFIG_PATH="$work/prefix/lib/pkgconfig" g++ -o "$work/pc_host" "$src/host.cpp" \
+    $(PKG_CONFIG_PATH="$work/prefix/lib/pkgconfig" pkg-config --cflags --libs vexa)
+  LD_LIBRARY_PATH="$work/prefix/lib" "$work/pc_host"
+fi

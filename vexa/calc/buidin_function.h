@@ -1,0 +1,23 @@
+#ifndef VEXA_CALC_BUIDIN_FUNCTION_H
+#define VEXA_CALC_BUIDIN_FUNCTION_H
+
+#include "vexa/calc/icalculator.h"
+
+typedef bool (*BuildInFunctionPtr)(int count, VEXA_Data* args, VEXA_Data& result);
+
+// Calculator wrapping one built-in implementation; made by
+// FunctionFactory::CreateFunction, named after the function.
+class VEXA_API BuidInFunction : public ICalculator {
+public:
+    BuidInFunction(VEXA_WString& name, BuildInFunctionPtr function);
+    ICalculator* getDerivativeCalculator(int paramIndex) override;
+
+protected:
+    bool Calculate(VEXA_Data& result) override;
+    ~BuidInFunction() override;
+
+private:
+    BuildInFunctionPtr m_function;
+};
+
+#endif

@@ -1,0 +1,22 @@
+#ifndef VEXA_CALC_BUILTINS_H
+#define VEXA_CALC_BUILTINS_H
+
+#include <cstddef>
+
+#include "vexa/calc/buidin_function.h"
+
+// The built-in table, internal to the library: rows in insertion order.
+namespace vexa_builtins {
+
+struct Row {
+    const wchar_t* name;
+    BuildInFunctionPtr function;
+};
+
+// The rows of the table and their number (102; DXYZ and VXYZ appear twice).
+const Row* Table();
+std::size_t TableSize();
+
+}  // namespace vexa_builtins
+
+#endif

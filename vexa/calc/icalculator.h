@@ -1,0 +1,40 @@
+#ifndef VEXA_CALC_ICALCULATOR_H
+#define VEXA_CALC_ICALCULATOR_H
+
+#include "vexa/core/data.h"
+#include "vexa/core/export.h"
+#include "vexa/core/wstring.h"
+
+// Reference-counted calculator. A count of 0 means one owner; Release deletes
+// the object at 0 and returns true.
+class VEXA_API ICalculator {
+public:
+    virtual ICalculator* getDerivativeCalculator(int paramIndex) = 0;
+
+    bool AddRef();
+    bool Release();
+    bool Evaluate(int count, VEXA_Data* params, VEXA_Data& result);
+    VEXA_Data& getParam(int index);
+    int getParamCount();
+    VEXA_Data* getParams();
+    VEXA_WString& getName();
+
+    ICalculator(const ICalculator&) = delete;
+    ICalculator& operator=(const ICalculator&) = delete;
+
+protected:
+    explicit ICalculator(VEXA_WString& name);
+    ICalculator();
+    virtual bool Calculate(VEXA_Data& result) = 0;
+    virtual ~ICalculator();
+
+    VEXA_WString m_name;
+    int m_param_count;
+    VEXA_Data* m_params;
+    int m_ref_count;
+
+private:
+    bool SetParams(int count, VEXA_Data* params);
+};
+
+#endif

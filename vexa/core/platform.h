@@ -1,0 +1,39 @@
+#ifndef VEXA_CORE_PLATFORM_H
+#define VEXA_CORE_PLATFORM_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+// Portability layer: the few platform routines the library relies on, with
+// results that do not depend on the C locale. Internal to the library.
+namespace vexa_platform {
+
+// Millisecond tick counter; wraps around like a 32-bit counter.
+std::uint32_t TickCount();
+
+// Case-insensitive comparison folding only A-Z, code units compared as
+// unsigned values; a null text compares like an empty one.
+int WcsICmp(const wchar_t* a, const wchar_t* b);
+
+// Longest leading decimal number (digits, one point, an exponent of E or e
+// with optional sign) converted to double, "C" locale rules always; 0.0 when
+// the text begins with no number.
+double WToF(const wchar_t* text);
+
+// The text of a 32-bit integer as "%d" would write it.
+std::wstring FormatInt(std::int32_t v);
+
+// Truncation toward zero to a 32-bit signed integer; NaN and values whose
+// truncation lies outside the 32-bit range give -2147483648.
+std::int32_t Trunc32(double v);
+
+// White space as the standard wide test sees it in the "C" locale.
+bool IsWSpace(wchar_t c);
+
+// Length of a zero-terminated wide text; 0 for a null pointer.
+std::size_t WLen(const wchar_t* s);
+
+}  // namespace vexa_platform
+
+#endif

@@ -1,0 +1,41 @@
+#ifndef VEXA_TREE_NODE_UTIL_H
+#define VEXA_TREE_NODE_UTIL_H
+
+#include <cstddef>
+#include <string>
+
+// Internal helpers shared by the node classes; not part of the host interface.
+namespace vexa_tree {
+
+// Indentation of a dump line: ten blanks per level, nothing for level <= 0.
+std::wstring DumpIndent(int level);
+
+// Derivative trees can grow exponentially on legal texts (nested MAX/MIN
+// repeat a derivative, power chains copy the whole node at every level). While
+// a DerivativeBudgetScope is active on a thread, every node that Copy or a
+// derivative rule creates is charged against it, and ChargeNode throws
+// BudgetExceeded once the budget is spent. Expression::getDerivativeCalculator
+// opens a scope, catches the exception and returns null. Outside any scope
+// ChargeNode does nothing.
+constexpr std::size_t kDerivativeNodeBudget = 1000000;
+
+struct BudgetExceeded {};
+
+class DerivativeBudgetScope {
+public:
+    explicit DerivativeBudgetScope(std::size_t budget = kDerivativeNodeBudget);
+    ~DerivativeBudgetScope();
+    DerivativeBudgetScope(const DerivativeBudgetScope&) = delete;
+    DerivativeBudgetScope& operator=(const DerivativeBudgetScope&) = delete;
+
+private:
+    std::size_t m_left;
+    DerivativeBudgetScope* m_outer;
+    friend void ChargeNode();
+};
+
+void ChargeNode();
+
+}  // namespace vexa_tree
+
+#endif
