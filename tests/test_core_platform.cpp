@@ -1,0 +1,93 @@
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cmath>
+#include <limits>
+
+// The portability routines are hidden inside the shared library, so the test
+// builds its own copy of them.
+#include "vexa/core/platform.cpp"
+
+namespace {
+
+using namespace vexa_platform;
+
+TEST(CorePlatform, WToF) {
+    const double inf = std::numeric_limits<double>::infinity();
+    struct Case {
+        const wchar_t* text;
+        double value;
+    } cases[] = {
+        {L"2.5", 2.5}, {L"5.", 5.0}, {L".5", 0.5}, {L"0.1", 0.1}, {L"000123.5D", 123.5},
+        {L"1E3", 1000.0}, {L"1e+3x", 1000.0}, {L"2.5e-1", 0.25}, {L"1e", 1.0}, {L"1e+", 1.0},
+        {L"1.5.5", 1.5}, {L" \t-3.25", -3.25}, {L"+7", 7.0}, {L"", 0.0}, {L".", 0.0},
+        {L"-.e5", 0.0}, {L"D", 0.0}, {L"0x10", 0.0}, {L"1,5", 1.0},
+        {L"123456789012345678901234567890", 1.2345678901234568e29},
+        {L"1.7976931348623157e308", 1.7976931348623157e308},
+        {L"1e400", inf}, {L"-1e400", -inf}, {L"1e99999999999999999999", inf}, {L"1e-400", 0.0},
+        {L"4.9e-324", 4.9406564584124654e-324},
+        // Exactly halfway between 1 and the next double rounds to even; a
+        // hair above rounds up.
+        {L"1.00000000000000011102230246251565404236316680908203125", 1.0},
+        {L"1.000000000000000111022302462515654042363166809082031251", 1.0000000000000002},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "text '" << c.text << "'");
+        EXPECT_EQ(WToF(c.text), c.value);
+    }
+    EXPECT_EQ(WToF(nullptr), 0.0);
+    EXPECT_TRUE(std::signbit(WToF(L"-0")));
+}
+
+TEST(CorePlatform, WToFIgnoresTheLocale) {
+    const char* old = std::setlocale(LC_NUMERIC, nullptr);
+    const std::string saved = old ? old : "C";
+    bool switched = false;
+    for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8"})
+        if (std::setlocale(LC_NUMERIC, name)) {
+            switched = true;
+            break;
+        }
+    const double v = WToF(L"2.5");
+    std::setlocale(LC_NUMERIC, saved.c_str());
+    if (!switched) GTEST_SKIP() << "no locale with a decimal comma installed";
+    EXPECT_EQ(v, 2.5);
+}
+
+TEST(CorePlatform, Trunc32AndFormatInt) {
+    const std::int32_t kMin = std::numeric_limits<std::int32_t>::min();
+    struct Case {
+        double v;
+        std::int32_t t;
+        const wchar_t* text;
+    } cases[] = {
+        {2.75, 2, L"2"}, {-2.75, -2, L"-2"}, {-0.5, 0, L"0"},
+        {2147483647.9, 2147483647, L"2147483647"}, {-2147483648.9, kMin, L"-2147483648"},
+        {2147483648.0, kMin, L"-2147483648"}, {-2147483649.0, kMin, L"-2147483648"},
+        {std::numeric_limits<double>::infinity(), kMin, L"-2147483648"}, {std::nan(""), kMin, L"-2147483648"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.v);
+        EXPECT_EQ(Trunc32(c.v), c.t);
+        EXPECT_EQ(FormatInt(Trunc32(c.v)), c.text);
+    }
+}
+
+TEST(CorePlatform, TextHelpers) {
+    EXPECT_EQ(WcsICmp(L"Time", L"tIME"), 0);
+    EXPECT_LT(WcsICmp(L"a", L"B"), 0);
+    // Folding goes to lower case, so '_' (0x5F) sorts before a folded 'A'.
+    EXPECT_LT(WcsICmp(L"_", L"A"), 0);
+    EXPECT_LT(WcsICmp(nullptr, L"a"), 0);
+    EXPECT_EQ(WcsICmp(nullptr, L""), 0);
+    EXPECT_LT(WcsICmp(L"a", L"\xFFFFFFFF"), 0);
+
+    for (wchar_t c : {L' ', L'\t', L'\n', L'\v', L'\f', L'\r'}) EXPECT_TRUE(IsWSpace(c));
+    for (wchar_t c : {L'\0', L'\b', L'\x0E', L'a', L'\x00A0', L'\x2003'}) EXPECT_FALSE(IsWSpace(c));
+
+    EXPECT_EQ(WLen(nullptr), 0u);
+    EXPECT_EQ(WLen(L""), 0u);
+    EXPECT_EQ(WLen(L"abc"), 3u);
+}
+
+}  // namespace

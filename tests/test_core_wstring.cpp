@@ -1,0 +1,118 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "vexa/core/wstring.h"
+
+namespace {
+
+std::wstring& Convert(const VEXA_WString& s) {
+    return s;
+}
+
+TEST(CoreWString, CopyAssignAppend) {
+    VEXA_WString s(L"ab"), target(L"longer text");
+    target = s;
+    EXPECT_NE(target.getWChar_t(), s.getWChar_t());
+    const VEXA_WString& alias = target;
+    target = alias;
+    EXPECT_STREQ(target.getWChar_t(), L"ab");
+
+    s += L"cd";
+    s += nullptr;
+    EXPECT_STREQ(s.getWChar_t(), L"abcd");
+    s += s.getWChar_t();
+    EXPECT_STREQ(static_cast<const wchar_t*>(s), L"abcdabcd");
+    VEXA_WString empty(L"");
+    ASSERT_NE(empty.getWChar_t(), nullptr);
+    EXPECT_EQ(empty.getWChar_t()[0], L'\0');
+}
+
+TEST(CoreWString, WithoutTextActsAsEmpty) {
+    const VEXA_WString none, from_null(nullptr), copied(none);
+    VEXA_WString assigned(L"x");
+    assigned = none;
+    const VEXA_WString* all[] = {&none, &from_null, &copied, &assigned};
+    for (const VEXA_WString* s : all) {
+        EXPECT_EQ(s->getWChar_t(), nullptr);
+        EXPECT_EQ(Convert(*s), L"NULL");
+        EXPECT_TRUE(*s == VEXA_WString(L""));
+        EXPECT_TRUE(*s < VEXA_WString(L"a"));
+        EXPECT_FALSE(VEXA_WString(L"a") < *s);
+        EXPECT_TRUE(s->SameNoCase(VEXA_WString(L"")));
+        EXPECT_FALSE(s->isTime() || s->isCycleAngle() || s->isResultObject());
+    }
+    VEXA_WString grow;
+    grow += L"ab";
+    EXPECT_STREQ(grow.getWChar_t(), L"ab");
+    grow = none;
+    grow += nullptr;
+    EXPECT_EQ(grow.getWChar_t(), nullptr);
+}
+
+TEST(CoreWString, Ordering) {
+    const struct {
+        const wchar_t *a, *b;
+        bool equal, less;
+    } cases[] = {
+        {L"ABC", L"abc", false, true}, {L"B", L"a", false, true},   {L"a", L"B", false, false},
+        {L"abc", L"abc", true, false}, {L"ab", L"abc", false, true}, {L"abc", L"ab", false, false},
+        {L"", L"a", false, true},
+        // Units above 0x7FFFFFFF order as unsigned values.
+        {L"a", L"\xFFFFFFFF", false, true}, {L"\x80000000", L"\x7FFFFFFF", false, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "case " << (&c - cases));
+        EXPECT_EQ(VEXA_WString(c.a) == VEXA_WString(c.b), c.equal);
+        EXPECT_EQ(VEXA_WString(c.a) < VEXA_WString(c.b), c.less);
+    }
+}
+
+TEST(CoreWString, CaseAndKeywords) {
+    const struct {
+        const wchar_t* text;
+        bool time, cycle, result;
+    } cases[] = {
+        {L"TIME", true, false, false},  {L"time", true, false, false},       {L"Time", true, false, false},
+        {L"TIMES", false, false, false}, {L"TIME ", false, false, false},     {L"cycleangle", false, true, false},
+        {L"CycleAngle", false, true, false}, {L"{}", false, false, true},    {L"{FX}", false, false, true},
+        {L"{", false, false, false},    {L"}", false, false, false},         {L"a}", false, false, false},
+        {L"", false, false, false},
+    };
+    for (const auto& c : cases) {
+        VEXA_WString s(c.text);
+        EXPECT_EQ(s.isTime(), c.time) << "'" << c.text << "'";
+        EXPECT_EQ(s.isCycleAngle(), c.cycle) << "'" << c.text << "'";
+        EXPECT_EQ(s.isResultObject(), c.result) << "'" << c.text << "'";
+    }
+    EXPECT_TRUE(VEXA_WString(L"ABC").SameNoCase(VEXA_WString(L"abc")));
+    EXPECT_FALSE(VEXA_WString(L"\x00C4").SameNoCase(VEXA_WString(L"\x00E4")));  // only A-Z fold
+}
+
+TEST(CoreWString, SharedConversionIsOverwritten) {
+    VEXA_WString first(L"first"), second(L"second");
+    std::wstring& kept = Convert(first);
+    EXPECT_EQ(&Convert(second), &kept);
+    EXPECT_EQ(kept, L"second");
+
+    // Another thread's conversions leave this thread's text alone.
+    Convert(first);
+    std::thread other([] {
+        for (int i = 0; i < 100; ++i) Convert(VEXA_WString(L"other"));
+    });
+    other.join();
+    EXPECT_EQ(kept, L"first");
+}
+
+TEST(CoreWString, NameListVectorCopiesDeeply) {
+    std::vector<VEXA_WString> names(2);
+    names.insert(names.begin() + 1, VEXA_WString(L"TIME"));
+    const std::vector<VEXA_WString> copy = names;
+    EXPECT_EQ(copy[0].getWChar_t(), nullptr);
+    EXPECT_STREQ(copy[1].getWChar_t(), L"TIME");
+    EXPECT_NE(copy[1].getWChar_t(), names[1].getWChar_t());
+}
+
+}  // namespace
