@@ -8,13 +8,20 @@ install(TARGETS vexa EXPORT vexaTargets
   RUNTIME DESTINATION bin
   INCLUDES DESTINATION include)
 
-# Internal headers (portability layer, node helpers, built-in table) stay out.
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/vexa DESTINATION include
-  FILES_MATCHING PATTERN "*.h"
-  PATTERN "platform.h" EXCLUDE
-  PATTERN "node_util.h" EXCLUDE
-  PATTERN "builtins.h" EXCLUDE
-  PATTERN "*_internal.h" EXCLUDE)
+# Only the public headers are installed; the portability layer, node helpers,
+# built-in table and parser internals stay inside the library.
+set(VEXA_PUBLIC_HEADERS
+  vexa/vexa.h
+  vexa/core/export.h vexa/core/data.h vexa/core/wstring.h vexa/core/time_counter.h
+  vexa/tree/inode.h vexa/tree/constant_param.h vexa/tree/variable_param.h
+  vexa/tree/operater_node.h vexa/tree/function_node.h
+  vexa/calc/icalculator.h vexa/calc/expression.h vexa/calc/complex_step_calculator.h
+  vexa/calc/buidin_function.h vexa/calc/function_factory.h
+  vexa/parser/vexa_parser.h)
+foreach(h ${VEXA_PUBLIC_HEADERS})
+  get_filename_component(dir ${h} DIRECTORY)
+  install(FILES ${PROJECT_SOURCE_DIR}/${h} DESTINATION include/${dir})
+endforeach()
 
 install(EXPORT vexaTargets NAMESPACE vexa:: DESTINATION lib/cmake/vexa)
 

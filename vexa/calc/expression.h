@@ -9,6 +9,15 @@
 class INode;
 
 // The calculator the parser hands out: owns the root of an expression tree.
+//
+// getDerivativeCalculator builds a new expression tree, which on some legal
+// texts grows fast with the depth of the original: exponentially for nested
+// MAX/MIN (each level repeats a derivative), quadratically for chains of
+// powers (each level copies the whole power node). Building stops after 1,000,000 nodes; the call then
+// returns null, as for an expression without a root. Hard errors of the
+// derivative rules (the int 1000) and exhausted memory pass to the caller.
+// Copy and getDerivativeCalculator of an expression without a root return
+// null.
 class VEXA_API Expression : public ICalculator {
 public:
     Expression();

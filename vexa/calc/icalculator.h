@@ -13,6 +13,8 @@ public:
 
     bool AddRef();
     bool Release();
+    // A negative count, or a null params with a positive count, is refused:
+    // false, with result and the held parameters untouched.
     bool Evaluate(int count, VEXA_Data* params, VEXA_Data& result);
     VEXA_Data& getParam(int index);
     int getParamCount();

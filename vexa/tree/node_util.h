@@ -10,8 +10,9 @@ namespace vexa_tree {
 // Indentation of a dump line: ten blanks per level, nothing for level <= 0.
 std::wstring DumpIndent(int level);
 
-// Derivative trees can grow exponentially on legal texts (nested MAX/MIN
-// repeat a derivative, power chains copy the whole node at every level). While
+// Derivative trees can grow very large on legal texts: exponentially for
+// nested MAX/MIN (which repeat a derivative), quadratically for power chains
+// (which copy the whole power node at every level). While
 // a DerivativeBudgetScope is active on a thread, every node that Copy or a
 // derivative rule creates is charged against it, and ChargeNode throws
 // BudgetExceeded once the budget is spent. Expression::getDerivativeCalculator
