@@ -1,0 +1,155 @@
+#include <gtest/gtest.h>
+
+#include <pthread.h>
+
+#include <cmath>
+#include <string>
+
+#include "parser_test_util.h"
+
+using namespace parser_test;
+
+namespace {
+
+// The deepest texts must stay within a 1 MiB thread stack (a common default
+// on Windows) from parsing to release. Unoptimised and sanitizer builds have
+// far bigger frames, so there the same work runs on a roomier stack.
+#if defined(__SANITIZE_ADDRESS__) || !defined(NDEBUG)
+const std::size_t kStackBytes = std::size_t(64) << 20;
+#else
+const std::size_t kStackBytes = std::size_t(1) << 20;
+#endif
+
+template <class F>
+void RunOnSmallStack(F work)
+{
+    pthread_attr_t attr;
+    ASSERT_EQ(pthread_attr_init(&attr), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&attr, kStackBytes), 0);
+    pthread_t thread;
+    auto entry = [](void* p) -> void* {
+        (*static_cast<F*>(p))();
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, &attr, entry, &work), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attr);
+}
+
+std::wstring Repeat(const wchar_t* part, int times)
+{
+    std::wstring s;
+    for (int i = 0; i < times; ++i)
+        s += part;
+    return s;
+}
+
+std::wstring Nested(const wchar_t* name, int depth, const wchar_t* inner)
+{
+    return Repeat(name, depth) + inner + Repeat(L")", depth);
+}
+
+TEST(ParserLimits, CallsNestAtMostOneHundredDeep)
+{
+    EXPECT_EQ(ValueOf(Nested(L"ABS(", 100, L"x").c_str(), {-2}), 2);
+    // Many calls side by side at the deepest level are fine.
+    EXPECT_EQ(ValueOf(Nested(L"ABS(", 99, L"ABS(1)+ABS(x)").c_str(), {-2}), 3);
+    // The call opening level 101 throws its position in its argument's text.
+    EXPECT_EQ(ErrorOf(Nested(L"ABS(", 100, L"1+ABS(x)").c_str()), 2);
+    EXPECT_EQ(ErrorOf((L"x-" + Nested(L"ABS(", 120, L"x")).c_str()), 0);
+    // A refused parse does not leave the count raised for the next one.
+    VexaParser parser;
+    EXPECT_THROW(parser.parse(Nested(L"ABS(", 101, L"x").c_str(), nullptr, nullptr), int);
+    EXPECT_TRUE(parser.parse(Nested(L"ABS(", 100, L"x").c_str(), nullptr, nullptr));
+}
+
+TEST(ParserLimits, TreesDeeperThanTheLimitAreRefused)
+{
+    const std::wstring call = L"ABS(x" + Repeat(L"+x", 700) + L")";  // 702 deep
+    const std::wstring texts[] = {
+        Repeat(L"-", 2099) + L"x", Repeat(L"-", 1398) + call,
+        Repeat(L"-", 2100) + L"x", Repeat(L"-", 1399) + call, Repeat(L"!@", 2047) + L"x",
+    };
+    const int codes[] = {kNoError, kNoError, 0, 0, 0};
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(ErrorOf(texts[i].c_str()), codes[i]) << i;
+}
+
+struct DeepCase {
+    std::wstring text;
+    double x, value;
+    bool hasDerivative;
+    double derivative;
+};
+
+// Parse, evaluate, copy, differentiate and release one text.
+void Exercise(const DeepCase& c)
+{
+    const std::string label = Narrow(c.text.substr(0, 12)) + "... (" + std::to_string(c.text.size()) + ")";
+    Parsed p(c.text.c_str(), L"x");
+    ASSERT_TRUE(p.ok()) << label << " threw " << p.code;
+    const double value = EvaluateWith(p.calc, {c.x});
+    EXPECT_NEAR(value, c.value, 1e-9 * std::fabs(c.value) + 1e-12) << label;
+    ICalculator* copy = static_cast<Expression*>(p.calc)->Copy();
+    EXPECT_EQ(EvaluateWith(copy, {c.x}), value) << label;
+    copy->Release();
+    ICalculator* d = p.calc->getDerivativeCalculator(0);
+    if (c.hasDerivative) {
+        ASSERT_NE(d, nullptr) << label;
+        EXPECT_NEAR(EvaluateWith(d, {c.x}), c.derivative, 1e-6 * std::fabs(c.derivative)) << label;
+    }
+    // Otherwise the derivative may outgrow its node budget (null) or not;
+    // either way the host must survive.
+    if (d)
+        d->Release();
+}
+
+TEST(ParserLimits, DeepestTextsOnASmallStack)
+{
+    // Texts as long as the length limit allows (4095 characters) or as deep
+    // as the nesting limits allow.
+    double s = 0.7, ds = 1;
+    for (int i = 0; i < 100; ++i) {
+        ds *= std::cos(s);
+        s = std::sin(s);
+    }
+    std::wstring sines = Nested(L"SIN(", 100, L"x");
+    for (int i = 0; i < 7; ++i)
+        sines += L"+" + Nested(L"SIN(", 100, L"x");
+    const DeepCase cases[] = {
+        {L"x" + Repeat(L"+x", 2047), 0.5, 1024, true, 2048},
+        {L"x" + Repeat(L"^1", 2047), 3, 3, true, 1},
+        {L"1" + Repeat(L"^2", 2047), 1, 1, true, 0},
+        {Repeat(L"-", 2099) + L"x", 1.5, -1.5, true, -1},
+        {Repeat(L"-(", 1364) + L"x*2" + Repeat(L")", 1364), 1.5, 3, true, 2},
+        {Repeat(L"(", 2047) + L"x" + Repeat(L")", 2047), 4, 4, true, 1},
+        {sines, 0.7, 8 * s, true, 8 * ds},
+        {Nested(L"ABS(", 100, (L"x" + Repeat(L"+x", 700)).c_str()), 1, 701, true, 701},
+        // Derivatives of nested MAX double at every level.
+        {Repeat(L"MAX(", 100) + L"x" + Repeat(L",1)", 100), 0, 1, false, 0},
+    };
+    RunOnSmallStack([&cases]() {
+        for (const DeepCase& c : cases)
+            Exercise(c);
+    });
+}
+
+TEST(ParserLimits, FailuresDeepInsideReleaseEverything)
+{
+    // Errors at the innermost level unwind through every level; the
+    // sanitizer build checks that nothing leaks.
+    const std::wstring texts[] = {
+        Nested(L"SIN(", 100, L"x+#"),
+        Nested(L"MAX(1,", 100, L"x+2*"),
+        Nested(L"IMPACT({p},", 30, L"1"),
+        L"x" + Repeat(L"+x", 2046) + L"+#",
+        Repeat(L"-", 2000) + L"x(",
+    };
+    const int codes[] = {2, 0, 100, 4094, 0};
+    RunOnSmallStack([&]() {
+        for (int i = 0; i < 5; ++i)
+            EXPECT_EQ(ErrorOf(texts[i].c_str()), codes[i]) << i;
+    });
+}
+
+}  // namespace
