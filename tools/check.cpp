@@ -1,0 +1,50 @@
+#include "tools/check.h"
+
+#include <istream>
+#include <ostream>
+
+#include "tools/errors.h"
+#include "tools/session.h"
+#include "tools/wide.h"
+
+namespace vexa_cli {
+
+std::string StripCr(std::string line) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    return line;
+}
+
+bool IsExpressionLine(const std::string& line) {
+    const std::size_t p = line.find_first_not_of(" \t");
+    return p != std::string::npos && line[p] != '#';
+}
+
+CheckStats CheckStream(std::istream& in, const std::string& source, const std::optional<std::wstring>& list,
+                       bool verbose, std::ostream& out, std::ostream& err) {
+    CheckStats stats;
+    std::string line;
+    int number = 0;
+    while (std::getline(in, line)) {
+        ++number;
+        line = StripCr(line);
+        if (!IsExpressionLine(line)) continue;
+        ++stats.checked;
+        const std::wstring text = ToWide(line);
+        Parsed p = ParseText(text, list);
+        const std::string where = source + ":" + std::to_string(number) + ": ";
+        if (p.status == ParseStatus::Ok) {
+            if (verbose)
+                out << where << "ok; parameters: " << JoinNames(p.params)
+                    << (p.can_plot ? "" : " (not plottable: calls IMPACT or BISTOP)") << '\n';
+            continue;
+        }
+        ++stats.failed;
+        if (p.status == ParseStatus::ListRejected)
+            err << where << "error: " << DescribeListRejection(list ? *list : std::wstring()) << '\n';
+        else
+            err << where << "error: " << DescribeSyntaxError(text, list, p.code);
+    }
+    return stats;
+}
+
+}  // namespace vexa_cli

@@ -1,0 +1,349 @@
+#include "tools/commands.h"
+
+#include <cmath>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+#include "tools/call_forms.h"
+#include "tools/check.h"
+#include "tools/dot_tree.h"
+#include "tools/errors.h"
+#include "tools/explain.h"
+#include "tools/numbers.h"
+#include "tools/session.h"
+#include "tools/svg_plot.h"
+#include "tools/sweep.h"
+#include "tools/values.h"
+#include "tools/wide.h"
+
+namespace vexa_cli {
+
+namespace {
+
+void Error(const std::string& msg) {
+    std::cerr << "vexa: error: " << msg;
+    if (msg.empty() || msg.back() != '\n') std::cerr << '\n';
+}
+
+std::optional<std::wstring> WideList(const std::optional<std::string>& list) {
+    if (!list) return std::nullopt;
+    return ToWide(*list);
+}
+
+// Parses the expression, printing why when it fails.
+bool Load(const ExprArgs& a, Parsed& p, int& exitCode) {
+    p = ParseText(ToWide(a.expression), WideList(a.list));
+    if (p.status == ParseStatus::ListRejected) {
+        Error(DescribeListRejection(*p.list));
+        exitCode = kExitList;
+        return false;
+    }
+    if (p.status == ParseStatus::SyntaxError) {
+        Error(DescribeSyntaxError(p.text, p.list, p.code));
+        exitCode = kExitSyntax;
+        return false;
+    }
+    return true;
+}
+
+bool LoadAssignments(const std::vector<std::string>& args, std::vector<Assignment>& out) {
+    for (const std::string& s : args) {
+        Assignment a;
+        std::string msg;
+        if (!ParseAssignment(s, a, msg)) {
+            Error(msg);
+            return false;
+        }
+        out.push_back(std::move(a));
+    }
+    return true;
+}
+
+void NoteUnused(const std::vector<std::string>& unused, const std::vector<std::wstring>& params) {
+    for (const std::string& n : unused)
+        std::cerr << "vexa: note: '" << n << "' is not a parameter of this expression and is ignored (parameters: "
+                  << JoinNames(params) << ")\n";
+}
+
+// Parameter index of a name given on the command line, or an error message.
+bool ResolveParam(const std::string& name, const std::vector<std::wstring>& params, int& index) {
+    index = FindParam(params, ToWide(name));
+    if (index >= 0) return true;
+    Error("'" + name + "' is not a parameter of this expression; its parameters are: " + JoinNames(params));
+    return false;
+}
+
+std::string FixedValuesText(const std::vector<std::wstring>& params, const std::vector<VEXA_Data>& values, int skip) {
+    std::string s;
+    for (std::size_t i = 0; i < params.size(); ++i) {
+        if (static_cast<int>(i) == skip || SameNoCase(params[i], params[skip < 0 ? 0 : skip])) continue;
+        s += (s.empty() ? "" : ", ") + ToUtf8(params[i]) + " = " + FormatValue(values[i]);
+    }
+    return s;
+}
+
+}  // namespace
+
+bool WriteFileText(const std::string& path, const std::string& text, std::string& error) {
+    if (path == "-") {
+        std::cout << text;
+        return true;
+    }
+    std::ofstream f(path, std::ios::binary);
+    if (f) f << text;
+    if (!f) {
+        error = "cannot write '" + path + "'";
+        return false;
+    }
+    return true;
+}
+
+int RunEval(const ExprArgs& a, const std::vector<std::string>& derivatives) {
+    std::vector<Assignment> given;
+    if (!LoadAssignments(a.assignments, given)) return kExitUsage;
+    Parsed p;
+    int rc = kExitOk;
+    if (!Load(a, p, rc)) return rc;
+    std::vector<int> dIdx;
+    for (const std::string& d : derivatives) {
+        int i = 0;
+        if (!ResolveParam(d, p.params, i)) return kExitUsage;
+        dIdx.push_back(i);
+    }
+    std::vector<VEXA_Data> values;
+    std::vector<std::string> unused;
+    std::string msg;
+    if (!BindValues(p.params, given, values, msg, &unused)) {
+        Error(msg);
+        return kExitUsage;
+    }
+    NoteUnused(unused, p.params);
+    std::cout << "parameters: " << JoinNames(p.params) << '\n';
+    for (std::size_t i = 0; i < p.params.size(); ++i)
+        std::cout << "  " << ToUtf8(p.params[i]) << " = " << FormatValue(values[i]) << '\n';
+    EvalResult r = EvaluateAt(p.calc.get(), values);
+    if (!r.ok) {
+        std::string why = r.thrown ? DescribeThrownCode(r.code) : DescribeNullResult();
+        if (!r.thrown) {
+            const std::string culprit = FindRefusedCall(p.text, p.list, given);
+            if (!culprit.empty()) why = "null result: " + culprit;
+        }
+        Error("cannot evaluate '" + a.expression + "': " + why);
+        return kExitEval;
+    }
+    auto show = [](const std::string& label, const VEXA_Data& v) {
+        std::cout << label;
+        if (v.getType() != DT_SCALAR) std::cout << " (" << DescribeShape(v) << ")";
+        std::cout << " = " << FormatValue(v) << '\n';
+    };
+    show("value", r.value);
+    for (int d : dIdx) {
+        int code = 0;
+        CalcHandle h = DerivativeOf(p.calc.get(), d, code);
+        const std::string label = "d/d" + ToUtf8(p.params[d]);
+        if (!h) {
+            Error(label + ": " + (code ? DescribeThrownCode(code)
+                                       : std::string("the derivative tree grew beyond the library's size limit")));
+            return kExitEval;
+        }
+        EvalResult dr = EvaluateAt(h.get(), values);
+        if (!dr.ok) {
+            Error(label + " has no value here: " + (dr.thrown ? DescribeThrownCode(dr.code) : DescribeNullResult()));
+            return kExitEval;
+        }
+        show(label, dr.value);
+    }
+    return kExitOk;
+}
+
+int RunSweep(const SweepArgs& a) {
+    std::vector<Assignment> given;
+    if (!LoadAssignments(a.expr.assignments, given)) return kExitUsage;
+    auto from = ParseNumber(a.from), to = ParseNumber(a.to);
+    if (!from || !to || !std::isfinite(*from) || !std::isfinite(*to)) {
+        Error("--from and --to must be finite numbers such as 0, -1.5 or 2e-3 (got '" + a.from + "' and '" + a.to + "')");
+        return kExitUsage;
+    }
+    if (a.points < 1 || a.points > 1000000) {
+        Error("--points must be between 1 and 1000000");
+        return kExitUsage;
+    }
+    Parsed p;
+    int rc = kExitOk;
+    if (!Load(a.expr, p, rc)) return rc;
+    if (!a.svg.empty() && !p.can_plot) {
+        Error("this expression calls IMPACT or BISTOP, which the library marks as not plottable; evaluate it at "
+              "chosen values with 'vexa eval' instead (or leave out --svg to get the table)");
+        return kExitUsage;
+    }
+    SweepRequest req;
+    req.from = *from;
+    req.to = *to;
+    req.points = a.points;
+    if (a.over.empty()) {
+        if (p.params.size() != 1) {
+            Error("say which parameter to sweep with --over NAME; the parameters are: " + JoinNames(p.params));
+            return kExitUsage;
+        }
+        req.index = 0;
+    } else if (!ResolveParam(a.over, p.params, req.index)) {
+        return kExitUsage;
+    }
+    if (a.derivative) req.derivatives.push_back(req.index);
+    for (const std::string& w : a.wrt) {
+        int i = 0;
+        if (!ResolveParam(w, p.params, i)) return kExitUsage;
+        req.derivatives.push_back(i);
+    }
+    // The swept parameter needs no value of its own.
+    std::vector<Assignment> withX = given;
+    Assignment x;
+    x.name = p.params[req.index];
+    x.value = VEXA_Data(req.from);
+    withX.insert(withX.begin(), x);
+    std::vector<VEXA_Data> values;
+    std::vector<std::string> unused;
+    std::string msg;
+    if (!BindValues(p.params, withX, values, msg, &unused)) {
+        Error(msg);
+        return kExitUsage;
+    }
+    NoteUnused(unused, p.params);
+    SweepResult result;
+    if (!vexa_cli::RunSweep(p.calc.get(), p.params, values, req, result, msg)) {
+        Error(msg);
+        return kExitEval;
+    }
+    for (const std::string& n : MissingNotes(result)) std::cerr << "vexa: note: " << n << '\n';
+    if (!a.no_table && a.csv != "-") {
+        std::cout << "parameters: " << JoinNames(p.params) << '\n';
+        const std::string fixed = FixedValuesText(p.params, values, req.index);
+        if (!fixed.empty()) std::cout << "fixed: " << fixed << '\n';
+        PrintTable(std::cout, result);
+    }
+    if (!a.csv.empty()) {
+        std::ostringstream csv;
+        WriteCsv(csv, result);
+        if (!WriteFileText(a.csv, csv.str(), msg)) {
+            Error(msg);
+            return kExitIo;
+        }
+        if (a.csv != "-") std::cerr << "vexa: wrote " << a.csv << '\n';
+    }
+    if (!a.svg.empty()) {
+        const std::string fixed = FixedValuesText(p.params, values, req.index);
+        PlotPage page = PlotOfSweep(result, a.title.empty() ? a.expr.expression : a.title,
+                                    (a.title.empty() ? std::string() : a.expr.expression + (fixed.empty() ? "" : "   ")) + fixed);
+        if (!WriteFileText(a.svg, RenderSvg(page), msg)) {
+            Error(msg);
+            return kExitIo;
+        }
+        std::cerr << "vexa: wrote " << a.svg << '\n';
+    }
+    return kExitOk;
+}
+
+int RunTree(const ExprArgs& a, const std::vector<std::string>& derivatives, const std::string& dotPath) {
+    Parsed p;
+    int rc = kExitOk;
+    if (!Load(a, p, rc)) return rc;
+    std::vector<int> dIdx;
+    for (const std::string& d : derivatives) {
+        int i = 0;
+        if (!ResolveParam(d, p.params, i)) return kExitUsage;
+        dIdx.push_back(i);
+    }
+    Expression* expr = dynamic_cast<Expression*>(p.calc.get());
+    if (!expr) {
+        Error("the library returned a calculator that cannot be dumped");
+        return kExitEval;
+    }
+    struct Dumped {
+        std::string title;
+        std::vector<std::wstring> lines;
+    };
+    std::vector<Dumped> dumps;
+    dumps.push_back({"expression: " + a.expression, {}});
+    expr->Dump(dumps.back().lines);
+    for (int d : dIdx) {
+        int code = 0;
+        CalcHandle h = DerivativeOf(p.calc.get(), d, code);
+        Expression* de = dynamic_cast<Expression*>(h.get());
+        if (!de) {
+            Error("cannot differentiate with respect to " + ToUtf8(p.params[d]) + ": " +
+                  (code ? DescribeThrownCode(code) : std::string("the derivative tree grew beyond the library's size limit")));
+            return kExitEval;
+        }
+        dumps.push_back({"derivative with respect to " + ToUtf8(p.params[d]), {}});
+        de->Dump(dumps.back().lines);
+    }
+    const bool dotToStdout = dotPath == "-";
+    if (!dotToStdout) {
+        std::cout << "parameters:";
+        for (std::size_t i = 0; i < p.params.size(); ++i)
+            std::cout << (i ? ", " : " ") << ToUtf8(p.params[i]) << " (v:" << i << ")";
+        if (p.params.empty()) std::cout << " (none)";
+        std::cout << "\n(a node's left operand is listed above it and its right operand below it, a call's arguments "
+                     "above its name;\n each level is indented ten more blanks; constants show their whole part)\n";
+        for (const Dumped& d : dumps) {
+            std::cout << '\n' << d.title << '\n';
+            for (const std::wstring& l : d.lines) std::cout << ToUtf8(l) << '\n';
+        }
+    }
+    if (!dotPath.empty()) {
+        std::vector<std::unique_ptr<TreeNode>> trees;
+        std::vector<DotGraph> graphs;
+        for (const Dumped& d : dumps) {
+            trees.push_back(TreeFromDump(d.lines));
+            if (!trees.back()) {
+                Error("could not rebuild the tree of '" + d.title + "' from its dump lines");
+                return kExitEval;
+            }
+            graphs.push_back({d.title, trees.back().get()});
+        }
+        std::string msg;
+        if (!WriteFileText(dotPath, RenderDot(graphs, p.params), msg)) {
+            Error(msg);
+            return kExitIo;
+        }
+        if (!dotToStdout)
+            std::cerr << "vexa: wrote " << dotPath << " (render it with: dot -Tsvg " << dotPath << " -o tree.svg)\n";
+    }
+    return kExitOk;
+}
+
+int RunCheck(const std::vector<std::string>& files, const std::optional<std::string>& list, bool verbose) {
+    CheckStats total;
+    bool ioError = false;
+    const std::optional<std::wstring> wlist = WideList(list);
+    for (const std::string& f : files) {
+        CheckStats s;
+        if (f == "-") {
+            s = CheckStream(std::cin, "<stdin>", wlist, verbose, std::cout, std::cerr);
+        } else {
+            std::ifstream in(f, std::ios::binary);
+            if (!in) {
+                Error("cannot read '" + f + "'");
+                ioError = true;
+                continue;
+            }
+            s = CheckStream(in, f, wlist, verbose, std::cout, std::cerr);
+        }
+        total.checked += s.checked;
+        total.failed += s.failed;
+    }
+    std::cout << total.checked << " expression" << (total.checked == 1 ? "" : "s") << " checked, " << total.failed
+              << " with errors\n";
+    if (ioError) return kExitIo;
+    return total.failed ? kExitCheckFailed : kExitOk;
+}
+
+int RunFunctions(const std::vector<std::string>& names, bool namesOnly) {
+    std::vector<std::string> unknown;
+    ListFunctions(std::cout, names, namesOnly, unknown);
+    for (const std::string& u : unknown) Error("'" + u + "' is not a function of the language");
+    return unknown.empty() ? kExitOk : kExitUsage;
+}
+
+}  // namespace vexa_cli

@@ -1,0 +1,41 @@
+#ifndef VEXA_TOOLS_COMMANDS_H
+#define VEXA_TOOLS_COMMANDS_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vexa_cli {
+
+// Options shared by the commands that take one expression.
+struct ExprArgs {
+    std::string expression;
+    std::vector<std::string> assignments;  // NAME=VALUE
+    std::optional<std::string> list;       // the host's parameter-name list
+};
+
+struct SweepArgs {
+    ExprArgs expr;
+    std::string over;
+    std::string from, to;
+    int points = 101;
+    bool derivative = false;
+    std::vector<std::string> wrt;
+    std::string csv, svg, title;
+    bool no_table = false;
+};
+
+// Each returns the program's exit status.
+int RunEval(const ExprArgs& a, const std::vector<std::string>& derivatives);
+int RunSweep(const SweepArgs& a);
+int RunTree(const ExprArgs& a, const std::vector<std::string>& derivatives, const std::string& dotPath);
+int RunCheck(const std::vector<std::string>& files, const std::optional<std::string>& list, bool verbose);
+int RunFunctions(const std::vector<std::string>& names, bool namesOnly);
+int RunDemo(const std::string& file, const std::string& outDir, int points, int rows);
+
+// Writes `text` to `path` ("-" is standard output); false with a message on failure.
+bool WriteFileText(const std::string& path, const std::string& text, std::string& error);
+
+}  // namespace vexa_cli
+
+#endif

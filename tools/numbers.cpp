@@ -1,0 +1,48 @@
+#include "tools/numbers.h"
+
+#include <charconv>
+#include <cmath>
+
+namespace vexa_cli {
+
+std::optional<double> ParseNumber(std::string_view text, bool* outOfRange) {
+    if (outOfRange) *outOfRange = false;
+    std::size_t b = 0;
+    std::size_t e = text.size();
+    while (b < e && (text[b] == ' ' || text[b] == '\t')) ++b;
+    while (e > b && (text[e - 1] == ' ' || text[e - 1] == '\t')) --e;
+    text = text.substr(b, e - b);
+    // from_chars refuses a leading '+', which people do write.
+    if (!text.empty() && text[0] == '+') {
+        text.remove_prefix(1);
+        if (!text.empty() && (text[0] == '-' || text[0] == '+')) return std::nullopt;
+    }
+    if (text.empty()) return std::nullopt;
+    double v = 0.0;
+    auto res = std::from_chars(text.data(), text.data() + text.size(), v);
+    if (res.ptr != text.data() + text.size()) return std::nullopt;
+    if (res.ec == std::errc::result_out_of_range && outOfRange) *outOfRange = true;
+    if (res.ec != std::errc()) return std::nullopt;
+    return v;
+}
+
+static std::string Finish(const char* buf, const char* end, double v) {
+    std::string s(buf, end);
+    // "-0" carries no information for a reader and upsets column alignment.
+    if (v == 0.0) return "0";
+    return s;
+}
+
+std::string FormatExact(double v) {
+    char buf[64];
+    auto res = std::to_chars(buf, buf + sizeof buf, v);
+    return Finish(buf, res.ptr, v);
+}
+
+std::string FormatShort(double v, int digits) {
+    char buf[64];
+    auto res = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::general, digits);
+    return Finish(buf, res.ptr, v);
+}
+
+}  // namespace vexa_cli

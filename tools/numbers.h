@@ -1,0 +1,23 @@
+#ifndef VEXA_TOOLS_NUMBERS_H
+#define VEXA_TOOLS_NUMBERS_H
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace vexa_cli {
+
+// Decimal number as written on a command line ("1.5", "-2e-3", "+4", "inf",
+// "nan"). Parsed with std::from_chars so a host locale with a decimal comma
+// cannot change what "1.5" means. The whole text must be the number.
+std::optional<double> ParseNumber(std::string_view text, bool* outOfRange = nullptr);
+
+// Shortest text that reads back as the same double.
+std::string FormatExact(double v);
+
+// At most `digits` significant digits, for tables and axis labels.
+std::string FormatShort(double v, int digits = 6);
+
+}  // namespace vexa_cli
+
+#endif
