@@ -92,8 +92,6 @@ bool LoadSet(const std::string& file, ExpressionSet& set)
     return true;
 }
 
-#if VEXA_BENCH_HAVE_PARSER
-
 // Parses one line; null when the language rejects it.
 ICalculator* ParseLine(VexaParser& parser, const std::wstring& line, bool with_e)
 {
@@ -207,8 +205,6 @@ void BM_EvaluateParsed(benchmark::State& state, const ExpressionSet* set)
         p.calc->Release();
 }
 
-#endif  // VEXA_BENCH_HAVE_PARSER
-
 std::vector<ExpressionSet>& Sets()
 {
     static std::vector<ExpressionSet> sets;
@@ -227,20 +223,12 @@ const bool kRegistered = [] {
         std::fprintf(stderr, "bench_parse: no expression sets in %s (set VEXA_BENCH_DIR)\n",
                      BenchDir().c_str());
     }
-#if VEXA_BENCH_HAVE_PARSER
     for (const ExpressionSet& set : Sets()) {
         benchmark::RegisterBenchmark(("BM_Parse/" + set.file).c_str(), BM_Parse, &set)
             ->Unit(benchmark::kMillisecond);
         benchmark::RegisterBenchmark(("BM_EvaluateParsed/" + set.file).c_str(), BM_EvaluateParsed, &set)
             ->Unit(benchmark::kMillisecond);
     }
-#else
-    benchmark::RegisterBenchmark("BM_Parse/parser_not_built", [](benchmark::State& state) {
-        for (auto _ : state) {
-        }
-        state.SkipWithError("the parser is not part of this build yet");
-    });
-#endif
     return true;
 }();
 
