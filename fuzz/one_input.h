@@ -1,0 +1,333 @@
+#ifndef VEXA_FUZZ_ONE_INPUT_H
+#define VEXA_FUZZ_ONE_INPUT_H
+
+// One fuzzing input taken through everything a host can do with a text:
+// parse, read the parameter order, evaluate, copy, dump, differentiate and
+// release. Shared by the fuzzer and by the test that replays its findings, so
+// a saved finding fails the ordinary test suite the same way it failed here.
+//
+// Input layout: if the bytes contain a newline, the part before the first one
+// is the parameter-name list and the rest is the expression; without a
+// newline the whole input is the expression and the list is null. Bytes are
+// read as lenient UTF-8; a 0xFF byte followed by four bytes gives one raw
+// 32-bit code unit, so code units above U+10FFFF and "negative" wchar_t values
+// reach the parser too.
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "vexa/vexa.h"
+
+namespace vexa_fuzz {
+
+// Registered once per process so that texts can call a host function; the
+// name is upper case because the parser upper-cases call names.
+inline void Setup()
+{
+    static bool done = false;
+    if (done)
+        return;
+    done = true;
+    FunctionFactory* factory = FunctionFactory::getInstance();
+    VEXA_WString name(L"HOSTF");
+    if (factory->IsFunction(name))
+        return;
+    VexaParser parser;
+    ICalculator* calc = nullptr;
+    wchar_t list[] = L"a,b";
+    try {
+        if (!parser.parse(L"a*b+SIN(a)", list, &calc))
+            return;
+    } catch (int) {
+        if (calc)
+            calc->Release();
+        return;
+    }
+    // On success the registry has taken a reference of its own.
+    factory->Register(name, calc);
+    calc->Release();
+}
+
+inline std::vector<wchar_t> Decode(const std::uint8_t* data, std::size_t size)
+{
+    std::vector<wchar_t> out;
+    out.reserve(size + 1);
+    std::size_t i = 0;
+    while (i < size) {
+        std::uint8_t b = data[i];
+        if (b == 0xFF && i + 4 < size) {
+            std::uint32_t u = std::uint32_t(data[i + 1]) | std::uint32_t(data[i + 2]) << 8 |
+                              std::uint32_t(data[i + 3]) << 16 | std::uint32_t(data[i + 4]) << 24;
+            out.push_back(static_cast<wchar_t>(u));
+            i += 5;
+            continue;
+        }
+        int extra = b >= 0xF0 && b < 0xF8 ? 3 : b >= 0xE0 && b < 0xF0 ? 2 : b >= 0xC0 && b < 0xE0 ? 1 : 0;
+        if (extra > 0 && i + extra < size) {
+            std::uint32_t u = b & (0x3F >> extra);
+            bool ok = true;
+            for (int k = 1; k <= extra; ++k) {
+                std::uint8_t c = data[i + k];
+                if ((c & 0xC0) != 0x80) {
+                    ok = false;
+                    break;
+                }
+                u = u << 6 | (c & 0x3F);
+            }
+            if (ok) {
+                out.push_back(static_cast<wchar_t>(u));
+                i += extra + 1;
+                continue;
+            }
+        }
+        out.push_back(static_cast<wchar_t>(b));
+        ++i;
+    }
+    out.push_back(L'\0');
+    return out;
+}
+
+// What one call produced, in a form two calls can be compared by.
+struct Outcome {
+    bool threw = false;
+    int code = 0;
+    bool ok = false;
+    int rows = -1;
+    int cols = -1;
+    std::vector<double> values;
+};
+
+inline bool SameDouble(double a, double b)
+{
+    return (std::isnan(a) && std::isnan(b)) || std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+inline bool SameOutcome(const Outcome& a, const Outcome& b)
+{
+    if (a.threw != b.threw || a.code != b.code || a.ok != b.ok || a.rows != b.rows || a.cols != b.cols ||
+        a.values.size() != b.values.size())
+        return false;
+    for (std::size_t i = 0; i < a.values.size(); ++i)
+        if (!SameDouble(a.values[i], b.values[i]))
+            return false;
+    return true;
+}
+
+inline Outcome Run(ICalculator* calc, std::vector<VEXA_Data>& params, std::string& problem)
+{
+    Outcome o;
+    VEXA_Data result;
+    try {
+        o.ok = calc->Evaluate(static_cast<int>(params.size()), params.empty() ? nullptr : params.data(), result);
+    } catch (int code) {
+        o.threw = true;
+        o.code = code;
+        return o;
+    }
+    if (o.ok != (result.getType() != DT_NULL))
+        problem = "Evaluate's result disagrees with the kind of the value it wrote";
+    if (result.getType() != DT_NULL && result.getDataInfo(o.rows, o.cols)) {
+        double* v = result.getValue();
+        long n = long(o.rows) * o.cols;
+        if (v && n > 0 && n < 1000000)
+            o.values.assign(v, v + n);
+    }
+    std::wstring text = result;  // the text form must be producible for any value
+    (void)text;
+    return o;
+}
+
+// Parameter value sets: plain scalars, zeros (division by zero, LOG of 0),
+// extreme and non-finite scalars, row vectors, matrices and a mix of shapes.
+inline std::vector<std::vector<VEXA_Data>> ValueSets(int n)
+{
+    std::vector<std::vector<VEXA_Data>> sets(7);
+    const double extreme[] = {1E308, -1E308, NAN, INFINITY, -INFINITY, 2147483648.0, -0.0};
+    for (int i = 0; i < n; ++i) {
+        sets[0].push_back(VEXA_Data(0.5 + 0.37 * i));
+        sets[1].push_back(VEXA_Data(0.0));
+        sets[2].push_back(VEXA_Data(extreme[i % 7]));
+        VEXA_Data v(1, 3);
+        double* pv = v.getValue();
+        pv[0] = 1.0 + i;
+        pv[1] = -2.0;
+        pv[2] = 0.25;
+        sets[3].push_back(v);
+        VEXA_Data m(3, 3);
+        double* pm = m.getValue();
+        for (int k = 0; k < 9; ++k)
+            pm[k] = (k % 4 == 0 ? 2.0 : 0.5) + 0.1 * i;
+        sets[4].push_back(m);
+        sets[5].push_back(i % 3 == 0 ? VEXA_Data(1.5) : i % 3 == 1 ? v : m);
+    }
+    // sets[6] stays empty: evaluation with fewer values than parameters.
+    return sets;
+}
+
+// Derivatives are taken with respect to at most this many parameters: a text
+// of 4095 characters can name hundreds, and each derivative may run up to the
+// node budget, which would push one input past the fuzzer's time limit
+// without reaching code the first few parameters do not reach.
+constexpr int kMaxDerivedParams = 12;
+
+// Derivative trees are never dumped: up to the node budget times their depth
+// in indentation would be gigabytes.
+constexpr std::size_t kMaxDumpedText = 1024;
+
+inline void Release(ICalculator*& c)
+{
+    if (c)
+        c->Release();
+    c = nullptr;
+}
+
+// Returns an empty string, or a description of a broken promise of the
+// library's interface (crashes and leaks are left to the sanitizers).
+inline std::string RunOneInput(const std::uint8_t* data, std::size_t size)
+{
+    Setup();
+    std::string problem;
+
+    const std::uint8_t* newline = static_cast<const std::uint8_t*>(std::memchr(data, '\n', size));
+    std::vector<wchar_t> list, text;
+    if (newline) {
+        list = Decode(data, std::size_t(newline - data));
+        text = Decode(newline + 1, size - std::size_t(newline - data) - 1);
+    } else {
+        text = Decode(data, size);
+    }
+
+    VexaParser parser;
+    ICalculator* calc = nullptr;
+    bool parsed = false;
+    bool threw = false;
+    try {
+        parsed = parser.parse(text.data(), newline ? list.data() : nullptr, &calc);
+    } catch (int) {
+        threw = true;
+    }
+    // Copies of the parser carry the name list and flag of the last parse.
+    VexaParser copy(parser);
+    VexaParser assigned;
+    assigned = parser;
+    if (copy.getParamsNum() != parser.getParamsNum() || assigned.getParamsNum() != parser.getParamsNum() ||
+        copy.canPlot() != parser.canPlot() || assigned.canPlot() != parser.canPlot())
+        problem = "a copied parser differs from its original";
+    for (int i = 0; i < parser.getParamsNum(); ++i) {
+        std::wstring name = static_cast<std::wstring&>(parser.getParam(i));
+        (void)name;
+    }
+
+    if (threw) {
+        if (!calc)
+            return "a failed parse left no Expression behind";
+        VEXA_Data r;
+        if (calc->Evaluate(0, nullptr, r))
+            problem = "an Expression without a root evaluated";
+        if (Expression* e = dynamic_cast<Expression*>(calc)) {
+            std::vector<std::wstring> lines;
+            e->Dump(lines);
+            if (!lines.empty())
+                problem = "an Expression without a root dumped lines";
+            ICalculator* c = e->Copy();
+            ICalculator* d = nullptr;
+            try {
+                d = e->getDerivativeCalculator(0);
+            } catch (int) {
+            }
+            Release(d);
+            Release(c);
+        }
+        Release(calc);
+        return problem;
+    }
+    if (!parsed) {
+        if (calc)
+            return "a rejected parameter list wrote the out-pointer";
+        return problem;
+    }
+    if (!calc)
+        return "parse returned true without a calculator";
+
+    Expression* expr = dynamic_cast<Expression*>(calc);
+    if (!expr) {
+        Release(calc);
+        return "parse did not hand out an Expression";
+    }
+
+    const int n = parser.getParamsNum();
+    std::vector<std::vector<VEXA_Data>> sets = ValueSets(n);
+
+    std::vector<Outcome> base;
+    for (auto& set : sets)
+        base.push_back(Run(calc, set, problem));
+    {
+        VEXA_Data r;
+        try {
+            calc->Evaluate(-1, nullptr, r);
+        } catch (int) {
+        }
+    }
+
+    // A copy is an independent tree that must evaluate and dump exactly like
+    // the original.
+    Expression* dup = expr->Copy();
+    if (dup) {
+        for (std::size_t s = 0; s < sets.size(); ++s)
+            if (!SameOutcome(Run(dup, sets[s], problem), base[s]))
+                problem = "a copy evaluates differently from its original";
+        // A dump line is indented by ten blanks per level, so a dump grows
+        // with nodes times depth: hundreds of MiB for the deepest trees of a
+        // 4095-character text, with no code path that shorter texts miss.
+        if (text.size() <= kMaxDumpedText) {
+            std::vector<std::wstring> a, b;
+            expr->Dump(a);
+            dup->Dump(b);
+            if (a != b)
+                problem = "a copy dumps differently from its original";
+        }
+        dup->Release();
+    }
+
+    const int derived = n < kMaxDerivedParams ? n : kMaxDerivedParams;
+    for (int p = -1; p <= derived; ++p) {
+        ICalculator* d = nullptr;
+        try {
+            d = calc->getDerivativeCalculator(p);
+        } catch (int) {
+            d = nullptr;
+        }
+        // Null means the node budget ran out: the other parameters' trees
+        // are as large, and spending the budget again only costs time.
+        if (!d)
+            break;
+        for (auto& set : sets)
+            Run(d, set, problem);
+        // Once more for the first parameter, where derivative trees grow most.
+        if (p == 0) {
+            ICalculator* dd = nullptr;
+            try {
+                dd = d->getDerivativeCalculator(0);
+            } catch (int) {
+                dd = nullptr;
+            }
+            if (dd) {
+                Run(dd, sets[0], problem);
+                Run(dd, sets[3], problem);
+            }
+            Release(dd);
+        }
+        Release(d);
+    }
+
+    Release(calc);
+    return problem;
+}
+
+}  // namespace vexa_fuzz
+
+#endif
