@@ -111,6 +111,27 @@ TEST(ICalculator, ParametersFollowEveryEvaluation)
     e->Release();
 }
 
+TEST(ICalculator, HeldNullParameterReportsAFreshShape)
+{
+    // Each evaluation copies into new null values, so a null passed where a
+    // vector was held before reports 0 x 0, not the vector's old shape.
+    Expression* e = Var(0);
+    VEXA_Data vec(1, 3);
+    for (int i = 0; i < 3; ++i)
+        vec.getValue()[i] = i;
+    VEXA_Data nulls[] = {VEXA_Data(), VEXA_Data(3, 1)};
+    for (VEXA_Data& n : nulls) {
+        VEXA_Data r;
+        ASSERT_TRUE(e->Evaluate(1, &vec, r));
+        EXPECT_FALSE(e->Evaluate(1, &n, r));
+        int rows = -1, cols = -1;
+        e->getParam(0).getDataInfo(rows, cols);
+        EXPECT_EQ(rows, 0);
+        EXPECT_EQ(cols, 0);
+    }
+    e->Release();
+}
+
 TEST(ICalculator, EvaluatesWithItsOwnHeldParameters)
 {
     Expression* e = Var(0);

@@ -6,6 +6,10 @@
 #include <string>
 #include <vector>
 
+#if defined(__linux__)
+#include <dlfcn.h>
+#endif
+
 #include "vexa/calc/expression.h"
 #include "vexa/calc/function_factory.h"
 
@@ -102,6 +106,15 @@ TEST_F(RegistryTest, BuiltinCalculatorsAreFreshAndNamed) {
     EXPECT_TRUE(b->Release());
     EXPECT_TRUE(lower->Release());
 }
+
+#if defined(__linux__)
+// Only CreateFunction makes built-in calculators; hosts cannot build one.
+TEST(RegistryExports, BuiltinCalculatorClassIsNotExported) {
+    EXPECT_NE(dlsym(RTLD_DEFAULT, "_ZN15FunctionFactory11getInstanceEv"), nullptr);
+    EXPECT_EQ(dlsym(RTLD_DEFAULT, "_ZN14BuidInFunctionC1ER12VEXA_WStringPFbiP9VEXA_DataRS2_E"), nullptr);
+    EXPECT_EQ(dlsym(RTLD_DEFAULT, "_ZN14BuidInFunction9CalculateER9VEXA_Data"), nullptr);
+}
+#endif
 
 TEST_F(RegistryTest, RegisterRefusalsLeaveEverythingAlone) {
     Probe* probe = new Probe();

@@ -6,8 +6,9 @@
 typedef bool (*BuildInFunctionPtr)(int count, VEXA_Data* args, VEXA_Data& result);
 
 // Calculator wrapping one built-in implementation; made by
-// FunctionFactory::CreateFunction, named after the function.
-class VEXA_API BuidInFunction : public ICalculator {
+// FunctionFactory::CreateFunction, named after the function. Hosts reach it
+// only through ICalculator, so the class itself stays inside the library.
+class BuidInFunction : public ICalculator {
 public:
     BuidInFunction(VEXA_WString& name, BuildInFunctionPtr function);
     ICalculator* getDerivativeCalculator(int paramIndex) override;

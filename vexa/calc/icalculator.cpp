@@ -43,8 +43,14 @@ bool ICalculator::SetParams(int count, VEXA_Data* params)
     if (count < 0 || (count > 0 && !params))
         return false;
 
+    // A held value that receives a null keeps its old shape, whereas a fresh
+    // one reports 0 x 0; only values with elements may reuse the array.
+    bool reusable = m_params && count == m_param_count;
+    for (int i = 0; reusable && i < count; ++i)
+        reusable = params[i].getType() != DT_NULL;
+
     try {
-        if (m_params && count == m_param_count) {
+        if (reusable) {
             // Evaluation runs this on every call, mostly with the same count:
             // assigning in place gives the same values without a heap
             // allocation per evaluation. When params is the held array
