@@ -85,10 +85,8 @@ inline std::wstring Rebuild(const std::vector<std::pair<int, std::wstring>>& lin
     return out + L")";
 }
 
-inline std::wstring TreeOf(ICalculator* calc)
+inline std::wstring InfixOfDump(const std::vector<std::wstring>& raw)
 {
-    std::vector<std::wstring> raw;
-    static_cast<Expression*>(calc)->Dump(raw);
     std::vector<std::pair<int, std::wstring>> lines;
     for (const std::wstring& s : raw) {
         const std::size_t blanks = s.find_first_not_of(L' ');
@@ -99,11 +97,26 @@ inline std::wstring TreeOf(ICalculator* calc)
     return i == lines.size() ? tree : L"<extra lines>";
 }
 
+inline std::wstring TreeOf(ICalculator* calc)
+{
+    std::vector<std::wstring> raw;
+    static_cast<Expression*>(calc)->Dump(raw);
+    return InfixOfDump(raw);
+}
+
 // The tree of a parsed text, or "error N".
 inline std::wstring TreeOf(const wchar_t* text, const wchar_t* list = L"")
 {
     Parsed p(text, list);
     return p.ok() ? TreeOf(p.calc) : L"error " + std::to_wstring(p.code);
+}
+
+inline std::wstring Repeat(const std::wstring& part, int times)
+{
+    std::wstring s;
+    for (int i = 0; i < times; ++i)
+        s += part;
+    return s;
 }
 
 inline std::string Narrow(const std::wstring& s)

@@ -16,12 +16,8 @@ TEST(ParserCalls, CallsEvaluate)
         double value;
     };
     const Case cases[] = {
-        {L"sin(0)+Cos(0)", {}, 1},
-        {L"max(1,,2)", {}, 2},
-        {L"MAX(,1,2,)", {}, 2},
-        {L"MAX((1),(2+3))", {}, 5},
-        {L"IF(x: -1, 0, 1)", {-2}, -1},
-        {L"IF(x: -1, 0, 1)", {3}, 1},
+        {L"sin(0)+Cos(0)", {}, 1},    {L"max(1,,2)", {}, 2},         {L"MAX(,1,2,)", {}, 2},
+        {L"MAX((1),(2+3))", {}, 5},   {L"IF(x: -1, 0, 1)", {-2}, -1}, {L"IF(x: -1, 0, 1)", {3}, 1},
         // The colon rule covers the whole call text, nested calls included.
         {L"IF(x: MIN(4:2), 0, 1)", {-1}, 2},
         {L"STEP(x,0,0,1,1)", {0.5}, 0.5},
@@ -45,14 +41,8 @@ TEST(ParserCalls, RefusedAndMalformedCallsThrow)
         int code;
     };
     const Case cases[] = {
-        {L"ABS(1,2)", 100},
-        {L"ABS()", 100},
-        {L"DX(,)", 100},
-        {L"AKISPL(1)", 100},
-        {L"MAG(x)", 100},
-        {L"1+STEP(x,0,0,1)", 100},
-        {L"MIN(1:2)", 1},
-        {L"SIN((1)", 7},
+        {L"ABS(1,2)", 100},        {L"ABS()", 100},        {L"DX(,)", 100},   {L"AKISPL(1)", 100},
+        {L"MAG(x)", 100},          {L"1+STEP(x,0,0,1)", 100}, {L"MIN(1:2)", 1}, {L"SIN((1)", 7},
         {L"MAX(SIN(1), MIN(1, COS(2*#)))", 2},
         {L"MAX(SIN(1), MIN(1, COS(2*)))", 0},
     };
@@ -74,8 +64,7 @@ TEST(ParserCalls, ContactFunctionsNeedTwoLoneResultObjects)
         {L"IMPACT({p}*x,{v},{w},1,1,1,1)", kNoError, false},
         {L"IMPACT({p},{p},1,1,1,1,1)", kNoError, false},
         {L"BISTOP({p},{v},1,2,1,1,1,1)", kNoError, false},
-        {L"IMPACT({p},1,1,1,1,1,1)", 100, false},
-        {L"IMPACT(x,y,1,1,1,1,1)", 100, false},
+        {L"IMPACT({p},1,1,1,1,1,1)", 100, false},    {L"IMPACT(x,y,1,1,1,1,1)", 100, false},
         {L"IMPACT({p}+{p},{v},1,1,1,1,1)", 100, false},
         {L"BISTOP({p},{v},{w},1,1,1,1,1)", 100, false},
         // Refused by the function before the result objects are looked at.

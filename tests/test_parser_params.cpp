@@ -27,23 +27,14 @@ TEST(ParserParams, HostListsGiveNamesOrAreRejected)
         Names names;
     };
     const Case cases[] = {
-        {nullptr, true, {}},
-        {L"", true, {}},
+        {nullptr, true, {}},         {L"", true, {}},
         {L"x, y, z", true, {L"x", L"y", L"z"}},
-        {L"a b", true, {L"ab"}},
-        {L",x", true, {L"", L"x"}},
+        {L"a b", true, {L"ab"}},     {L",x", true, {L"", L"x"}},
         {L"a,,b", true, {L"a", L"", L"b"}},
-        {L"a,", true, {L"a", L""}},
-        {L"{x", true, {L"{x"}},
+        {L"a,", true, {L"a", L""}},  {L"{x", true, {L"{x"}},
         {L"Sin,tan", true, {L"Sin", L"tan"}},
-        {L"x,y ", false, {}},
-        {L"  ", false, {}},
-        {L"x1", false, {}},
-        {L"x_y", false, {}},
-        {L"{x}", false, {}},
-        {L"x\ty", false, {}},
-        {L"x,sin", false, {}},
-        {L"SIN", false, {}},
+        {L"x,y ", false, {}}, {L"  ", false, {}},   {L"x1", false, {}},    {L"x_y", false, {}},
+        {L"{x}", false, {}},  {L"x\ty", false, {}}, {L"x,sin", false, {}}, {L"SIN", false, {}},
     };
     for (const Case& c : cases) {
         const std::string label = c.list ? Narrow(c.list) : "(null)";

@@ -46,21 +46,11 @@ TEST(ParserTokenizer, PreProcessing)
         const wchar_t* out;
     };
     const Case cases[] = {
-        {L"1 + 2", L"1+2"},
-        {L"2 * * 3", L"2^3"},
-        {L"2**-3", L"2^@3"},
-        {L"-x", L"@x"},
-        {L"(+x)", L"(!x)"},
-        {L"f(a,-b)", L"f(a,@b)"},
-        {L"(x)-y", L"(x)-y"},
-        {L"1E-5", L"1E-5"},
-        {L"{a}-b", L"{a}-b"},
-        {L"2^-+-3", L"2^@!@3"},
-        {L"{p q-r} - 1", L"{p q-r}-1"},
-        {L"{a ** -b", L"{a ** -b"},
-        {L"x \t\r\n ", L"x"},
-        {L"x\ty", L"x\ty"},
-        {L"   ", L""},
+        {L"1 + 2", L"1+2"},           {L"2 * * 3", L"2^3"},   {L"2**-3", L"2^@3"},
+        {L"-x", L"@x"},               {L"(+x)", L"(!x)"},     {L"f(a,-b)", L"f(a,@b)"},
+        {L"(x)-y", L"(x)-y"},         {L"1E-5", L"1E-5"},     {L"{a}-b", L"{a}-b"},
+        {L"2^-+-3", L"2^@!@3"},       {L"x \t\r\n ", L"x"},    {L"x\ty", L"x\ty"},
+        {L"{p q-r} - 1", L"{p q-r}-1"}, {L"{a ** -b", L"{a ** -b"}, {L"   ", L""},
     };
     for (const Case& c : cases)
         EXPECT_EQ(VexaParserTestAccess::PreParse(c.text), c.out) << Narrow(c.text);

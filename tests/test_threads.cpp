@@ -6,14 +6,16 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "vexa/vexa.h"
+#include "parser_test_util.h"
+
+using namespace parser_test;
 
 namespace {
 
@@ -27,73 +29,28 @@ const wchar_t* const kTexts[] = {
     L"HAVSIN(x,0,0,1,1)*STEP5(y,0,0,1,2)+MIN(x,SIGN(2,y))",
 };
 
-// What one thread computes for one text: the value and the two first
-// derivatives at fixed parameter values.
-struct Result {
-    bool ok = false;
-    int params = 0;
-    double value = 0, dx = 0, dy = 0;
-    std::vector<std::wstring> dump;
-};
-
-double EvalScalar(ICalculator* c, std::vector<VEXA_Data>& p)
+// Everything one thread computes for one text, bit for bit: a copy's tree,
+// then the value and the two first derivatives at fixed parameter values.
+std::wstring Compute(const wchar_t* text)
 {
-    VEXA_Data r;
-    if (!c || !c->Evaluate(static_cast<int>(p.size()), p.data(), r) || r.getType() != DT_SCALAR)
-        return NAN;
-    return r.getValue()[0];
-}
-
-Result Compute(const wchar_t* text)
-{
-    Result res;
-    VexaParser parser;
-    ICalculator* calc = nullptr;
-    wchar_t list[] = L"x,y";
-    try {
-        if (!parser.parse(text, list, &calc))
-            return res;
-    } catch (int) {
-        if (calc)
-            calc->Release();
-        return res;
-    }
-    res.params = parser.getParamsNum();
-    std::vector<VEXA_Data> values;
-    for (int i = 0; i < res.params; ++i)
-        values.push_back(VEXA_Data(0.3 + 0.2 * i));
-    Expression* copy = static_cast<Expression*>(calc)->Copy();
-    res.value = EvalScalar(copy, values);
-    copy->Dump(res.dump);
-    ICalculator* dx = calc->getDerivativeCalculator(0);
-    ICalculator* dy = calc->getDerivativeCalculator(1);
-    res.dx = EvalScalar(dx, values);
-    res.dy = EvalScalar(dy, values);
-    res.ok = dx && dy;
-    if (dy)
-        dy->Release();
-    if (dx)
-        dx->Release();
+    Parsed p(text, L"x,y");
+    if (!p.ok())
+        return L"error " + std::to_wstring(p.code);
+    std::vector<double> values;
+    for (int i = 0; i < p.parser.getParamsNum(); ++i)
+        values.push_back(0.3 + 0.2 * i);
+    ICalculator* copy = static_cast<Expression*>(p.calc)->Copy();
+    std::wstring out = TreeOf(copy);
     copy->Release();
-    calc->Release();
-    return res;
-}
-
-bool Same(const Result& a, const Result& b)
-{
-    auto eq = [](double u, double v) { return std::memcmp(&u, &v, sizeof u) == 0; };
-    return a.ok == b.ok && a.params == b.params && eq(a.value, b.value) && eq(a.dx, b.dx) && eq(a.dy, b.dy) &&
-           a.dump == b.dump;
-}
-
-// Nested MAX in the first argument doubles the derivative tree per level, so
-// this derivative always runs into the node budget.
-std::wstring ExplodingText(int depth)
-{
-    std::wstring t = L"x";
-    for (int i = 0; i < depth; ++i)
-        t = L"MAX(" + t + L",1)";
-    return t;
+    for (ICalculator* c : {p.calc, p.calc->getDerivativeCalculator(0), p.calc->getDerivativeCalculator(1)}) {
+        const double v = EvaluateWith(c, values);
+        std::uint64_t bits;
+        std::memcpy(&bits, &v, sizeof bits);
+        out += c ? L" " + std::to_wstring(bits) : L" null";
+        if (c && c != p.calc)
+            c->Release();
+    }
+    return out;
 }
 
 }  // namespace
@@ -104,18 +61,14 @@ TEST(Threads, ParallelParseEvaluateDifferentiateMatchSerialResults)
     // use it.
     FunctionFactory::getInstance();
 
-    std::vector<Result> expected;
+    std::vector<std::wstring> expected;
     for (const wchar_t* t : kTexts) {
         expected.push_back(Compute(t));
-        ASSERT_TRUE(expected.back().ok) << "serial run failed for a text";
-        ASSERT_FALSE(std::isnan(expected.back().value));
+        const std::wstring& e = expected.back();
+        ASSERT_TRUE(e.find(L"error") == e.npos && e.find(L"null") == e.npos) << Narrow(e);
     }
-
-    const int kThreads = 4;
-    const int kRounds = 15;
-    std::atomic<int> mismatches{0};
-    std::atomic<int> budget_misses{0};
-    std::atomic<int> conversion_clobbered{0};
+    const int kThreads = 4, kRounds = 15;
+    std::atomic<int> mismatches{0}, budget_misses{0}, conversion_clobbered{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
@@ -127,33 +80,29 @@ TEST(Threads, ParallelParseEvaluateDifferentiateMatchSerialResults)
             VEXA_WString name(mine.c_str());
             for (int round = 0; round < kRounds; ++round) {
                 for (std::size_t i = 0; i < std::size(kTexts); ++i) {
-                    if (!Same(Compute(kTexts[(i + t) % std::size(kTexts)]), expected[(i + t) % std::size(kTexts)]))
+                    const std::size_t k = (i + t) % std::size(kTexts);
+                    if (Compute(kTexts[k]) != expected[k])
                         ++mismatches;
                     std::wstring& converted = name;
-                    for (int k = 0; k < 100; ++k)
+                    for (int n = 0; n < 100; ++n)
                         if (converted != mine)
                             ++conversion_clobbered;
                 }
                 // One thread hitting the node budget must not spend or reset
-                // the budget of another thread's derivative.
+                // the budget of another thread's derivative. Nested MAX in the
+                // first argument doubles the derivative tree per level.
                 if (t % 2 == 0 && round == t) {
-                    VexaParser parser;
-                    ICalculator* calc = nullptr;
-                    std::wstring text = ExplodingText(24);
-                    parser.parse(text.c_str(), nullptr, &calc);
-                    ICalculator* d = calc->getDerivativeCalculator(0);
-                    if (d) {
+                    Parsed p((Repeat(L"MAX(", 24) + L"x" + Repeat(L",1)", 24)).c_str());
+                    if (ICalculator* d = p.calc->getDerivativeCalculator(0)) {
                         ++budget_misses;
                         d->Release();
                     }
-                    calc->Release();
                 }
             }
         });
     }
     for (std::thread& th : threads)
         th.join();
-
     EXPECT_EQ(mismatches.load(), 0);
     EXPECT_EQ(conversion_clobbered.load(), 0);
     EXPECT_EQ(budget_misses.load(), 0);

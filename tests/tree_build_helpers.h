@@ -5,16 +5,8 @@
 
 #include <initializer_list>
 #include <memory>
-#include <string>
-#include <vector>
 
-#include "vexa/calc/expression.h"
-#include "vexa/calc/function_factory.h"
-#include "vexa/calc/icalculator.h"
-#include "vexa/tree/constant_param.h"
-#include "vexa/tree/function_node.h"
-#include "vexa/tree/operater_node.h"
-#include "vexa/tree/variable_param.h"
+#include "parser_test_util.h"  // the whole public interface, and the infix form of trees
 
 namespace treetest {
 
@@ -99,6 +91,10 @@ inline std::vector<std::wstring> DumpOf(ICalculator* c)
         e->Dump(lines);
     return lines;
 }
+
+// The compact infix form of a tree, as the parser tests write it.
+inline std::wstring Infix(INode* node) { return parser_test::InfixOfDump(DumpOf(node)); }
+inline std::wstring Infix(ICalculator* c) { return parser_test::InfixOfDump(DumpOf(c)); }
 
 // One expected dump line: the indentation for level, then text.
 inline std::wstring Line(int level, const std::wstring& text)

@@ -22,12 +22,10 @@ TEST(PreProcess, MatchesTheParsersRewriting) {
         const wchar_t* in;
         const wchar_t* out;
     } cases[] = {
-        {L"1 + 2", L"1+2"},       {L"2 * * 3", L"2^3"},     {L"2***3", L"2^3"},
-        {L"2**-3", L"2^@3"},      {L"-x", L"@x"},           {L"+x", L"!x"},
-        {L"(-x)", L"(@x)"},       {L"f(a,-b)", L"f(a,@b)"}, {L"x-y", L"x-y"},
-        {L"(x)-y", L"(x)-y"},     {L"1E-5", L"1E-5"},       {L"{p q-r}", L"{p q-r}"},
-        {L"{a}-1", L"{a}-1"},     {L"x\t\n", L"x"},         {L"   ", L""},
-        {L"", L""},               {L"x \t+1", L"x\t+1"},    {L"2^-x", L"2^@x"},
+        {L"1 + 2", L"1+2"},   {L"2 * * 3", L"2^3"},     {L"2***3", L"2^3"},     {L"2**-3", L"2^@3"},
+        {L"+x", L"!x"},       {L"f(a,-b)", L"f(a,@b)"}, {L"(x)-y", L"(x)-y"},   {L"1E-5", L"1E-5"},
+        {L"{a}-1", L"{a}-1"}, {L"{p q-r}", L"{p q-r}"}, {L"x\t\n", L"x"},       {L"x \t+1", L"x\t+1"},
+        {L"x-y", L"x-y"},     {L"   ", L""},
     };
     for (const auto& c : cases) EXPECT_EQ(PreProcess(c.in), c.out) << ToUtf8(c.in);
 }
@@ -39,22 +37,14 @@ TEST(LocateSyntaxError, AgreesWithTheLibraryAndNamesTheLevel) {
         bool refused;
         const char* reason;  // part of the reason, or of the level text for refusals
     } cases[] = {
-        {L"1 + #", 0, false, "cannot start a token"},
-        {L"x*/y", 0, false, "missing an operand"},
-        {L"(x+y", 0, false, "never closed"},
         {L"x(y)", 0, false, "two operands"},
         {L"()", 0, false, "no operand"},
-        {L"1.2.3", 0, false, "second decimal point"},
         {L"1E5E2", 0, false, "second exponent"},
         {L"1E2.5", 0, false, "exponent cannot have a decimal point"},
         {L"1R2R", 0, false, "radian mark"},
-        {L"{ab", 0, false, "closing"},
-        {L"sin(x", 0, false, "not closed"},
-        {L"cos + 1", 0, false, "must be followed by"},
         {L"SIN(x, 1#)", 1, false, "cannot start a token"},
         {L"MAX(1, SIN(2 +))", 2, false, "missing an operand"},
         {L"IF(x: 1, 2, (3)", 0, false, "not closed"},
-        {L"2 * STEP(x, 1)", 0, true, "STEP"},
         {L"MAX(x, POLY(x))", 1, true, "POLY"},
         {L"BISTOP({a}, {b}, {c}, 1, 1, 1, 1, 1)", 0, true, "BISTOP"},
         {L"MAG(x)", 0, true, "MAG"},
@@ -96,17 +86,11 @@ TEST(ParseValue, ShapesAndErrors) {
         {"[1, 2,3]", true, "1 x 3 vector", {1, 2, 3}},
         {"[[1,2],[3,4]]", true, "2 x 2 matrix", {1, 2, 3, 4}},
         {"[[1,2,3]]", true, "1 x 3 vector", {1, 2, 3}},
-        {"[1,2,3,4,5,6,7,8,9,10]", true, "1 x 10 vector", {1, 2, 3, 4, 5, 6, 7, 8, 9, 10}},
-        {"1,5", false, "decimal point", {}},
-        {"abc", false, "not a number", {}},
         {"", false, "expected a number", {}},
         {"[]", false, "empty brackets", {}},
-        {"[1,2", false, "missing ']'", {}},
-        {"[[1],[2]]", false, "column", {}},
-        {"[[1,2],[3]]", false, "row 2 has 1", {}},
         {"[1,[2]]", false, "not further brackets", {}},
-        {"++1", false, "not a number", {}},
         {"1.5x", false, "not a number", {}},
+        {"++1", false, "not a number", {}},
     };
     for (const auto& c : cases) {
         VEXA_Data v;
@@ -205,8 +189,6 @@ TEST(TreeFromDump, RebuildsTheLibrarysTrees) {
         const char* prefix;
     } cases[] = {
         {L"x + y*z", "+(v:0,*(v:1,v:2))"},
-        {L"(x + y)*z", "*(+(v:0,v:1),v:2)"},
-        {L"SIN(x)*x", "*(SIN(v:0),v:0)"},
         {L"x - MAX(y, 2) - z", "-(-(v:0,MAX(v:1,2)),v:2)"},
         {L"STEP(x, 0, MIN(x, y)*2, 1, 2) ^ -x", "^(STEP(v:0,0,*(MIN(v:0,v:1),2),1,2),-(0,v:0))"},
         {L"MAX(x - y, SIN(z))", "MAX(-(v:0,v:1),SIN(v:2))"},
@@ -240,9 +222,7 @@ TEST(DescribeListRejection, PointsAtTheCause) {
         const wchar_t* list;
         const char* cause;
     } cases[] = {
-        {L"x1,y", "a digit"},         {L"x_y", "an underscore"}, {L"a}", "'}'"},
-        {L"x, ", "ends in a space"}, {L"  ", "ends in a space"}, {L"a,SIN", "'SIN' is the name of a function"},
-        {L"x\ty", "a tab"},
+        {L"x_y", "an underscore"}, {L"a}", "'}'"}, {L"  ", "ends in a space"}, {L"x\ty", "a tab"},
     };
     for (const auto& c : cases) {
         std::wstring copy = c.list;
@@ -277,7 +257,6 @@ TEST(FindRefusedCall, BlamesTheInnermostRefusal) {
         const char* blamed;  // empty: nothing to blame
     } cases[] = {
         {L"SQRT(x)", -1, "SQRT(x) has no value"},
-        {L"2*MAX(1, LOG(x - 3))", 2, "LOG(x-3) has no value"},
         {L"SQRT(MAX(x, SQRT(x)))", -4, "SQRT(x) has no value"},
         {L"ASIN(x) + SQRT(x)", 2, "ASIN(x) has no value"},
         {L"SQRT(x)", 4, ""},
@@ -295,12 +274,7 @@ TEST(FindRefusedCall, BlamesTheInnermostRefusal) {
 TEST(RunSweep, ValuesDerivativesAndMissingPoints) {
     Parsed p = ParseText(L"SQRT(x)*k", std::nullopt);
     ASSERT_EQ(p.status, ParseStatus::Ok);
-    SweepRequest req;
-    req.index = 0;
-    req.from = -1;
-    req.to = 3;
-    req.points = 5;
-    req.derivatives = {0, 1};
+    const SweepRequest req{0, -1, 3, 5, {0, 1}};
     SweepResult r;
     std::string err;
     ASSERT_TRUE(RunSweep(p.calc.get(), p.params, {VEXA_Data(0.0), VEXA_Data(2.0)}, req, r, err)) << err;
@@ -310,10 +284,6 @@ TEST(RunSweep, ValuesDerivativesAndMissingPoints) {
     EXPECT_DOUBLE_EQ(r.quantities[0].series[0].ys[4], std::sqrt(3.0) * 2);
     EXPECT_NEAR(r.quantities[1].series[0].ys[2], 1.0, 1e-6);  // d/dx of 2*sqrt(x) at 1
     EXPECT_NEAR(r.quantities[2].series[0].ys[3], std::sqrt(2.0), 1e-9);
-    const std::vector<std::string> notes = MissingNotes(r);
-    ASSERT_FALSE(notes.empty());
-    EXPECT_NE(notes[0].find("no value at 1 of 5 points"), std::string::npos);
-
     std::ostringstream table;
     PrintTable(table, r, 3);
     std::istringstream lines(table.str());
@@ -331,9 +301,7 @@ TEST(WriteCsv, QuotesLabelsWithCommas) {
     std::string err;
     std::size_t col = 0;
     ASSERT_TRUE(ParseValue("[[1,2],[3,4]]", m, err, col));
-    SweepRequest req;
-    req.index = 1;
-    req.points = 2;
+    const SweepRequest req{1, 0, 1, 2, {}};
     SweepResult r;
     ASSERT_TRUE(RunSweep(p.calc.get(), p.params, {m, VEXA_Data(0.0)}, req, r, err)) << err;
     std::ostringstream csv;
@@ -351,7 +319,6 @@ TEST(RenderDot, NamesVariablesAndEscapesTitles) {
     ASSERT_TRUE(tree);
     const std::string dot = RenderDot({{"say \"hi\"", tree.get()}}, p.params);
     EXPECT_NE(dot.find("label=\"say \\\"hi\\\"\""), std::string::npos) << dot;
-    EXPECT_NE(dot.find("label=\"speed\\n(v:0)\""), std::string::npos) << dot;
     EXPECT_NE(dot.find("g0n0 -> g0n1"), std::string::npos) << dot;
 }
 
