@@ -74,6 +74,18 @@ bool ResolveParam(const std::string& name, const std::vector<std::wstring>& para
     return false;
 }
 
+// Indices of several parameter names, appended to out; false after the first
+// unknown name, which ResolveParam has reported.
+bool ResolveParams(const std::vector<std::string>& names, const std::vector<std::wstring>& params,
+                   std::vector<int>& out) {
+    for (const std::string& n : names) {
+        int i = 0;
+        if (!ResolveParam(n, params, i)) return false;
+        out.push_back(i);
+    }
+    return true;
+}
+
 std::string FixedValuesText(const std::vector<std::wstring>& params, const std::vector<VEXA_Data>& values, int skip) {
     std::string s;
     for (std::size_t i = 0; i < params.size(); ++i) {
@@ -106,11 +118,7 @@ int RunEval(const ExprArgs& a, const std::vector<std::string>& derivatives) {
     int rc = kExitOk;
     if (!Load(a, p, rc)) return rc;
     std::vector<int> dIdx;
-    for (const std::string& d : derivatives) {
-        int i = 0;
-        if (!ResolveParam(d, p.params, i)) return kExitUsage;
-        dIdx.push_back(i);
-    }
+    if (!ResolveParams(derivatives, p.params, dIdx)) return kExitUsage;
     std::vector<VEXA_Data> values;
     std::vector<std::string> unused;
     std::string msg;
@@ -191,11 +199,7 @@ int RunSweep(const SweepArgs& a) {
         return kExitUsage;
     }
     if (a.derivative) req.derivatives.push_back(req.index);
-    for (const std::string& w : a.wrt) {
-        int i = 0;
-        if (!ResolveParam(w, p.params, i)) return kExitUsage;
-        req.derivatives.push_back(i);
-    }
+    if (!ResolveParams(a.wrt, p.params, req.derivatives)) return kExitUsage;
     // The swept parameter needs no value of its own.
     std::vector<Assignment> withX = given;
     Assignment x;
@@ -249,11 +253,7 @@ int RunTree(const ExprArgs& a, const std::vector<std::string>& derivatives, cons
     int rc = kExitOk;
     if (!Load(a, p, rc)) return rc;
     std::vector<int> dIdx;
-    for (const std::string& d : derivatives) {
-        int i = 0;
-        if (!ResolveParam(d, p.params, i)) return kExitUsage;
-        dIdx.push_back(i);
-    }
+    if (!ResolveParams(derivatives, p.params, dIdx)) return kExitUsage;
     Expression* expr = dynamic_cast<Expression*>(p.calc.get());
     if (!expr) {
         Error("the library returned a calculator that cannot be dumped");
