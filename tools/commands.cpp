@@ -66,6 +66,20 @@ void NoteUnused(const std::vector<std::string>& unused, const std::vector<std::w
                   << JoinNames(params) << ")\n";
 }
 
+// Values for the parameters in their order; reports a missing or malformed
+// value and notes values given for names the expression does not use.
+bool BindOrReport(const std::vector<std::wstring>& params, const std::vector<Assignment>& given,
+                  std::vector<VEXA_Data>& values) {
+    std::vector<std::string> unused;
+    std::string msg;
+    if (!BindValues(params, given, values, msg, &unused)) {
+        Error(msg);
+        return false;
+    }
+    NoteUnused(unused, params);
+    return true;
+}
+
 // Parameter index of a name given on the command line, or an error message.
 bool ResolveParam(const std::string& name, const std::vector<std::wstring>& params, int& index) {
     index = FindParam(params, ToWide(name));
@@ -120,13 +134,7 @@ int RunEval(const ExprArgs& a, const std::vector<std::string>& derivatives) {
     std::vector<int> dIdx;
     if (!ResolveParams(derivatives, p.params, dIdx)) return kExitUsage;
     std::vector<VEXA_Data> values;
-    std::vector<std::string> unused;
-    std::string msg;
-    if (!BindValues(p.params, given, values, msg, &unused)) {
-        Error(msg);
-        return kExitUsage;
-    }
-    NoteUnused(unused, p.params);
+    if (!BindOrReport(p.params, given, values)) return kExitUsage;
     std::cout << "parameters: " << JoinNames(p.params) << '\n';
     for (std::size_t i = 0; i < p.params.size(); ++i)
         std::cout << "  " << ToUtf8(p.params[i]) << " = " << FormatValue(values[i]) << '\n';
@@ -207,13 +215,8 @@ int RunSweep(const SweepArgs& a) {
     x.value = VEXA_Data(req.from);
     withX.insert(withX.begin(), x);
     std::vector<VEXA_Data> values;
-    std::vector<std::string> unused;
+    if (!BindOrReport(p.params, withX, values)) return kExitUsage;
     std::string msg;
-    if (!BindValues(p.params, withX, values, msg, &unused)) {
-        Error(msg);
-        return kExitUsage;
-    }
-    NoteUnused(unused, p.params);
     SweepResult result;
     if (!vexa_cli::RunSweep(p.calc.get(), p.params, values, req, result, msg)) {
         Error(msg);

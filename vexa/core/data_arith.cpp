@@ -27,6 +27,16 @@ VEXA_Data Build(int rows, int cols, Fill fill) {
     return r;
 }
 
+// Element-wise combination of two operands of the same reported shape, both
+// holding elements.
+template <class Op>
+VEXA_Data ElementWise(const double* x, const double* y, int rows, int cols, Op op) {
+    const int n = rows * cols;
+    return Build(rows, cols, [&](double* out) {
+        for (int e = 0; e < n; ++e) out[e] = op(x[e], y[e]);
+    });
+}
+
 }  // namespace
 
 VEXA_Data VEXA_Data::operator*(const VEXA_Data& b) const {
@@ -74,12 +84,7 @@ VEXA_Data VEXA_Data::operator-(const VEXA_Data& b) const {
         if (!IsConsistent(*this, b)) Fail();
         // Same reported shape, but b may be a null value that kept it.
         if (!b.m_data) Fail();
-        const double* x = m_data;
-        const double* y = b.m_data;
-        const int n = m_row * m_col;
-        return Build(m_row, m_col, [&](double* out) {
-            for (int e = 0; e < n; ++e) out[e] = x[e] - y[e];
-        });
+        return ElementWise(m_data, b.m_data, m_row, m_col, [](double p, double q) { return p - q; });
     }
 
     // A null left operand negates b over the shape it reports. Only b's own
@@ -100,12 +105,7 @@ VEXA_Data VEXA_Data::operator+(const VEXA_Data& b) const {
     if (getType() == DT_NULL) return VEXA_Data(b);
     if (!IsConsistent(*this, b)) Fail();
     if (!b.m_data) Fail();
-    const double* x = m_data;
-    const double* y = b.m_data;
-    const int n = m_row * m_col;
-    return Build(m_row, m_col, [&](double* out) {
-        for (int e = 0; e < n; ++e) out[e] = y[e] + x[e];
-    });
+    return ElementWise(m_data, b.m_data, m_row, m_col, [](double p, double q) { return q + p; });
 }
 
 VEXA_Data VEXA_Data::operator/(const VEXA_Data& b) const {
