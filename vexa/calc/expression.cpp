@@ -1,13 +1,14 @@
 #include "vexa/calc/expression.h"
 
-#include "vexa/tree/inode.h"
-#include "vexa/tree/node_util.h"
+#include "vexa/calc/expression_tree.h"
+
+using namespace vexa_calc;
 
 Expression::Expression() : m_root(nullptr) {}
 
 Expression::~Expression()
 {
-    delete m_root;
+    DestroyTree(m_root);
     m_root = nullptr;
 }
 
@@ -15,7 +16,7 @@ bool Expression::Calculate(VEXA_Data& result)
 {
     if (!m_root)
         return false;
-    result = m_root->Calculate();
+    result = CalculateTree(m_root);
     return result.getType() != DT_NULL;
 }
 
@@ -25,13 +26,12 @@ ICalculator* Expression::getDerivativeCalculator(int paramIndex)
         return nullptr;
     Expression* e = new Expression();
     try {
-        vexa_tree::DerivativeBudgetScope budget;
-        e->SetRoot(m_root->getDerivative(e, paramIndex));
-    } catch (const vexa_tree::BudgetExceeded&) {
-        // A derivative too large to build is an ordinary failure for the
-        // host, not a hard error.
-        e->Release();
-        return nullptr;
+        INode* tree = nullptr;
+        if (!DeriveTree(m_root, e, paramIndex, tree)) {
+            e->Release();
+            return nullptr;
+        }
+        e->SetRoot(tree);
     } catch (...) {
         e->Release();
         throw;
@@ -45,7 +45,7 @@ Expression* Expression::Copy()
         return nullptr;
     Expression* e = new Expression();
     try {
-        e->SetRoot(m_root->Copy(e));
+        e->SetRoot(CopyTree(m_root, e));
     } catch (...) {
         e->Release();
         throw;
@@ -57,7 +57,7 @@ void Expression::SetRoot(INode* root)
 {
     if (root == m_root)
         return;
-    delete m_root;
+    DestroyTree(m_root);
     m_root = root;
 }
 
@@ -69,11 +69,11 @@ void Expression::SetName(VEXA_WString& name)
 void Expression::Dump(std::vector<std::wstring>& lines)
 {
     if (m_root)
-        m_root->Dump(lines, 0);
+        DumpTree(m_root, lines);
 }
 
 void Expression::Print()
 {
     if (m_root)
-        m_root->Print(0);
+        PrintTree(m_root);
 }

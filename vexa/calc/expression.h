@@ -8,6 +8,10 @@
 
 class INode;
 
+namespace vexa_calc {
+struct ExpressionAccess;
+}
+
 // The calculator the parser hands out: owns the root of an expression tree.
 //
 // getDerivativeCalculator builds a new expression tree, which on some legal
@@ -34,6 +38,8 @@ protected:
     bool Calculate(VEXA_Data& result) override;
 
 private:
+    friend struct vexa_calc::ExpressionAccess;
+
     INode* m_root;
 };
 

@@ -5,6 +5,10 @@
 
 #include "vexa/core/export.h"
 
+namespace vexa_core {
+struct DataAccess;
+}
+
 enum DataType {
     DT_NULL = 0,
     DT_SCALAR = 1,
@@ -42,6 +46,9 @@ public:
     VEXA_Data operator^(const VEXA_Data& b) const;
 
 private:
+    // Raw field access for the library's own hot paths (vexa/core/data_access.h).
+    friend struct vexa_core::DataAccess;
+
     void InitSpace(int rows, int cols);
     void iReleaseData();
     void setDataInfo(int rows, int cols);

@@ -196,14 +196,14 @@ void VexaParser::Operate(OperatorStack& operators, OperandStack& operands)
 
 INode* VexaParser::Operate(INode* left, wchar_t op, INode* right)
 {
-    int kind;
+    vexa::OperatorKind kind;
     switch (op) {
-    case L'+': kind = 0; break;
-    case L'-': kind = 1; break;
-    case L'*': kind = 2; break;
-    case L'/': kind = 3; break;
-    case L'%': kind = 4; break;
-    case L'^': kind = 6; break;
+    case L'+': kind = vexa::kAdd; break;
+    case L'-': kind = vexa::kSub; break;
+    case L'*': kind = vexa::kMul; break;
+    case L'/': kind = vexa::kDiv; break;
+    case L'%': kind = vexa::kCross; break;
+    case L'^': kind = vexa::kPow; break;
     default:
         // Only an unmatched '(' gets here.
         delete left;

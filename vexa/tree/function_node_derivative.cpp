@@ -4,6 +4,7 @@
 #include "vexa/tree/function_node.h"
 #include "vexa/tree/node_build.h"
 #include "vexa/tree/node_util.h"
+#include "vexa/tree/operater_node.h"
 
 using vexa_tree::ArgArray;
 using vexa_tree::CalcRef;
@@ -12,9 +13,11 @@ using vexa_tree::K;
 using vexa_tree::NodePtr;
 using vexa_tree::Op;
 
-namespace {
+using vexa::kDiv;
+using vexa::kMul;
+using vexa::kSub;
 
-enum { kSub = 1, kMul = 2, kDiv = 3 };
+namespace {
 
 // The numeric rule's wrapper. A derivative expression must stay usable after
 // the host releases the expression it was made from, which may hold the last

@@ -12,9 +12,9 @@ using vexa_tree::K;
 using vexa_tree::NodePtr;
 using vexa_tree::Op;
 
-namespace {
+using namespace vexa;
 
-enum Kind { kAdd = 0, kSub = 1, kMul = 2, kDiv = 3, kCross = 4, kPow = 6 };
+namespace {
 
 wchar_t KindChar(int kind)
 {

@@ -3,8 +3,22 @@
 
 #include "vexa/tree/inode.h"
 
-// Inner node for the two-operand operators. Kinds: 0 +, 1 -, 2 *, 3 /, 4 %,
-// 6 ^ (5 is unassigned).
+namespace vexa {
+
+// The operator kinds an OperaterNode holds in m_kind. 5 is unassigned, so
+// the power is 6.
+enum OperatorKind : int {
+    kAdd = 0,
+    kSub = 1,
+    kMul = 2,
+    kDiv = 3,
+    kCross = 4,
+    kPow = 6,
+};
+
+}  // namespace vexa
+
+// Inner node for the two-operand operators; m_kind is a vexa::OperatorKind.
 class VEXA_API OperaterNode : public INode {
 public:
     OperaterNode(int kind, INode* left, INode* right);

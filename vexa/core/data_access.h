@@ -1,0 +1,36 @@
+#ifndef VEXA_CORE_DATA_ACCESS_H
+#define VEXA_CORE_DATA_ACCESS_H
+
+#include "vexa/core/data.h"
+
+namespace vexa_core {
+
+// Inline access to the fields of a value, for the library's evaluation paths.
+// The exported members answer the same questions through a call into the
+// library each; evaluation asks them for every parameter and every result,
+// where that call costs more than the answer. Internal to the library.
+struct DataAccess {
+    // A value of kind DT_SCALAR, exactly as getType would say.
+    static bool IsScalar(const VEXA_Data& d) { return d.m_data && d.m_row == 1 && d.m_col == 1; }
+
+    // The element of a value for which IsScalar holds.
+    static double Scalar(const VEXA_Data& d) { return d.m_data[0]; }
+
+    // d = VEXA_Data(v): a scalar in the inline buffer. Storage that is already
+    // the inline buffer of a scalar is reused instead of released and set up
+    // anew; the value that results is the same.
+    static void AssignScalar(VEXA_Data& d, double v)
+    {
+        if (d.m_data != d.m_space) {
+            d.iReleaseData();
+            d.m_data = d.m_space;
+        }
+        d.m_row = 1;
+        d.m_col = 1;
+        d.m_space[0] = v;
+    }
+};
+
+}  // namespace vexa_core
+
+#endif

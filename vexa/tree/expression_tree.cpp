@@ -1,0 +1,47 @@
+#include "vexa/calc/expression_tree.h"
+
+#include "vexa/tree/inode.h"
+#include "vexa/tree/node_util.h"
+
+namespace vexa_calc {
+
+void DestroyTree(INode* root)
+{
+    delete root;
+}
+
+VEXA_Data CalculateTree(INode* root)
+{
+    return root->Calculate();
+}
+
+INode* CopyTree(INode* root, ICalculator* owner)
+{
+    return root->Copy(owner);
+}
+
+bool DeriveTree(INode* root, ICalculator* owner, int index, INode*& out)
+{
+    try {
+        vexa_tree::DerivativeBudgetScope budget;
+        out = root->getDerivative(owner, index);
+        return true;
+    } catch (const vexa_tree::BudgetExceeded&) {
+        // A derivative too large to build is an ordinary failure for the
+        // host, not a hard error; every partial tree was freed on the way out.
+        out = nullptr;
+        return false;
+    }
+}
+
+void DumpTree(INode* root, std::vector<std::wstring>& lines)
+{
+    root->Dump(lines, 0);
+}
+
+void PrintTree(INode* root)
+{
+    root->Print(0);
+}
+
+}  // namespace vexa_calc
