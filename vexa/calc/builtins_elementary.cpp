@@ -1,18 +1,12 @@
 #include <cmath>
 
+#include "vexa/calc/builtin_math.h"
 #include "vexa/calc/builtins_args.h"
 #include "vexa/calc/builtins_impl.h"
-#include "vexa/core/platform.h"
 
 namespace vexa_builtins {
 
-namespace {
-
-double Trunc(double v) {
-    return static_cast<double>(vexa_platform::Trunc32(v));
-}
-
-}  // namespace
+using namespace vexa_math;
 
 bool Abs(int count, VEXA_Data* args, VEXA_Data& result) {
     double x;
@@ -68,35 +62,33 @@ bool Exp(int count, VEXA_Data* args, VEXA_Data& result) {
     return Store(result, std::exp(x));
 }
 
-// The domain tests are written so that a NaN argument passes them: only the
-// listed out-of-domain values are refused, a NaN just propagates.
 bool Asin(int count, VEXA_Data* args, VEXA_Data& result) {
     double x;
-    if (!ReadExactly(count, args, 1, &x) || std::fabs(x) > 1.0) return false;
+    if (!ReadExactly(count, args, 1, &x) || !InArcDomain(x)) return false;
     return Store(result, std::asin(x));
 }
 
 bool Acos(int count, VEXA_Data* args, VEXA_Data& result) {
     double x;
-    if (!ReadExactly(count, args, 1, &x) || std::fabs(x) > 1.0) return false;
+    if (!ReadExactly(count, args, 1, &x) || !InArcDomain(x)) return false;
     return Store(result, std::acos(x));
 }
 
 bool Log(int count, VEXA_Data* args, VEXA_Data& result) {
     double x;
-    if (!ReadExactly(count, args, 1, &x) || x <= 0.0) return false;
+    if (!ReadExactly(count, args, 1, &x) || !InLogDomain(x)) return false;
     return Store(result, std::log(x));
 }
 
 bool Log10(int count, VEXA_Data* args, VEXA_Data& result) {
     double x;
-    if (!ReadExactly(count, args, 1, &x) || x <= 0.0) return false;
+    if (!ReadExactly(count, args, 1, &x) || !InLogDomain(x)) return false;
     return Store(result, std::log10(x));
 }
 
 bool Sqrt(int count, VEXA_Data* args, VEXA_Data& result) {
     double x;
-    if (!ReadExactly(count, args, 1, &x) || x < 0.0) return false;
+    if (!ReadExactly(count, args, 1, &x) || !InSqrtDomain(x)) return false;
     return Store(result, std::sqrt(x));
 }
 
@@ -109,7 +101,7 @@ bool Aint(int count, VEXA_Data* args, VEXA_Data& result) {
 bool Anint(int count, VEXA_Data* args, VEXA_Data& result) {
     double x;
     if (!ReadExactly(count, args, 1, &x)) return false;
-    return Store(result, x > 0.0 ? Trunc(x + 0.5) : Trunc(x - 0.5));
+    return Store(result, vexa_math::Anint(x));
 }
 
 bool Atan2(int count, VEXA_Data* args, VEXA_Data& result) {
@@ -121,37 +113,31 @@ bool Atan2(int count, VEXA_Data* args, VEXA_Data& result) {
 bool Max(int count, VEXA_Data* args, VEXA_Data& result) {
     double v[2];
     if (!ReadExactly(count, args, 2, v)) return false;
-    return Store(result, v[0] >= v[1] ? v[0] : v[1]);
+    return Store(result, vexa_math::Max(v[0], v[1]));
 }
 
 bool Min(int count, VEXA_Data* args, VEXA_Data& result) {
     double v[2];
     if (!ReadExactly(count, args, 2, v)) return false;
-    return Store(result, v[1] < v[0] ? v[1] : v[0]);
+    return Store(result, vexa_math::Min(v[0], v[1]));
 }
 
-// The quotient goes through the 32-bit truncation, so a zero divisor gives
-// a - (-2147483648 * 0) = a instead of a NaN.
 bool Mod(int count, VEXA_Data* args, VEXA_Data& result) {
     double v[2];
     if (!ReadExactly(count, args, 2, v)) return false;
-    return Store(result, v[0] - Trunc(v[0] / v[1]) * v[1]);
+    return Store(result, vexa_math::Mod(v[0], v[1]));
 }
 
 bool Sign(int count, VEXA_Data* args, VEXA_Data& result) {
     double v[2];
     if (!ReadExactly(count, args, 2, v)) return false;
-    const double magnitude = std::fabs(v[0]);
-    return Store(result, v[1] > 0.0 ? magnitude : -magnitude);
+    return Store(result, vexa_math::Sign(v[0], v[1]));
 }
 
-// A NaN selector is neither negative nor zero, so it picks the last branch.
 bool If(int count, VEXA_Data* args, VEXA_Data& result) {
     double v[4];
     if (!ReadExactly(count, args, 4, v)) return false;
-    if (v[0] < 0.0) return Store(result, v[1]);
-    if (v[0] == 0.0) return Store(result, v[2]);
-    return Store(result, v[3]);
+    return Store(result, vexa_math::If(v[0], v[1], v[2], v[3]));
 }
 
 // The shape alone decides, but a null value can still report 1 x 3 after a

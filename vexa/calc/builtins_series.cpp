@@ -1,16 +1,13 @@
-#include <cmath>
-
+#include "vexa/calc/builtin_math.h"
 #include "vexa/calc/builtins_args.h"
 #include "vexa/calc/builtins_impl.h"
 
-// Every series is summed in ascending order of its index: reordering the sum
-// changes the last bits of the result.
+// The sums live in builtin_math.h, shared with the compiled evaluation.
 namespace vexa_builtins {
 
 namespace {
 
-// At most 31 coefficients follow the leading arguments of every series.
-const int kMaxCoefficients = 31;
+using vexa_math::kMaxCoefficients;
 
 // Reads x, x0 (scalars) and the untested arguments after them into lead and
 // rest; count must lie in [leading + 1, leading + kMaxCoefficients] where
@@ -24,69 +21,35 @@ bool ReadSeries(int count, const VEXA_Data* args, int leading, double* lead, dou
     return true;
 }
 
-// s = c0 + sum over i >= 1 of wave((i * w) * (x - x0)) * ci; rest holds w, c0, c1, ...
-template <typename Wave>
-bool Fourier(int count, VEXA_Data* args, VEXA_Data& result, Wave wave) {
-    double lead[2];
-    double rest[kMaxCoefficients + 1];
-    if (!ReadSeries(count, args, 3, lead, rest)) return false;
-    const double t = lead[0] - lead[1];
-    const double w = rest[0];
-    const double* c = rest + 1;
-    const int terms = count - 3;
-    double s = c[0];
-    for (int i = 1; i < terms; ++i) {
-        s += wave((static_cast<double>(i) * w) * t) * c[i];
-    }
-    return Store(result, s);
-}
-
 }  // namespace
 
 bool Poly(int count, VEXA_Data* args, VEXA_Data& result) {
     double lead[2];
     double c[kMaxCoefficients];
     if (!ReadSeries(count, args, 2, lead, c)) return false;
-    const double t = lead[0] - lead[1];
-    double s = 0.0;
-    for (int i = 0; i < count - 2; ++i) {
-        s += std::pow(t, static_cast<double>(i)) * c[i];
-    }
-    return Store(result, s);
+    return Store(result, vexa_math::Poly(lead[0], lead[1], c, count - 2));
 }
 
-// Chebyshev polynomials of the first kind by the two-term recurrence
-// T(i) = 2t T(i-1) - T(i-2), T(0) = 1, T(1) = t.
 bool Cheby(int count, VEXA_Data* args, VEXA_Data& result) {
     double lead[2];
     double c[kMaxCoefficients];
     if (!ReadSeries(count, args, 2, lead, c)) return false;
-    const double t = lead[0] - lead[1];
-    double before = 1.0;  // T(i-2)
-    double last = t;      // T(i-1)
-    double s = 0.0;
-    for (int i = 0; i < count - 2; ++i) {
-        double ti;
-        if (i == 0) {
-            ti = 1.0;
-        } else if (i == 1) {
-            ti = t;
-        } else {
-            ti = (2.0 * t) * last - before;
-            before = last;
-            last = ti;
-        }
-        s += ti * c[i];
-    }
-    return Store(result, s);
+    return Store(result, vexa_math::Cheby(lead[0], lead[1], c, count - 2));
 }
 
+// rest holds w, c0, c1, ...
 bool Forcos(int count, VEXA_Data* args, VEXA_Data& result) {
-    return Fourier(count, args, result, [](double a) { return std::cos(a); });
+    double lead[2];
+    double rest[kMaxCoefficients + 1];
+    if (!ReadSeries(count, args, 3, lead, rest)) return false;
+    return Store(result, vexa_math::Forcos(lead[0], lead[1], rest[0], rest + 1, count - 3));
 }
 
 bool Forsin(int count, VEXA_Data* args, VEXA_Data& result) {
-    return Fourier(count, args, result, [](double a) { return std::sin(a); });
+    double lead[2];
+    double rest[kMaxCoefficients + 1];
+    if (!ReadSeries(count, args, 3, lead, rest)) return false;
+    return Store(result, vexa_math::Forsin(lead[0], lead[1], rest[0], rest + 1, count - 3));
 }
 
 }  // namespace vexa_builtins
