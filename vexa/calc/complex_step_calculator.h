@@ -3,6 +3,10 @@
 
 #include "vexa/calc/icalculator.h"
 
+namespace vexa_calc {
+struct CalculatorAccess;
+}
+
 // Central-difference derivative (h = 0.001) of a borrowed calculator with
 // respect to one of its parameters.
 class VEXA_API ComplexStepCalculator : public ICalculator {
@@ -11,6 +15,8 @@ public:
     ICalculator* getDerivativeCalculator(int paramIndex) override;
 
 protected:
+    friend struct vexa_calc::CalculatorAccess;
+
     bool Calculate(VEXA_Data& result) override;
     ~ComplexStepCalculator() override;
 

@@ -1,13 +1,17 @@
 #include "vexa/calc/expression.h"
 
+#include "vexa/calc/expression_access.h"
 #include "vexa/calc/expression_tree.h"
 
 using namespace vexa_calc;
 
-Expression::Expression() : m_root(nullptr) {}
+Expression::Expression() : m_root(nullptr), m_compilable(false), m_compiled(nullptr) {}
 
 Expression::~Expression()
 {
+    // The compiled form refers to calculators the tree holds: it goes first.
+    DestroyCompiled(m_compiled);
+    m_compiled = nullptr;
     DestroyTree(m_root);
     m_root = nullptr;
 }
@@ -16,6 +20,8 @@ bool Expression::Calculate(VEXA_Data& result)
 {
     if (!m_root)
         return false;
+    if (m_compilable && CalculateCompiled(*this, result))
+        return true;
     result = CalculateTree(m_root);
     return result.getType() != DT_NULL;
 }
@@ -31,7 +37,7 @@ ICalculator* Expression::getDerivativeCalculator(int paramIndex)
             e->Release();
             return nullptr;
         }
-        e->SetRoot(tree);
+        e->AdoptTree(tree);
     } catch (...) {
         e->Release();
         throw;
@@ -45,7 +51,7 @@ Expression* Expression::Copy()
         return nullptr;
     Expression* e = new Expression();
     try {
-        e->SetRoot(CopyTree(m_root, e));
+        e->AdoptTree(CopyTree(m_root, e));
     } catch (...) {
         e->Release();
         throw;
@@ -57,8 +63,19 @@ void Expression::SetRoot(INode* root)
 {
     if (root == m_root)
         return;
-    DestroyTree(m_root);
+    AdoptTree(root);
+    m_compilable = false;
+}
+
+void Expression::AdoptTree(INode* root)
+{
+    ExpressionAccess::SetFastPath(*this, nullptr);
+    DestroyCompiled(m_compiled);
+    m_compiled = nullptr;
+    if (root != m_root)
+        DestroyTree(m_root);
     m_root = root;
+    m_compilable = root != nullptr;
 }
 
 void Expression::SetName(VEXA_WString& name)

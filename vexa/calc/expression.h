@@ -9,6 +9,7 @@
 class INode;
 
 namespace vexa_calc {
+struct CompiledRoot;
 struct ExpressionAccess;
 }
 
@@ -40,7 +41,16 @@ protected:
 private:
     friend struct vexa_calc::ExpressionAccess;
 
+    // Takes root as a tree the library built, which may be compiled.
+    void AdoptTree(INode* root);
+
     INode* m_root;
+    // A tree the library built (parse, Copy, getDerivativeCalculator) cannot
+    // change afterwards, so it is compiled into a flat program on its first
+    // evaluation and run as that. A tree a host hands to SetRoot may still be
+    // changed through its nodes and is always evaluated as a tree.
+    bool m_compilable;
+    vexa_calc::CompiledRoot* m_compiled;
 };
 
 #endif

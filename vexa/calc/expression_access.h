@@ -4,12 +4,29 @@
 #include "vexa/calc/expression.h"
 
 // The library's own way into an Expression: its root, for the read-only
-// walks and the compiled form that sit above this folder. Hosts reach the
-// tree only through the Expression's public operations. Internal.
+// walks and the compiled form that sit above this folder, and the hand-over
+// of a tree the library built. Hosts reach the tree only through the
+// Expression's public operations. Internal.
 namespace vexa_calc {
 
 struct ExpressionAccess {
     static INode* Root(const Expression& e) { return e.m_root; }
+    // The parser's way to hand over the tree it built.
+    static void AdoptTree(Expression& e, INode* root) { e.AdoptTree(root); }
+    static CompiledRoot*& Compiled(Expression& e) { return e.m_compiled; }
+    // Whether e may run as a program; the tests turn it off to compare a
+    // program with the tree it came from.
+    static bool Compilable(const Expression& e) { return e.m_compilable; }
+    static void SetCompilable(Expression& e, bool on)
+    {
+        e.m_compilable = on && e.m_root;
+        if (!e.m_compilable)
+            e.m_fast_path = nullptr;
+    }
+    static void SetFastPath(Expression& e, ICalculator::FastEvaluate f) { e.m_fast_path = f; }
+    // The held parameters, read without a call into the exported accessors.
+    static int ParamCount(const Expression& e) { return e.m_param_count; }
+    static VEXA_Data* Params(const Expression& e) { return e.m_params; }
 };
 
 }  // namespace vexa_calc

@@ -6,6 +6,7 @@
 
 #include "vexa/core/data.h"
 
+class Expression;
 class ICalculator;
 class INode;
 
@@ -24,6 +25,16 @@ INode* CopyTree(INode* root, ICalculator* owner);
 bool DeriveTree(INode* root, ICalculator* owner, int index, INode*& out);
 void DumpTree(INode* root, std::vector<std::wstring>& lines);
 void PrintTree(INode* root);
+
+// The compiled form of an Expression's tree, provided by vexa/compiled
+// (vexa/compiled/compiled_expression.cpp). It is made on the first
+// evaluation of a tree the library built and lives until the tree changes.
+struct CompiledRoot;
+
+// Evaluates e's tree through its compiled form into result and returns true;
+// false, with result untouched, where the tree must be evaluated instead.
+bool CalculateCompiled(Expression& e, VEXA_Data& result);
+void DestroyCompiled(CompiledRoot* compiled);
 
 }  // namespace vexa_calc
 

@@ -1,11 +1,13 @@
 #include "vexa/calc/icalculator.h"
 
+#include "vexa/core/data_access.h"
+
 ICalculator::ICalculator(VEXA_WString& name)
-    : m_name(name), m_param_count(0), m_params(nullptr), m_ref_count(0)
+    : m_name(name), m_param_count(0), m_params(nullptr), m_ref_count(0), m_fast_path(nullptr)
 {
 }
 
-ICalculator::ICalculator() : m_param_count(0), m_params(nullptr), m_ref_count(0) {}
+ICalculator::ICalculator() : m_param_count(0), m_params(nullptr), m_ref_count(0), m_fast_path(nullptr) {}
 
 ICalculator::~ICalculator()
 {
@@ -31,33 +33,36 @@ bool ICalculator::Release()
 
 bool ICalculator::Evaluate(int count, VEXA_Data* params, VEXA_Data& result)
 {
+    if (m_fast_path) {
+        const int answer = m_fast_path(*this, count, params, result);
+        if (answer >= 0)
+            return answer != 0;
+    }
     if (!SetParams(count, params))
         return false;
     return Calculate(result);
 }
 
-bool ICalculator::SetParams(int count, VEXA_Data* params)
-{
-    // A negative count, or a missing array for a positive one, cannot be
-    // copied; refuse before touching what is held.
-    if (count < 0 || (count > 0 && !params))
-        return false;
+namespace {
 
+// The general copy: any kinds, any count. Kept out of line so that the
+// scalar path in SetParams stays small enough to inline into Evaluate.
+__attribute__((noinline)) void CopyParams(VEXA_Data*& held, int& heldCount, int count, VEXA_Data* params)
+{
     // A held value that receives a null keeps its old shape, whereas a fresh
     // one reports 0 x 0; only values with elements may reuse the array.
-    bool reusable = m_params && count == m_param_count;
+    bool reusable = held && count == heldCount;
     for (int i = 0; reusable && i < count; ++i)
         reusable = params[i].getType() != DT_NULL;
 
     try {
         if (reusable) {
-            // Evaluation runs this on every call, mostly with the same count:
-            // assigning in place gives the same values without a heap
+            // Assigning in place gives the same values without a heap
             // allocation per evaluation. When params is the held array
             // itself, each assignment is a self-assignment and changes nothing.
             for (int i = 0; i < count; ++i)
-                m_params[i] = params[i];
-            return true;
+                held[i] = params[i];
+            return;
         }
         // Fill the new array before freeing the old one, so params may alias
         // the held array.
@@ -69,16 +74,42 @@ bool ICalculator::SetParams(int count, VEXA_Data* params)
             delete[] fresh;
             throw;
         }
-        delete[] m_params;
-        m_params = fresh;
-        m_param_count = count;
+        delete[] held;
+        held = fresh;
+        heldCount = count;
     } catch (...) {
         // Out of memory: leave no half-copied parameters behind.
-        delete[] m_params;
-        m_params = nullptr;
-        m_param_count = 0;
+        delete[] held;
+        held = nullptr;
+        heldCount = 0;
         throw;
     }
+}
+
+}  // namespace
+
+bool ICalculator::SetParams(int count, VEXA_Data* params)
+{
+    // A negative count, or a missing array for a positive one, cannot be
+    // copied; refuse before touching what is held.
+    if (count < 0 || (count > 0 && !params))
+        return false;
+
+    // Scalars into held scalars is what evaluation does millions of times:
+    // writing the element in place gives the same held values as the
+    // general copy. Where this stops early, the general copy assigns the
+    // same values again.
+    if (m_params && count == m_param_count) {
+        using vexa_core::DataAccess;
+        int i = 0;
+        while (i < count && DataAccess::IsScalar(params[i]) && DataAccess::IsScalar(m_params[i])) {
+            DataAccess::SetScalar(m_params[i], DataAccess::Scalar(params[i]));
+            ++i;
+        }
+        if (i == count)
+            return true;
+    }
+    CopyParams(m_params, m_param_count, count, params);
     return true;
 }
 

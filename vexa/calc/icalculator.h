@@ -5,6 +5,10 @@
 #include "vexa/core/export.h"
 #include "vexa/core/wstring.h"
 
+namespace vexa_calc {
+struct ExpressionAccess;
+}
+
 // Reference-counted calculator. A count of 0 means one owner; Release deletes
 // the object at 0 and returns true.
 class VEXA_API ICalculator {
@@ -36,7 +40,17 @@ protected:
     int m_ref_count;
 
 private:
+    friend struct vexa_calc::ExpressionAccess;
+
     bool SetParams(int count, VEXA_Data* params);
+
+    // A whole evaluation in one step, for calculators that can do all of
+    // Evaluate at once in the common case (an Expression whose tree runs as
+    // a program, all values scalars): it answers 1 or 0 for Evaluate's true
+    // or false, or -1 to leave the call to SetParams and Calculate, which
+    // then give the same answer the long way.
+    typedef int (*FastEvaluate)(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result);
+    FastEvaluate m_fast_path;
 };
 
 #endif

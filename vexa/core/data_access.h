@@ -16,6 +16,9 @@ struct DataAccess {
     // The element of a value for which IsScalar holds.
     static double Scalar(const VEXA_Data& d) { return d.m_data[0]; }
 
+    // Overwrites the element of a value for which IsScalar holds.
+    static void SetScalar(VEXA_Data& d, double v) { d.m_data[0] = v; }
+
     // d = VEXA_Data(v): a scalar in the inline buffer. Storage that is already
     // the inline buffer of a scalar is reused instead of released and set up
     // anew; the value that results is the same.

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "vexa/calc/expression.h"
+#include "vexa/calc/expression_access.h"
 #include "vexa/core/data.h"
 #include "vexa/core/platform.h"
 #include "vexa/parser/parse_guard_internal.h"
@@ -56,7 +57,7 @@ bool VexaParser::parse(const wchar_t* expression, wchar_t* paramNames, ICalculat
         // Nobody would own the expression; parse all the same so that errors
         // and the name list are reported, then give it back.
         try {
-            result->SetRoot(parseExpression(result, expression));
+            vexa_calc::ExpressionAccess::AdoptTree(*result, parseExpression(result, expression));
         } catch (...) {
             result->Release();
             throw;
@@ -65,7 +66,7 @@ bool VexaParser::parse(const wchar_t* expression, wchar_t* paramNames, ICalculat
         return true;
     }
     *out = result;
-    result->SetRoot(parseExpression(result, expression));
+    vexa_calc::ExpressionAccess::AdoptTree(*result, parseExpression(result, expression));
     return true;
 }
 

@@ -1,10 +1,10 @@
 #include <cwchar>
 
-#include "vexa/calc/complex_step_calculator.h"
 #include "vexa/tree/function_node.h"
 #include "vexa/tree/node_build.h"
 #include "vexa/tree/node_util.h"
 #include "vexa/tree/operater_node.h"
+#include "vexa/tree/owning_step_calculator.h"
 
 using vexa_tree::ArgArray;
 using vexa_tree::CalcRef;
@@ -18,26 +18,6 @@ using vexa::kMul;
 using vexa::kSub;
 
 namespace {
-
-// The numeric rule's wrapper. A derivative expression must stay usable after
-// the host releases the expression it was made from, which may hold the last
-// reference to the differentiated function; so this wrapper keeps its own.
-// A ComplexStepCalculator that a host builds directly still only borrows.
-class OwningStepCalculator : public ComplexStepCalculator {
-public:
-    explicit OwningStepCalculator(ICalculator* function) : ComplexStepCalculator(function, 0)
-    {
-        if (m_calculator)
-            m_calculator->AddRef();
-    }
-
-protected:
-    ~OwningStepCalculator() override
-    {
-        if (m_calculator)
-            m_calculator->Release();
-    }
-};
 
 // What a symbolic rule needs of the call being differentiated.
 class Rule {
@@ -126,7 +106,7 @@ INode* FunctionNode::getDerivative(ICalculator* owner, int index)
 
     // No symbolic rule: differentiate numerically in the first argument.
     vexa_tree::ChargeNode();
-    CalcRef wrap(new OwningStepCalculator(m_function));
+    CalcRef wrap(new vexa_tree::OwningStepCalculator(m_function));
     ArgArray args(m_arg_count);
     for (int i = 0; i < m_arg_count; ++i)
         args.set(i, vexa_tree::CopyOf(m_args[i], owner));

@@ -1,0 +1,49 @@
+#ifndef VEXA_COMPILED_BUILTIN_OPS_H
+#define VEXA_COMPILED_BUILTIN_OPS_H
+
+#include "vexa/calc/buidin_function.h"
+#include "vexa/compiled/program.h"
+
+// How the compiled evaluation treats a call of a built-in implementation.
+// Internal to the library.
+namespace vexa_compiled {
+
+enum class BuiltinKind {
+    kComputed,     // an instruction computes it: op
+    kPlaceholder,  // the fixed value 12 for counts 1 .. most
+    kRefused,      // refuses every scalar call (or has no implementation)
+};
+
+struct BuiltinInfo {
+    BuiltinKind kind;
+    Op op;
+    int fewest;  // argument counts the implementation accepts
+    int most;
+};
+
+// What function stands for; kRefused for an implementation this table does
+// not know, so an unknown implementation is never guessed at.
+BuiltinInfo DescribeBuiltin(BuildInFunctionPtr function);
+
+// Whether count arguments are a call the implementation accepts.
+inline bool AcceptsCount(const BuiltinInfo& info, int count)
+{
+    return info.kind != BuiltinKind::kRefused && count >= info.fewest && count <= info.most;
+}
+
+// The built-in op over scalar arguments, with the implementation's own
+// formula; false where the implementation refuses the values.
+bool EvalBuiltin(Op op, const double* args, int count, double& out);
+
+// Whether an instruction of op can stop a run or reach the host, so that it
+// must run even when nothing reads its value.
+bool HasEffect(Op op);
+
+// Whether op turns a signalling NaN into a quiet one, as every arithmetic
+// operation does; built-ins that pass an argument through unchanged (ABS,
+// MAX, IF, the steps at their ends) do not.
+bool QuietsResult(Op op);
+
+}  // namespace vexa_compiled
+
+#endif

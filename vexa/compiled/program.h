@@ -1,0 +1,144 @@
+#ifndef VEXA_COMPILED_PROGRAM_H
+#define VEXA_COMPILED_PROGRAM_H
+
+#include <cstdint>
+#include <vector>
+
+#include "vexa/core/data.h"
+
+class ICalculator;
+
+// The compiled form of an expression tree: a flat list of instructions over
+// a file of double registers. Constants sit in registers filled once when the
+// program is made; parameters are loaded into theirs before each run; every
+// instruction writes one register of its own, so a value computed once is
+// read by every use (equal subtrees share one instruction).
+//
+// A program covers evaluations in which every value is a scalar. Whatever it
+// cannot finish the way the tree would (a refused built-in, a division by
+// zero, a cross product, a non-scalar result of a called function) makes the
+// run stop with kUseTree; the caller then evaluates the tree from the start,
+// which gives the tree's value, null result or thrown code. Instructions run
+// in the order the tree evaluates its nodes, so nothing the host can observe
+// (the held parameters of called registered functions) happens before such a
+// stop that the tree would not have done. Internal to the library.
+namespace vexa_compiled {
+
+enum Op : std::uint8_t {
+    // Operators, in the operand order of the value arithmetic.
+    kAdd,  // d = b + a
+    kSub,  // d = a - b
+    kMul,  // d = a * b
+    kDiv,  // d = a / b; stops on a zero or NaN divisor
+    kPow,  // d = pow(a, b)
+    // One-argument built-ins (argument in a).
+    kAbs,
+    kSin,
+    kCos,
+    kTan,
+    kSinh,
+    kCosh,
+    kTanh,
+    kAtan,
+    kExp,
+    kAint,
+    kAnint,
+    kAsin,   // stops outside [-1, 1]
+    kAcos,   // stops outside [-1, 1]
+    kLog,    // stops for x <= 0
+    kLog10,  // stops for x <= 0
+    kSqrt,   // stops for x < 0
+    // Two-argument built-ins (arguments in a and b).
+    kAtan2,
+    kMax,
+    kMin,
+    kMod,
+    kSign,
+    // Built-ins over an argument list (first argument index in a, count in b).
+    kIf,
+    kStep,
+    kStep5,
+    kHavsin,
+    kShf,
+    kImpact,
+    kSweep,
+    kBistop,
+    kPoly,
+    kCheby,
+    kForcos,
+    kForsin,
+    // Central difference of a built-in (argument list in a and b; c indexes
+    // the program's difference chains).
+    kNumDiff,
+    // Call of another calculator through its Evaluate (argument list in a and
+    // b; c indexes the program's calculators).
+    kCall,
+    // Always stops: the tree takes over at this point.
+    kStop,
+    kReturn,
+    kOpCount
+};
+
+struct Instr {
+    std::uint8_t op;
+    std::uint32_t d;
+    std::uint32_t a;
+    std::uint32_t b;
+    std::uint32_t c;
+};
+
+// A central difference, possibly of a central difference: the built-in at
+// the bottom and, from the outermost wrapper inward, the argument each level
+// shifts by the step.
+struct DiffChain {
+    std::uint8_t base;
+    std::vector<int> shifted;
+};
+
+// The central difference the chain stands for, at the argument values args;
+// false where a step calculator or the built-in would refuse.
+bool CentralDifference(const DiffChain& chain, const double* args, int n, double& out);
+
+enum class RunResult { kDone, kUseTree };
+
+// What a run needs besides the registers: argument values for calls of other
+// calculators, reused from run to run.
+struct CallSpace {
+    std::vector<VEXA_Data> args;
+    VEXA_Data result;
+};
+
+class Program {
+public:
+    // The registers as the program starts: constants in place, the rest 0.
+    const std::vector<double>& initialRegisters() const { return m_init; }
+    // The smallest parameter count a run needs: one more than the highest
+    // parameter index the tree reads.
+    int neededParams() const { return m_needed_params; }
+    // (parameter index, register) pairs to load before a run.
+    const std::vector<std::pair<int, std::uint32_t> >& paramLoads() const { return m_loads; }
+    std::uint32_t resultRegister() const { return m_result; }
+    // Largest argument count of a call of another calculator, 0 if none.
+    int callArity() const { return m_call_arity; }
+    std::size_t size() const { return m_code.size(); }
+
+    // Runs the instructions over r, whose parameter registers are loaded.
+    RunResult Run(double* r, CallSpace& space) const;
+
+private:
+    friend class Compiler;
+
+    std::vector<Instr> m_code;
+    std::vector<std::uint32_t> m_arg_regs;
+    std::vector<double> m_init;
+    std::vector<std::pair<int, std::uint32_t> > m_loads;
+    std::vector<DiffChain> m_chains;
+    std::vector<ICalculator*> m_calls;
+    std::uint32_t m_result = 0;
+    int m_needed_params = 0;
+    int m_call_arity = 0;
+};
+
+}  // namespace vexa_compiled
+
+#endif
