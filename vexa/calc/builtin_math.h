@@ -7,9 +7,14 @@
 
 // The computing built-ins as functions of doubles. The built-in
 // implementations read their arguments into doubles and call these; the
-// compiled evaluation calls them directly. One definition keeps both paths
-// bit for bit equal. The order of operations follows the language's
-// definitions exactly: do not regroup the arithmetic. Internal.
+// compiled evaluation calls them directly. The order of operations follows
+// the language's definitions exactly: do not regroup the arithmetic.
+//
+// Those that compute are defined once, out of line (builtin_math.cpp), so
+// that every caller runs the same machine code: a compiler may order the
+// operands of + and * differently wherever it inlines a formula, and with
+// two NaN operands the order decides which NaN comes out. Those that only
+// select, test or flip a sign stay inline. Internal.
 namespace vexa_math {
 
 const double kPi = 3.14159265358979323846;
@@ -28,17 +33,15 @@ inline bool InArcDomain(double x) { return !(std::fabs(x) > 1.0); }
 inline bool InLogDomain(double x) { return !(x <= 0.0); }
 inline bool InSqrtDomain(double x) { return !(x < 0.0); }
 
-inline double Anint(double x) { return x > 0.0 ? Trunc(x + 0.5) : Trunc(x - 0.5); }
 inline double Max(double a, double b) { return a >= b ? a : b; }
 inline double Min(double a, double b) { return b < a ? b : a; }
-// The quotient goes through the 32-bit truncation, so a zero divisor gives
-// a - (-2147483648 * 0) = a instead of a NaN.
-inline double Mod(double a, double b) { return a - Trunc(a / b) * b; }
+
 inline double Sign(double a, double b)
 {
     const double magnitude = std::fabs(a);
     return b > 0.0 ? magnitude : -magnitude;
 }
+
 // A NaN selector is neither negative nor zero, so it picks the last branch.
 inline double If(double x, double n, double z, double p)
 {
@@ -49,137 +52,27 @@ inline double If(double x, double n, double z, double p)
     return p;
 }
 
-// "Unless x > x0" rather than "x <= x0": a NaN x stays at h0.
-inline double CubicStep(double x, double x0, double h0, double x1, double h1)
-{
-    if (!(x > x0))
-        return h0;
-    if (x >= x1)
-        return h1;
-    const double a = (x - x0) / (x1 - x0);
-    return (3.0 - (a + a)) * (h1 - h0) * (a * a) + h0;
-}
+double Anint(double x);
+// The quotient goes through the 32-bit truncation, so a zero divisor gives
+// a - (-2147483648 * 0) = a instead of a NaN.
+double Mod(double a, double b);
 
-inline double QuinticStep(double x, double x0, double h0, double x1, double h1)
-{
-    if (!(x > x0))
-        return h0;
-    if (x >= x1)
-        return h1;
-    const double a = (x - x0) / (x1 - x0);
-    return ((6.0 * a) * a + (10.0 - 15.0 * a)) * (h1 - h0) * a * (a * a) + h0;
-}
+// The steps hold h0 "unless x > x0" rather than "for x <= x0": a NaN x stays
+// at h0.
+double CubicStep(double x, double x0, double h0, double x1, double h1);
+double QuinticStep(double x, double x0, double h0, double x1, double h1);
+double Havsin(double x, double x0, double h0, double x1, double h1);
+double Shf(double x, double x0, double a, double w, double phi, double b);
+double Impact(double x, double v, double x1, double k, double e, double cmax, double d);
+double Bistop(double x, double v, double x1, double x2, double k, double e, double cmax, double d);
+double Sweep(double x, double a, double x0, double f0, double x1, double f1, double dx);
 
-inline double Havsin(double x, double x0, double h0, double x1, double h1)
-{
-    if (!(x > x0))
-        return h0;
-    if (x >= x1)
-        return h1;
-    const double a = (x - x0) / (x1 - x0);
-    return ((h1 + h0) + (h1 - h0) * std::sin(kPi * a - kPi / 2.0)) * 0.5;
-}
-
-inline double Shf(double x, double x0, double a, double w, double phi, double b)
-{
-    return a * std::sin(w * (x - x0) - phi) + b;
-}
-
-// Penetration force below the lower stop; damping ramps in over depth d.
-inline double LowerContact(double x, double v, double x1, double k, double e, double cmax, double d)
-{
-    const double f = k * std::pow(x1 - x, e) - CubicStep(x, x1 - d, cmax, x1, 0.0) * v;
-    return f > 0.0 ? f : 0.0;
-}
-
-inline double Impact(double x, double v, double x1, double k, double e, double cmax, double d)
-{
-    return x < x1 ? LowerContact(x, v, x1, k, e, cmax, d) : 0.0;
-}
-
-inline double Bistop(double x, double v, double x1, double x2, double k, double e, double cmax, double d)
-{
-    if (x < x1)
-        return LowerContact(x, v, x1, k, e, cmax, d);
-    if (x > x2) {
-        const double f = -k * std::pow(x - x2, e) - CubicStep(x, x2, 0.0, x2 + d, cmax) * v;
-        return f < 0.0 ? f : 0.0;
-    }
-    return 0.0;
-}
-
-// The amplitude ramps in from x = 0, not from x0: the sweep is silent for
-// every x <= 0 whatever its frequency window.
-inline double Sweep(double x, double a, double x0, double f0, double x1, double f1, double dx)
-{
-    const double k = (f1 - f0) / (x1 - x0);
-    double phase;
-    if (!(x > x0))
-        phase = kTwoPi * f0 * x;
-    else if (x <= x1)
-        phase = k * (x - x0) * (kPi * (x - x0)) + kTwoPi * f0 * x;
-    else
-        phase = k * (x1 - x0) * (kPi * (x1 - x0)) + kTwoPi * (f1 * (x - x1) + f0 * x1);
-    return std::sin(phase) * (QuinticStep(x, 0.0, 0.0, dx, 1.0) * a);
-}
-
-// Every series is summed in ascending order of its index: reordering the sum
-// changes the last bits of the result.
-
-// sum of c[i] (x - x0)^i, i = 0 .. n-1
-inline double Poly(double x, double x0, const double* c, int n)
-{
-    const double t = x - x0;
-    double s = 0.0;
-    for (int i = 0; i < n; ++i)
-        s += std::pow(t, static_cast<double>(i)) * c[i];
-    return s;
-}
-
-// Chebyshev polynomials of the first kind by the two-term recurrence
-// T(i) = 2t T(i-1) - T(i-2), T(0) = 1, T(1) = t.
-inline double Cheby(double x, double x0, const double* c, int n)
-{
-    const double t = x - x0;
-    double before = 1.0;  // T(i-2)
-    double last = t;      // T(i-1)
-    double s = 0.0;
-    for (int i = 0; i < n; ++i) {
-        double ti;
-        if (i == 0) {
-            ti = 1.0;
-        } else if (i == 1) {
-            ti = t;
-        } else {
-            ti = (2.0 * t) * last - before;
-            before = last;
-            last = ti;
-        }
-        s += ti * c[i];
-    }
-    return s;
-}
-
-// c[0] + sum over i >= 1 of wave((i * w) * (x - x0)) * c[i], i < n
-template <typename Wave>
-inline double Fourier(double x, double x0, double w, const double* c, int n, Wave wave)
-{
-    const double t = x - x0;
-    double s = c[0];
-    for (int i = 1; i < n; ++i)
-        s += wave((static_cast<double>(i) * w) * t) * c[i];
-    return s;
-}
-
-inline double Forcos(double x, double x0, double w, const double* c, int n)
-{
-    return Fourier(x, x0, w, c, n, [](double a) { return std::cos(a); });
-}
-
-inline double Forsin(double x, double x0, double w, const double* c, int n)
-{
-    return Fourier(x, x0, w, c, n, [](double a) { return std::sin(a); });
-}
+// The series over n coefficients c, summed in ascending order of the index:
+// reordering a sum changes the last bits of the result.
+double Poly(double x, double x0, const double* c, int n);
+double Cheby(double x, double x0, const double* c, int n);
+double Forcos(double x, double x0, double w, const double* c, int n);
+double Forsin(double x, double x0, double w, const double* c, int n);
 
 }  // namespace vexa_math
 

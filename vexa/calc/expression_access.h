@@ -24,6 +24,9 @@ struct ExpressionAccess {
             e.m_fast_path = nullptr;
     }
     static void SetFastPath(Expression& e, ICalculator::FastEvaluate f) { e.m_fast_path = f; }
+    // Whether e's tree was compiled into a program (known after its first
+    // evaluation).
+    static bool RunsCompiled(const Expression& e) { return e.m_fast_path != nullptr; }
     // The held parameters, read without a call into the exported accessors.
     static int ParamCount(const Expression& e) { return e.m_param_count; }
     static VEXA_Data* Params(const Expression& e) { return e.m_params; }

@@ -434,6 +434,11 @@ std::unique_ptr<Program> Compiler::Generate(std::uint32_t root)
     std::unique_ptr<Program> program(new Program());
     std::vector<bool> used(m_values.size(), false);
     used[root] = true;
+    // Every parameter the tree reads is loaded, read or not: the tree fails
+    // on a missing or non-scalar one even where only a placeholder sees it,
+    // and a run starts only when all of them are scalars.
+    for (const auto& param : m_params)
+        used[param.second] = true;
     for (const Pending& p : m_pending) {
         if (!p.live)
             continue;

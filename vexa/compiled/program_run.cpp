@@ -5,12 +5,17 @@
 #include "vexa/compiled/builtin_ops.h"
 #include "vexa/compiled/program.h"
 #include "vexa/core/data_access.h"
+#include "vexa/core/float_ops.h"
 
 namespace vexa_compiled {
 
 namespace {
 
 using vexa_core::DataAccess;
+using vexa_core::Difference;
+using vexa_core::Product;
+using vexa_core::Quotient;
+using vexa_core::Sum;
 
 // The largest argument count of any built-in (FORCOS and FORSIN: 34).
 constexpr int kMaxArgs = 3 + vexa_math::kMaxCoefficients;
@@ -19,7 +24,7 @@ constexpr int kMaxArgs = 3 + vexa_math::kMaxCoefficients;
 // shifted argument is x + h, which the value sum computes as h + x, then
 // x - h; the quotient is (f1 - f2) / (h + h). A level whose argument index
 // is out of range, or a built-in that refuses, ends the run.
-bool Difference(const DiffChain& chain, std::size_t level, const double* args, int n, double& out)
+bool StepDifference(const DiffChain& chain, std::size_t level, const double* args, int n, double& out)
 {
     if (level == chain.shifted.size())
         return EvalBuiltin(static_cast<Op>(chain.base), args, n, out);
@@ -32,13 +37,13 @@ bool Difference(const DiffChain& chain, std::size_t level, const double* args, i
         shifted[k] = args[k];
     double f1;
     double f2;
-    shifted[i] = h + args[i];
-    if (!Difference(chain, level + 1, shifted, n, f1))
+    shifted[i] = Sum(h, args[i]);
+    if (!StepDifference(chain, level + 1, shifted, n, f1))
         return false;
-    shifted[i] = args[i] - h;
-    if (!Difference(chain, level + 1, shifted, n, f2))
+    shifted[i] = Difference(args[i], h);
+    if (!StepDifference(chain, level + 1, shifted, n, f2))
         return false;
-    out = (f1 - f2) / (h + h);
+    out = Quotient(Difference(f1, f2), Sum(h, h));
     return true;
 }
 
@@ -46,7 +51,7 @@ bool Difference(const DiffChain& chain, std::size_t level, const double* args, i
 
 bool CentralDifference(const DiffChain& chain, const double* args, int n, double& out)
 {
-    return Difference(chain, 0, args, n, out);
+    return StepDifference(chain, 0, args, n, out);
 }
 
 // Threaded dispatch: every instruction ends in its own indirect jump, which
@@ -75,19 +80,19 @@ RunResult Program::Run(double* r, CallSpace& space) const
     goto* kJump[ip->op];
 
 op_add:
-    r[ip->d] = r[ip->b] + r[ip->a];
+    r[ip->d] = Sum(r[ip->b], r[ip->a]);
     VEXA_NEXT();
 op_sub:
-    r[ip->d] = r[ip->a] - r[ip->b];
+    r[ip->d] = Difference(r[ip->a], r[ip->b]);
     VEXA_NEXT();
 op_mul:
-    r[ip->d] = r[ip->a] * r[ip->b];
+    r[ip->d] = Product(r[ip->a], r[ip->b]);
     VEXA_NEXT();
 op_div: {
     const double divisor = r[ip->b];
     if (!(0 < divisor || 0 > divisor))
         return RunResult::kUseTree;
-    r[ip->d] = r[ip->a] / divisor;
+    r[ip->d] = Quotient(r[ip->a], divisor);
     VEXA_NEXT();
 }
 op_pow:
@@ -181,7 +186,7 @@ op_numdiff: {
     const int n = static_cast<int>(ip->b);
     for (int k = 0; k < n; ++k)
         v[k] = r[regs[k]];
-    if (!Difference(m_chains[ip->c], 0, v, n, r[ip->d]))
+    if (!StepDifference(m_chains[ip->c], 0, v, n, r[ip->d]))
         return RunResult::kUseTree;
     VEXA_NEXT();
 }

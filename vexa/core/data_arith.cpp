@@ -1,9 +1,15 @@
 #include <cmath>
 
 #include "vexa/core/data.h"
+#include "vexa/core/float_ops.h"
 
 // Results are built directly in the returned value rather than in a
 // temporary that is then copied; the value the caller receives is the same.
+
+using vexa_core::Difference;
+using vexa_core::Product;
+using vexa_core::Quotient;
+using vexa_core::Sum;
 
 namespace {
 
@@ -42,7 +48,7 @@ VEXA_Data ElementWise(const double* x, const double* y, int rows, int cols, Op o
 VEXA_Data VEXA_Data::operator*(const VEXA_Data& b) const {
     // Scalar times scalar dominates evaluation; take it before any other test.
     if (m_row == 1 && m_col == 1 && b.m_row == 1 && b.m_col == 1 && m_data && b.m_data)
-        return VEXA_Data(m_data[0] * b.m_data[0]);
+        return VEXA_Data(Product(m_data[0], b.m_data[0]));
 
     const DataType ta = getType();
     const DataType tb = b.getType();
@@ -55,7 +61,7 @@ VEXA_Data VEXA_Data::operator*(const VEXA_Data& b) const {
         const double* x = m.m_data;
         const int n = m.m_row * m.m_col;
         return Build(m.m_row, m.m_col, [&](double* out) {
-            for (int e = 0; e < n; ++e) out[e] = x[e] * k;
+            for (int e = 0; e < n; ++e) out[e] = Product(x[e], k);
         });
     }
 
@@ -69,7 +75,7 @@ VEXA_Data VEXA_Data::operator*(const VEXA_Data& b) const {
         for (int i = 0; i < rows; ++i) {
             for (int j = 0; j < cols; ++j) {
                 double sum = 0.0;
-                for (int k = 0; k < inner; ++k) sum += x[i * inner + k] * y[k * cols + j];
+                for (int k = 0; k < inner; ++k) sum = Sum(sum, Product(x[i * inner + k], y[k * cols + j]));
                 out[i * cols + j] = sum;
             }
         }
@@ -78,13 +84,13 @@ VEXA_Data VEXA_Data::operator*(const VEXA_Data& b) const {
 
 VEXA_Data VEXA_Data::operator-(const VEXA_Data& b) const {
     if (m_row == 1 && m_col == 1 && b.m_row == 1 && b.m_col == 1 && m_data && b.m_data)
-        return VEXA_Data(m_data[0] - b.m_data[0]);
+        return VEXA_Data(Difference(m_data[0], b.m_data[0]));
 
     if (getType() != DT_NULL) {
         if (!IsConsistent(*this, b)) Fail();
         // Same reported shape, but b may be a null value that kept it.
         if (!b.m_data) Fail();
-        return ElementWise(m_data, b.m_data, m_row, m_col, [](double p, double q) { return p - q; });
+        return ElementWise(m_data, b.m_data, m_row, m_col, [](double p, double q) { return Difference(p, q); });
     }
 
     // A null left operand negates b over the shape it reports. Only b's own
@@ -100,12 +106,12 @@ VEXA_Data VEXA_Data::operator-(const VEXA_Data& b) const {
 
 VEXA_Data VEXA_Data::operator+(const VEXA_Data& b) const {
     if (m_row == 1 && m_col == 1 && b.m_row == 1 && b.m_col == 1 && m_data && b.m_data)
-        return VEXA_Data(b.m_data[0] + m_data[0]);
+        return VEXA_Data(Sum(b.m_data[0], m_data[0]));
 
     if (getType() == DT_NULL) return VEXA_Data(b);
     if (!IsConsistent(*this, b)) Fail();
     if (!b.m_data) Fail();
-    return ElementWise(m_data, b.m_data, m_row, m_col, [](double p, double q) { return q + p; });
+    return ElementWise(m_data, b.m_data, m_row, m_col, [](double p, double q) { return Sum(q, p); });
 }
 
 VEXA_Data VEXA_Data::operator/(const VEXA_Data& b) const {
@@ -119,7 +125,7 @@ VEXA_Data VEXA_Data::operator/(const VEXA_Data& b) const {
     const double* x = m_data;
     const int n = m_row * m_col;
     return Build(m_row, m_col, [&](double* out) {
-        for (int e = 0; e < n; ++e) out[e] = x[e] / d;
+        for (int e = 0; e < n; ++e) out[e] = Quotient(x[e], d);
     });
 }
 
@@ -129,9 +135,9 @@ VEXA_Data VEXA_Data::operator%(const VEXA_Data& b) const {
     const double* x = m_data;
     const double* y = b.m_data;
     return Build(1, 3, [&](double* out) {
-        out[0] = x[1] * y[2] - x[2] * y[1];
-        out[1] = x[2] * y[0] - x[0] * y[2];
-        out[2] = x[0] * y[1] - x[1] * y[0];
+        out[0] = Difference(Product(x[1], y[2]), Product(x[2], y[1]));
+        out[1] = Difference(Product(x[2], y[0]), Product(x[0], y[2]));
+        out[2] = Difference(Product(x[0], y[1]), Product(x[1], y[0]));
     });
 }
 
