@@ -125,6 +125,15 @@ public:
     // Runs the instructions over r, whose parameter registers are loaded.
     RunResult Run(double* r, CallSpace& space) const;
 
+    // The instruction stream, for other ways of running it (over many points
+    // at once, or with derivatives). The last instruction is kReturn.
+    const std::vector<Instr>& code() const { return m_code; }
+    // Registers of the argument lists of list instructions (a, b index here).
+    const std::vector<std::uint32_t>& argRegisters() const { return m_arg_regs; }
+    const std::vector<DiffChain>& chains() const { return m_chains; }
+    // The calculators kCall instructions call, by their c.
+    const std::vector<ICalculator*>& calls() const { return m_calls; }
+
 private:
     friend class Compiler;
 
