@@ -24,12 +24,27 @@ struct ExpressionAccess {
             e.m_fast_path = nullptr;
     }
     static void SetFastPath(Expression& e, ICalculator::FastEvaluate f) { e.m_fast_path = f; }
+    static bool EvaluateLong(Expression& e, int count, VEXA_Data* params, VEXA_Data& result)
+    {
+        return e.EvaluateLong(count, params, result);
+    }
+    // Offsets of the held parameters within a calculator, for code that
+    // reads them directly.
+    static int ParamCountOffset(Expression& e) { return Offset(e, &e.m_param_count); }
+    static int ParamsOffset(Expression& e) { return Offset(e, &e.m_params); }
     // Whether e's tree was compiled into a program (known after its first
     // evaluation).
     static bool RunsCompiled(const Expression& e) { return e.m_fast_path != nullptr; }
     // The held parameters, read without a call into the exported accessors.
     static int ParamCount(const Expression& e) { return e.m_param_count; }
     static VEXA_Data* Params(const Expression& e) { return e.m_params; }
+
+private:
+    static int Offset(Expression& e, const void* field)
+    {
+        const ICalculator& base = e;
+        return static_cast<int>(static_cast<const char*>(field) - reinterpret_cast<const char*>(&base));
+    }
 };
 
 }  // namespace vexa_calc

@@ -33,11 +33,13 @@ bool ICalculator::Release()
 
 bool ICalculator::Evaluate(int count, VEXA_Data* params, VEXA_Data& result)
 {
-    if (m_fast_path) {
-        const int answer = m_fast_path(*this, count, params, result);
-        if (answer >= 0)
-            return answer != 0;
-    }
+    if (m_fast_path)
+        return m_fast_path(*this, count, params, result);
+    return EvaluateLong(count, params, result);
+}
+
+bool ICalculator::EvaluateLong(int count, VEXA_Data* params, VEXA_Data& result)
+{
     if (!SetParams(count, params))
         return false;
     return Calculate(result);

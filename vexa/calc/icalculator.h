@@ -43,13 +43,14 @@ private:
     friend struct vexa_calc::ExpressionAccess;
 
     bool SetParams(int count, VEXA_Data* params);
+    // Evaluate without the fast path: SetParams, then Calculate.
+    bool EvaluateLong(int count, VEXA_Data* params, VEXA_Data& result);
 
     // A whole evaluation in one step, for calculators that can do all of
     // Evaluate at once in the common case (an Expression whose tree runs as
-    // a program, all values scalars): it answers 1 or 0 for Evaluate's true
-    // or false, or -1 to leave the call to SetParams and Calculate, which
-    // then give the same answer the long way.
-    typedef int (*FastEvaluate)(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result);
+    // a program, all values scalars). It gives Evaluate's answer, going the
+    // long way itself for whatever it does not cover.
+    typedef bool (*FastEvaluate)(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result);
     FastEvaluate m_fast_path;
 };
 

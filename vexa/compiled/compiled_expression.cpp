@@ -1,9 +1,11 @@
+#include <cstdlib>
 #include <memory>
 #include <vector>
 
 #include "vexa/calc/expression_access.h"
 #include "vexa/calc/expression_tree.h"
 #include "vexa/compiled/compiler.h"
+#include "vexa/compiled/machine_code.h"
 #include "vexa/core/data_access.h"
 
 namespace vexa_calc {
@@ -15,6 +17,10 @@ struct CompiledRoot {
     std::unique_ptr<vexa_compiled::Program> program;
     std::vector<double> registers;
     vexa_compiled::CallSpace space;
+    // Machine code for the program, made once the expression has been
+    // evaluated often enough to repay it (see RunsBeforeMachineCode).
+    std::unique_ptr<vexa_compiled::MachineCode> machine;
+    int runs = 0;
 };
 
 namespace {
@@ -35,27 +41,72 @@ inline bool Run(CompiledRoot& c, const VEXA_Data* held, VEXA_Data& result)
     return true;
 }
 
+// How many one-step evaluations run in the interpreter before the program is
+// turned into machine code: an expression evaluated a few times does not
+// repay the translation (and the page of memory its code takes).
+// VEXA_MACHINE_CODE_AFTER sets another count; a negative one never
+// translates (the interpreter then runs everything).
+int RunsBeforeMachineCode()
+{
+    static const int runs = [] {
+        const char* text = std::getenv("VEXA_MACHINE_CODE_AFTER");
+        return text && *text ? std::atoi(text) : 64;
+    }();
+    return runs;
+}
+
+bool LongExit(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result)
+{
+    return ExpressionAccess::EvaluateLong(static_cast<Expression&>(self), count, params, result);
+}
+
+bool TreeExit(ICalculator& self, int, VEXA_Data*, VEXA_Data& result)
+{
+    result = CalculateTree(ExpressionAccess::Root(static_cast<Expression&>(self)));
+    return result.getType() != DT_NULL;
+}
+
+bool AssignExit(VEXA_Data& result, double v)
+{
+    DataAccess::AssignScalar(result, v);
+    return true;
+}
+
+void MakeMachineCode(Expression& e, CompiledRoot& c, int count)
+{
+    const vexa_compiled::Layout layout{ExpressionAccess::ParamCountOffset(e), ExpressionAccess::ParamsOffset(e),
+                                       static_cast<std::int32_t>(sizeof(VEXA_Data)), DataAccess::ShapeOffset(),
+                                       DataAccess::DataOffset(), DataAccess::SpaceOffset()};
+    c.machine = vexa_compiled::MachineCode::Make(*c.program, count, c.registers.data(), &c.space, layout,
+                                                 {LongExit, TreeExit, AssignExit});
+    if (c.machine)
+        ExpressionAccess::SetFastPath(e, c.machine->entry());
+}
+
 // Evaluate in one step (ICalculator::FastEvaluate): the parameters are
 // scalars into held scalars of the same count, which SetParams would copy
 // element by element; the program then reads them. Anything else goes the
-// long way. Copying before a hand-over is harmless: the long way copies the
-// same values again.
-int FastEvaluate(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result)
+// long way. Copying before that is harmless: the long way copies the same
+// values again.
+bool FastEvaluate(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result)
 {
     Expression& e = static_cast<Expression&>(self);
     CompiledRoot& c = *ExpressionAccess::Compiled(e);
     if (count != ExpressionAccess::ParamCount(e) || count < c.program->neededParams())
-        return -1;
+        return LongExit(self, count, params, result);
+    if (c.runs >= 0 && ++c.runs > RunsBeforeMachineCode() && RunsBeforeMachineCode() >= 0) {
+        c.runs = -1;  // one attempt
+        MakeMachineCode(e, c, count);
+        if (c.machine)
+            return c.machine->entry()(self, count, params, result);
+    }
     VEXA_Data* held = ExpressionAccess::Params(e);
     for (int i = 0; i < count; ++i) {
         if (!DataAccess::IsScalar(params[i]) || !DataAccess::IsScalar(held[i]))
-            return -1;
+            return LongExit(self, count, params, result);
         DataAccess::SetScalar(held[i], DataAccess::Scalar(params[i]));
     }
-    if (Run(c, held, result))
-        return 1;
-    result = CalculateTree(ExpressionAccess::Root(e));
-    return result.getType() != DT_NULL ? 1 : 0;
+    return Run(c, held, result) || TreeExit(self, count, params, result);
 }
 
 // Kept out of line: it runs once per tree, and the evaluation path that

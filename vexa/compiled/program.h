@@ -2,6 +2,7 @@
 #define VEXA_COMPILED_PROGRAM_H
 
 #include <cstdint>
+#include <exception>
 #include <vector>
 
 #include "vexa/core/data.h"
@@ -105,7 +106,9 @@ enum class RunResult { kDone, kUseTree };
 // calculators, reused from run to run.
 struct CallSpace {
     std::vector<VEXA_Data> args;
-    VEXA_Data result;
+    // An exception a call threw inside machine code, until it is thrown
+    // again outside.
+    std::exception_ptr pending;
 };
 
 class Program {

@@ -16,6 +16,11 @@ struct DataAccess {
     // The element of a value for which IsScalar holds.
     static double Scalar(const VEXA_Data& d) { return d.m_data[0]; }
 
+    // Offsets of the fields within a value, for code that reads them directly.
+    static int ShapeOffset() { return Offset(&VEXA_Data::m_row); }
+    static int DataOffset() { return Offset(&VEXA_Data::m_data); }
+    static int SpaceOffset() { return Offset(&VEXA_Data::m_space); }
+
     // Overwrites the element of a value for which IsScalar holds.
     static void SetScalar(VEXA_Data& d, double v) { d.m_data[0] = v; }
 
@@ -31,6 +36,15 @@ struct DataAccess {
         d.m_row = 1;
         d.m_col = 1;
         d.m_space[0] = v;
+    }
+
+private:
+    template <class T>
+    static int Offset(T VEXA_Data::*field)
+    {
+        const VEXA_Data probe;
+        return static_cast<int>(reinterpret_cast<const char*>(&(probe.*field)) -
+                                reinterpret_cast<const char*>(&probe));
     }
 };
 
