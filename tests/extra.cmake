@@ -4,3 +4,9 @@ if(NOT VEXA_SANITIZE)
   add_test(NAME install_package_host
     COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/install/check.sh ${PROJECT_BINARY_DIR})
 endif()
+
+# The differential test once more with machine code from the first repeated
+# evaluation on (its discovered run compares the interpreter, which serves
+# the first 64 evaluations of an expression).
+add_test(NAME compiled_differential_machine_code COMMAND test_compiled_differential)
+set_tests_properties(compiled_differential_machine_code PROPERTIES ENVIRONMENT "VEXA_MACHINE_CODE_AFTER=0")

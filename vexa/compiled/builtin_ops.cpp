@@ -151,7 +151,8 @@ bool HasEffect(Op op)
 
 bool QuietsResult(Op op)
 {
-    return op == kAdd || op == kSub || op == kMul || op == kDiv || op == kPow;
+    // A central difference ends in a division.
+    return op == kAdd || op == kSub || op == kMul || op == kDiv || op == kPow || op == kNumDiff;
 }
 
 }  // namespace vexa_compiled

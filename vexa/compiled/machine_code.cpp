@@ -11,6 +11,7 @@
 #include "vexa/compiled/builtin_ops.h"
 #include "vexa/compiled/x64_emitter.h"
 #include "vexa/core/data_access.h"
+#include "vexa/core/float_ops.h"
 
 namespace vexa_compiled {
 
@@ -56,6 +57,7 @@ double CallMax(double a, double b) { return vexa_math::Max(a, b); }
 double CallMin(double a, double b) { return vexa_math::Min(a, b); }
 double CallSign(double a, double b) { return vexa_math::Sign(a, b); }
 double CallIf(double x, double n, double z, double p) { return vexa_math::If(x, n, z, p); }
+double CallAint(double x) { return vexa_math::Trunc(x); }
 
 int CallDifference(const DiffChain* chain, const double* args, int n, double* out)
 {
@@ -160,6 +162,35 @@ std::uint64_t SeriesFunction(Op op, int& lead)
     }
 }
 
+// The function computing op over its arguments in registers (and, for the
+// series, an array after lead of them), for the ops that never refuse their
+// values; 0 for the others.
+std::uint64_t Kernel(Op op, int& lead)
+{
+    lead = -1;
+    switch (op) {
+    case kSinh:
+    case kCosh:
+    case kTanh:
+    case kAtan:
+    case kExp:
+    case kSin:
+    case kCos:
+    case kTan:
+    case kAnint:
+        return Address(UnaryFunction(op));
+    case kAint:
+        return Address(CallAint);
+    default:
+        break;
+    }
+    if (BinaryFunction(op))
+        return Address(BinaryFunction(op));
+    if (const std::uint64_t f = ListFunction(op))
+        return f;
+    return SeriesFunction(op, lead);
+}
+
 bool IsCallLike(Op op)
 {
     if (op == kAdd || op == kSub || op == kMul || op == kDiv || op == kAbs || op == kSqrt || op == kAint ||
@@ -210,6 +241,7 @@ private:
     void List(const Instr& in, std::size_t at);
     void WriteArgs(const Instr& in, int from);
     void Difference(const Instr& in, std::size_t at);
+    void CallShifted(std::uint64_t kernel, int lead, const Instr& in, int shifted, bool up);
     void CallOther(const Instr& in, std::size_t at);
     void Prologue();
     void Epilogue();
@@ -230,6 +262,8 @@ private:
     int m_slow_result = 0;
     int m_abs = 0;
     int m_one = 0;
+    int m_step = 0;     // the step of the central difference
+    int m_two_steps = 0;
 
     std::vector<std::vector<std::size_t> > m_uses;
     std::vector<std::size_t> m_cursor;
@@ -499,9 +533,61 @@ void Generator::List(const Instr& in, std::size_t at)
     DefineFromXmm0(in.d);
 }
 
+// One evaluation of a central difference's built-in, with argument shifted
+// moved by the step: up (h + x, as the value sum adds it) or down (x - h).
+void Generator::CallShifted(std::uint64_t kernel, int lead, const Instr& in, int shifted, bool up)
+{
+    const std::uint32_t* regs = m_program.argRegisters().data() + in.a;
+    const int n = static_cast<int>(in.b);
+    auto load = [&](int x, int k) {
+        LoadTo(x, regs[k]);
+        if (k != shifted)
+            return;
+        if (up) {
+            m_em.MovsdLoadPool(x, m_step);
+            m_em.Arith(0x58, x, Home(regs[k]));
+        } else {
+            m_em.ArithPool(0x5C, x, m_step);
+        }
+    };
+    if (lead >= 0) {
+        // A series takes the arguments after its leading ones as an array.
+        for (int k = lead; k < n; ++k) {
+            load(0, k);
+            m_em.MovsdStore({rsp, 8 * (k - lead)}, 0);
+        }
+        for (int k = 0; k < lead; ++k)
+            load(k, k);
+        m_em.Lea(rdi, {rsp, 0});
+        m_em.MovImm32(rsi, static_cast<std::uint32_t>(n - lead));
+    } else {
+        for (int k = 0; k < n; ++k)
+            load(k, k);
+    }
+    CallAddress(kernel);
+}
+
 void Generator::Difference(const Instr& in, std::size_t at)
 {
     SpillAll(at);
+    // A single difference of a built-in that never refuses is done here:
+    // (f(.., h + x, ..) - f(.., x - h, ..)) / (h + h).
+    const DiffChain& chain = m_program.chains()[in.c];
+    int lead = -1;
+    const std::uint64_t kernel = chain.shifted.size() == 1 ? Kernel(static_cast<Op>(chain.base), lead) : 0;
+    const int shifted = chain.shifted.empty() ? -1 : chain.shifted[0];
+    if (kernel && shifted >= 0 && shifted < static_cast<int>(in.b)) {
+        const Mem first{rsp, kScratch - 16};
+        CallShifted(kernel, lead, in, shifted, true);
+        m_em.MovsdStore(first, 0);
+        CallShifted(kernel, lead, in, shifted, false);
+        m_em.MovsdLoad(1, first);
+        m_em.Arith(0x5C, 1, 0);
+        m_em.ArithPool(0x5E, 1, m_two_steps);
+        m_em.Movapd(0, 1);
+        DefineFromXmm0(in.d);
+        return;
+    }
     WriteArgs(in, 0);
     m_em.MovImm64(rdi, reinterpret_cast<std::uint64_t>(&m_program.chains()[in.c]));
     m_em.Lea(rsi, {rsp, 0});
@@ -694,6 +780,13 @@ bool Generator::Emit()
     m_slow_result = m_em.NewLabel();
     m_abs = m_em.Constant(kAbsMask);
     m_one = m_em.Constant(kOne);
+    const double h = 0.001;
+    const double twoSteps = vexa_core::Sum(h, h);
+    std::uint64_t bits;
+    std::memcpy(&bits, &h, 8);
+    m_step = m_em.Constant(bits);
+    std::memcpy(&bits, &twoSteps, 8);
+    m_two_steps = m_em.Constant(bits);
 
     // The count is checked before the frame exists: both the caller's and
     // the held count must be the one the copy below was made for.

@@ -66,6 +66,7 @@ public:
     void Movapd(int dst, int src);
     void Arith(std::uint8_t op, int x, int src);  // op: 0x58 add, 0x59 mul, 0x5C sub, 0x5E div, 0x51 sqrt
     void Arith(std::uint8_t op, int x, Mem m);
+    void ArithPool(std::uint8_t op, int x, int constant);
     void AndpdPool(int x, int constant);
     void Xorpd(int dst, int src);
     void Ucomisd(int x, int src);
