@@ -1,34 +1,12 @@
 // Built-ins run once per function call of every evaluation, so they must not
-// touch the heap.
+// touch the heap; nor may a whole evaluation of an expression of scalars.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
 #include <vector>
 
+#include "alloc_counter.h"
 #include "builtin_call.h"
-
-namespace {
-bool g_counting = false;
-long g_allocations = 0;
-
-// Out of line, so that the optimizer, seeing the replaced operator new, does
-// not take free here for a mismatched deallocation.
-__attribute__((noinline)) void FreeBlock(void* p) {
-    std::free(p);
-}
-}  // namespace
-
-void* operator new(std::size_t size) {
-    if (g_counting) ++g_allocations;
-    if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-    throw std::bad_alloc();
-}
-void* operator new[](std::size_t size) { return operator new(size); }
-void operator delete(void* p) noexcept { FreeBlock(p); }
-void operator delete[](void* p) noexcept { FreeBlock(p); }
-void operator delete(void* p, std::size_t) noexcept { FreeBlock(p); }
-void operator delete[](void* p, std::size_t) noexcept { FreeBlock(p); }
+#include "vexa/vexa.h"
 
 namespace {
 
@@ -36,12 +14,9 @@ long AllocationsOfEvaluate(const wchar_t* name, std::vector<VEXA_Data> args) {
     VEXA_WString key(name);
     ICalculator* calc = FunctionFactory::getInstance()->CreateFunction(key);
     VEXA_Data result(1, 12);  // a heap-sized result is replaced, not reused
-    g_allocations = 0;
-    g_counting = true;
-    calc->Evaluate(static_cast<int>(args.size()), args.data(), result);
-    g_counting = false;
+    const long n = alloc_counter::Count([&] { calc->Evaluate(static_cast<int>(args.size()), args.data(), result); });
     calc->Release();
-    return g_allocations;
+    return n;
 }
 
 TEST(BuiltinAllocation, ComputingCallsAllocateNothingOfTheirOwn) {
@@ -60,6 +35,46 @@ TEST(BuiltinAllocation, ComputingCallsAllocateNothingOfTheirOwn) {
         ASSERT_GT(baseline, 0) << "the count does not see the library's allocations";
         EXPECT_EQ(AllocationsOfEvaluate(call.first, call.second), baseline) << call.second.size();
     }
+}
+
+}  // namespace
+
+namespace {
+
+// Steady state of an evaluation: after the first runs (which compile the
+// expression, and later turn it into machine code) nothing is allocated,
+// whatever the call: 33 arguments, a registered function, a derivative.
+TEST(ExpressionAllocation, EvaluatingScalarsAllocatesNothing) {
+    VexaParser parser;
+    ICalculator* twice = nullptr;
+    ASSERT_TRUE(parser.parse(L"u*2+1", nullptr, &twice));
+    VEXA_WString name(L"TWICEPLUSONE");
+    ASSERT_TRUE(FunctionFactory::getInstance()->Register(name, twice));
+    const wchar_t* const texts[] = {
+        L"STEP(x, 0, 0, 1, 10)*SIN(2*PI*x) + y/3",
+        L"POLY(x, y, 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20,21,22,23,24,25,26,27,28,29,30,31)",
+        L"TWICEPLUSONE(x) - IMPACT({D}, {V}, 0, 1E5, 1.5, 100, 0.001)",
+    };
+    for (const wchar_t* text : texts) {
+        ICalculator* calc = nullptr;
+        ASSERT_TRUE(parser.parse(text, nullptr, &calc));
+        ICalculator* derivative = calc->getDerivativeCalculator(0);
+        ASSERT_NE(derivative, nullptr);
+        std::vector<VEXA_Data> values(static_cast<std::size_t>(parser.getParamsNum()), VEXA_Data(-0.25));
+        VEXA_Data result;
+        for (ICalculator* c : {calc, derivative}) {
+            auto evaluate = [&] {
+                for (int i = 0; i < 100; ++i)
+                    c->Evaluate(static_cast<int>(values.size()), values.data(), result);
+            };
+            evaluate();
+            EXPECT_EQ(alloc_counter::Count(evaluate), 0) << (c == calc ? "" : "derivative of ") << text;
+        }
+        derivative->Release();
+        calc->Release();
+    }
+    FunctionFactory::getInstance()->UnRegister(name);
+    twice->Release();
 }
 
 }  // namespace
