@@ -1,6 +1,7 @@
 #include "vexa/core/data.h"
 
 #include <cmath>
+#include <cstring>
 
 #include "vexa/core/platform.h"
 
@@ -16,10 +17,28 @@ VEXA_Data::VEXA_Data(int rows, int cols) : m_row(0), m_col(0), m_data(nullptr) {
     InitSpace(rows, cols);
 }
 
+namespace {
+
+// Values of up to nine elements live in the inline buffer, and copying all
+// of it at once is cheaper than a loop over the elements; the elements
+// beyond the shape were never part of the value.
+void CopyInline(double* to, const double* from) {
+    std::memcpy(to, from, 9 * sizeof(double));
+}
+
+}  // namespace
+
 VEXA_Data::VEXA_Data(const VEXA_Data& other) : m_row(-2), m_col(-2), m_data(nullptr) {
     // A copy of a null value has no storage at all, so getValue() never hands
     // out a buffer whose contents nobody wrote.
     if (other.getType() == DT_NULL) return;
+    if (other.m_data == other.m_space) {
+        m_row = other.m_row;
+        m_col = other.m_col;
+        m_data = m_space;
+        CopyInline(m_space, other.m_space);
+        return;
+    }
     InitSpace(other.m_row, other.m_col);
     const int n = m_row * m_col;
     for (int e = 0; e < n; ++e) m_data[e] = other.m_data[e];
@@ -33,6 +52,14 @@ VEXA_Data& VEXA_Data::operator=(const VEXA_Data& other) {
     if (this == &other) return *this;
     if (other.getType() == DT_NULL) {
         iReleaseData();
+        return *this;
+    }
+    if (other.m_data == other.m_space) {
+        if (m_data != m_space) iReleaseData();
+        m_row = other.m_row;
+        m_col = other.m_col;
+        m_data = m_space;
+        CopyInline(m_space, other.m_space);
         return *this;
     }
     // Reusing storage of the same shape gives the same value as releasing and
