@@ -1,5 +1,6 @@
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <vector>
 
 #include "vexa/calc/expression_access.h"
@@ -72,13 +73,19 @@ bool AssignExit(VEXA_Data& result, double v)
     return true;
 }
 
+// Machine code is only a faster way to the same answer: without memory for
+// it, the interpreter goes on.
 void MakeMachineCode(Expression& e, CompiledRoot& c, int count)
 {
     const vexa_compiled::Layout layout{ExpressionAccess::ParamCountOffset(e), ExpressionAccess::ParamsOffset(e),
                                        static_cast<std::int32_t>(sizeof(VEXA_Data)), DataAccess::ShapeOffset(),
                                        DataAccess::DataOffset(), DataAccess::SpaceOffset()};
-    c.machine = vexa_compiled::MachineCode::Make(*c.program, count, c.registers.data(), &c.space, layout,
-                                                 {LongExit, TreeExit, AssignExit});
+    try {
+        c.machine = vexa_compiled::MachineCode::Make(*c.program, count, c.registers.data(), &c.space, layout,
+                                                     {LongExit, TreeExit, AssignExit});
+    } catch (const std::bad_alloc&) {
+        c.machine.reset();
+    }
     if (c.machine)
         ExpressionAccess::SetFastPath(e, c.machine->entry());
 }
