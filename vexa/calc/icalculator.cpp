@@ -38,7 +38,8 @@ bool ICalculator::Evaluate(int count, VEXA_Data* params, VEXA_Data& result)
     return EvaluateLong(count, params, result);
 }
 
-bool ICalculator::EvaluateLong(int count, VEXA_Data* params, VEXA_Data& result)
+// Out of line, so that Evaluate itself is only the test and a jump.
+__attribute__((noinline)) bool ICalculator::EvaluateLong(int count, VEXA_Data* params, VEXA_Data& result)
 {
     if (!SetParams(count, params))
         return false;

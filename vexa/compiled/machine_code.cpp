@@ -222,6 +222,14 @@ private:
     bool m_frame = false;
 
     Mem Home(std::uint32_t reg) const { return {m_base, static_cast<std::int32_t>(8 * reg)}; }
+    // A register no parameter and no instruction writes holds a constant of
+    // the start image; one that is neither zero nor NaN needs no check as a
+    // divisor.
+    bool IsNonZeroConstant(std::uint32_t reg) const
+    {
+        const double v = m_program.initialRegisters()[reg];
+        return !m_written[reg] && (0 < v || 0 > v);
+    }
     void Operands(const Instr& in, std::vector<std::uint32_t>& out) const;
     std::size_t NextUse(std::uint32_t reg, std::ptrdiff_t after);
 
@@ -270,6 +278,7 @@ private:
     std::vector<std::size_t> m_last;
     std::vector<int> m_xmm;        // per register: the xmm holding it, or kNoXmm
     std::vector<bool> m_in_memory;  // per register: its home slot is current
+    std::vector<bool> m_written;    // per register: a parameter or instruction writes it
     int m_holder[16];              // per xmm: the register it holds, or -1
 };
 
@@ -420,7 +429,7 @@ void Generator::Arithmetic(const Instr& in, std::size_t at)
     const std::uint32_t first = op == kAdd ? in.b : in.a;
     const std::uint32_t second = op == kAdd ? in.a : in.b;
     const std::uint8_t code = op == kAdd ? 0x58 : op == kSub ? 0x5C : op == kMul ? 0x59 : 0x5E;
-    if (op == kDiv) {
+    if (op == kDiv && !IsNonZeroConstant(second)) {
         // Zero or NaN divisor: equal or unordered both set ZF.
         m_em.Xorpd(0, 0);
         if (m_xmm[second] != kNoXmm)
@@ -697,17 +706,25 @@ void Generator::CopyParameters()
     }
 }
 
+// The result goes into the host's value in place when it is a scalar's
+// storage already; otherwise C++ makes it one (with the value in xmm0).
 void Generator::StoreResult()
 {
     const std::uint32_t reg = m_program.resultRegister();
-    if (m_xmm[reg] != kNoXmm)
-        m_em.Movapd(0, m_xmm[reg]);
-    else
+    int x = m_xmm[reg];
+    if (x == kNoXmm) {
+        x = 0;
         m_em.MovsdLoad(0, Home(reg));
+    }
     m_em.Lea(rax, {m_result, m_layout.value_space});
     m_em.CmpMemReg({m_result, m_layout.value_data}, rax);
-    m_em.Jump(kNotEqual, m_slow_result);
-    m_em.MovsdStore({m_result, m_layout.value_space}, 0);
+    const int inPlace = m_em.NewLabel();
+    m_em.Jump(kEqual, inPlace);
+    if (x != 0)
+        m_em.Movapd(0, x);
+    m_em.Jump(m_slow_result);
+    m_em.Bind(inPlace);
+    m_em.MovsdStore({m_result, m_layout.value_space}, x);
     m_em.MovStore({m_result, m_layout.value_shape}, m_shape);
     m_em.MovImm32(rax, 1);
     Epilogue();
@@ -752,6 +769,13 @@ bool Generator::Emit()
     m_last.assign(registers, kNever);
     m_xmm.assign(registers, kNoXmm);
     m_in_memory.assign(registers, true);
+    m_written.assign(registers, false);
+    for (const Instr& in : code) {
+        if (in.op != kReturn)
+            m_written[in.d] = true;
+    }
+    for (const auto& load : m_program.paramLoads())
+        m_written[load.second] = true;
     for (int& h : m_holder)
         h = -1;
     std::vector<std::uint32_t> ops;
