@@ -3,7 +3,7 @@
 
 // Everything a host uses: values, strings, the timing aid, the parser and the
 // diagnosis of its failures, calculators and their handle, the function
-// registry and the expression-tree nodes.
+// registry, the expression-tree nodes and the read-only walk over them.
 #include "vexa/core/export.h"
 #include "vexa/core/data.h"
 #include "vexa/core/wstring.h"
@@ -14,6 +14,8 @@
 #include "vexa/tree/variable_param.h"
 #include "vexa/tree/operater_node.h"
 #include "vexa/tree/function_node.h"
+#include "vexa/tree/tree_walk.h"
+#include "vexa/tree/tree_text.h"
 #include "vexa/calc/icalculator.h"
 #include "vexa/calc/calc_ref.h"
 #include "vexa/calc/expression.h"
