@@ -7,70 +7,15 @@
 #include <sstream>
 
 #include "tools/dot_tree.h"
+#include "tools/explain.h"
 #include "tools/numbers.h"
 #include "tools/session.h"
 #include "tools/svg_plot.h"
 #include "tools/sweep.h"
-#include "tools/syntax_locate.h"
 #include "tools/values.h"
 #include "tools/wide.h"
 
 using namespace vexa_cli;
-
-TEST(PreProcess, MatchesTheParsersRewriting) {
-    const struct {
-        const wchar_t* in;
-        const wchar_t* out;
-    } cases[] = {
-        {L"1 + 2", L"1+2"},   {L"2 * * 3", L"2^3"},     {L"2***3", L"2^3"},     {L"2**-3", L"2^@3"},
-        {L"+x", L"!x"},       {L"f(a,-b)", L"f(a,@b)"}, {L"(x)-y", L"(x)-y"},   {L"1E-5", L"1E-5"},
-        {L"{a}-1", L"{a}-1"}, {L"{p q-r}", L"{p q-r}"}, {L"x\t\n", L"x"},       {L"x \t+1", L"x\t+1"},
-        {L"x-y", L"x-y"},     {L"   ", L""},
-    };
-    for (const auto& c : cases) EXPECT_EQ(PreProcess(c.in), c.out) << ToUtf8(c.in);
-}
-
-TEST(LocateSyntaxError, AgreesWithTheLibraryAndNamesTheLevel) {
-    const struct {
-        const wchar_t* text;
-        std::size_t depth;  // nesting of the failing level
-        bool refused;
-        const char* reason;  // part of the reason, or of the level text for refusals
-    } cases[] = {
-        {L"x(y)", 0, false, "two operands"},
-        {L"()", 0, false, "no operand"},
-        {L"1E5E2", 0, false, "second exponent"},
-        {L"1E2.5", 0, false, "exponent cannot have a decimal point"},
-        {L"1R2R", 0, false, "radian mark"},
-        {L"SIN(x, 1#)", 1, false, "cannot start a token"},
-        {L"MAX(1, SIN(2 +))", 2, false, "missing an operand"},
-        {L"IF(x: 1, 2, (3)", 0, false, "not closed"},
-        {L"MAX(x, POLY(x))", 1, true, "POLY"},
-        {L"BISTOP({a}, {b}, {c}, 1, 1, 1, 1, 1)", 0, true, "BISTOP"},
-        {L"MAG(x)", 0, true, "MAG"},
-    };
-    for (const auto& c : cases) {
-        int code = -1;
-        ASSERT_FALSE(ParsesAlone(c.text, std::nullopt, &code)) << ToUtf8(c.text);
-        const SyntaxLocation loc = LocateSyntaxError(c.text, std::nullopt, code);
-        EXPECT_TRUE(loc.agrees) << ToUtf8(c.text) << " library " << code << " tool " << loc.code;
-        EXPECT_EQ(loc.path.size(), c.depth) << ToUtf8(c.text);
-        EXPECT_EQ(loc.refused_call, c.refused) << ToUtf8(c.text);
-        const std::string seen = c.refused ? ToUtf8(loc.call_name) : loc.reason;
-        EXPECT_NE(seen.find(c.reason), std::string::npos) << ToUtf8(c.text) << ": " << seen;
-    }
-}
-
-TEST(CallsIn, SplitsLikeTheParser) {
-    const std::vector<CallPiece> calls = CallsIn(L"2*MAX(x, IF(y: 1, 2, 3)) + 1E5 - SIN(-z)");
-    ASSERT_EQ(calls.size(), 2u);
-    EXPECT_EQ(calls[0].name, L"MAX");
-    EXPECT_EQ(calls[0].args, (std::vector<std::wstring>{L"x", L"IF(y:1,2,3)"}));
-    EXPECT_EQ(calls[1].args, (std::vector<std::wstring>{L"@z"}));
-    const std::vector<CallPiece> inner = CallsIn(calls[0].args[1]);
-    ASSERT_EQ(inner.size(), 1u);
-    EXPECT_EQ(inner[0].args, (std::vector<std::wstring>{L"y", L"1", L"2", L"3"}));
-}
 
 TEST(ParseValue, ShapesAndErrors) {
     const struct {
@@ -169,67 +114,12 @@ TEST(RenderSvg, GapsAndEscapes) {
     EXPECT_EQ(std::count(d.begin(), d.end(), 'M'), 2);
 }
 
-namespace {
-
-std::string Prefix(const TreeNode& n) {
-    std::string s = n.text;
-    if (!n.children.empty()) {
-        s += "(";
-        for (std::size_t i = 0; i < n.children.size(); ++i) s += (i ? "," : "") + Prefix(*n.children[i]);
-        s += ")";
-    }
-    return s;
-}
-
-}  // namespace
-
-TEST(TreeFromDump, RebuildsTheLibrarysTrees) {
-    const struct {
-        const wchar_t* text;
-        const char* prefix;
-    } cases[] = {
-        {L"x + y*z", "+(v:0,*(v:1,v:2))"},
-        {L"x - MAX(y, 2) - z", "-(-(v:0,MAX(v:1,2)),v:2)"},
-        {L"STEP(x, 0, MIN(x, y)*2, 1, 2) ^ -x", "^(STEP(v:0,0,*(MIN(v:0,v:1),2),1,2),-(0,v:0))"},
-        {L"MAX(x - y, SIN(z))", "MAX(-(v:0,v:1),SIN(v:2))"},
-        {L"5", "5"},
-    };
-    for (const auto& c : cases) {
-        Parsed p = ParseText(c.text, std::nullopt);
-        ASSERT_EQ(p.status, ParseStatus::Ok) << ToUtf8(c.text);
-        std::vector<std::wstring> lines;
-        dynamic_cast<Expression*>(p.calc.get())->Dump(lines);
-        std::unique_ptr<TreeNode> tree = TreeFromDump(lines);
-        ASSERT_TRUE(tree) << ToUtf8(c.text);
-        EXPECT_EQ(Prefix(*tree), c.prefix) << ToUtf8(c.text);
-    }
-    EXPECT_FALSE(TreeFromDump({L"          v:0", L"          v:1"}));
-}
-
 TEST(Wide, Utf8RoundTrip) {
     const std::string s = "x \xC2\xB0 \xE2\x82\xAC \xF0\x9F\x98\x80";
     EXPECT_EQ(ToUtf8(ToWide(s)), s);
     EXPECT_EQ(ToWide("a\xFF"), std::wstring(L"a\xFFFD"));
     EXPECT_TRUE(SameNoCase(L"Time", L"TIME"));
     EXPECT_FALSE(SameNoCase(L"TIME", L"TIMES"));
-}
-
-#include "tools/errors.h"
-#include "tools/explain.h"
-
-TEST(DescribeListRejection, PointsAtTheCause) {
-    const struct {
-        const wchar_t* list;
-        const char* cause;
-    } cases[] = {
-        {L"x_y", "an underscore"}, {L"a}", "'}'"}, {L"  ", "ends in a space"}, {L"x\ty", "a tab"},
-    };
-    for (const auto& c : cases) {
-        std::wstring copy = c.list;
-        EXPECT_EQ(ParseText(L"1", copy).status, ParseStatus::ListRejected) << ToUtf8(c.list);
-        const std::string msg = DescribeListRejection(c.list);
-        EXPECT_NE(msg.find(c.cause), std::string::npos) << msg;
-    }
 }
 
 TEST(BindValues, OrderCaseAndGaps) {
@@ -262,8 +152,10 @@ TEST(FindRefusedCall, BlamesTheInnermostRefusal) {
         {L"SQRT(x)", 4, ""},
     };
     for (const auto& c : cases) {
-        std::vector<Assignment> given{{L"x", VEXA_Data(c.x), "x"}};
-        const std::string blamed = FindRefusedCall(c.text, std::nullopt, given);
+        Parsed p = ParseText(c.text, std::nullopt);
+        std::vector<VEXA_Data> values{VEXA_Data(c.x)};
+        EvaluateAt(p.calc.get(), values);
+        const std::string blamed = FindRefusedCall(p.calc.get(), p.params);
         if (*c.blamed == '\0')
             EXPECT_EQ(blamed, "") << ToUtf8(c.text);
         else
@@ -313,22 +205,7 @@ TEST(WriteCsv, QuotesLabelsWithCommas) {
 TEST(RenderDot, NamesVariablesAndEscapesTitles) {
     Parsed p = ParseText(L"SIN(speed)", std::nullopt);
     ASSERT_EQ(p.status, ParseStatus::Ok);
-    std::vector<std::wstring> lines;
-    dynamic_cast<Expression*>(p.calc.get())->Dump(lines);
-    std::unique_ptr<TreeNode> tree = TreeFromDump(lines);
-    ASSERT_TRUE(tree);
-    const std::string dot = RenderDot({{"say \"hi\"", tree.get()}}, p.params);
+    const std::string dot = RenderDot({{"say \"hi\"", p.calc.get()}}, p.params);
     EXPECT_NE(dot.find("label=\"say \\\"hi\\\"\""), std::string::npos) << dot;
     EXPECT_NE(dot.find("g0n0 -> g0n1"), std::string::npos) << dot;
-}
-
-TEST(DescribeSyntaxError, FallsBackToTheLibrarysCodeWhenItCannotRetrace) {
-    // A code the tool cannot reproduce: show the top-level text and say that
-    // the position may count in an argument.
-    const std::string msg = DescribeSyntaxError(L"SIN(x) + 1", std::nullopt, 4);
-    EXPECT_NE(msg.find("position 4"), std::string::npos) << msg;
-    EXPECT_NE(msg.find("argument's own text"), std::string::npos) << msg;
-    EXPECT_NE(msg.find("    SIN(x)+1\n        ^"), std::string::npos) << msg;
-    const std::string refused = DescribeSyntaxError(L"SIN(x) + 1", std::nullopt, 100);
-    EXPECT_NE(refused.find("refused by its function"), std::string::npos) << refused;
 }
