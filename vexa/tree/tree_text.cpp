@@ -10,6 +10,9 @@ namespace {
 
 std::wstring NumberText(double x)
 {
+    // The language has no negative zero to write: -0 would read as 0 - 0.
+    if (x == 0.0)
+        return L"0";
     char buffer[64];
     const std::to_chars_result end = std::to_chars(buffer, buffer + sizeof buffer, x);
     std::wstring text(buffer, end.ptr);
