@@ -44,19 +44,6 @@ const wchar_t* CallName(const FunctionNode& call)
     return name ? name : L"NULL";
 }
 
-wchar_t SymbolOf(int kind)
-{
-    switch (kind) {
-    case kAdd: return L'+';
-    case kSub: return L'-';
-    case kMul: return L'*';
-    case kDiv: return L'/';
-    case kCross: return L'%';
-    case kPow: return L'^';
-    default: return L' ';
-    }
-}
-
 // The children of a node in order; missing operands and arguments are left out,
 // as Dump leaves them out.
 void ChildrenOf(INode* node, std::vector<INode*>& out)
@@ -81,7 +68,7 @@ void Describe(INode* node, const std::vector<std::wstring>* names, TreeNodeInfo&
     if (OperaterNode* op = dynamic_cast<OperaterNode*>(node)) {
         info.kind = NodeKind::kOperator;
         info.op = static_cast<OperatorKind>(op->m_kind);
-        info.symbol = SymbolOf(op->m_kind);
+        info.symbol = OperatorSymbol(op->m_kind);
     } else if (FunctionNode* call = dynamic_cast<FunctionNode*>(node)) {
         info.kind = NodeKind::kCall;
         info.call = KindOfCall(call->m_function);
@@ -98,20 +85,20 @@ void Describe(INode* node, const std::vector<std::wstring>* names, TreeNodeInfo&
 }
 
 // Length of the text of a node's own dump line, indentation left out.
-std::size_t LineLength(INode* node)
+std::size_t LineLength(const TreeNodeInfo& n)
 {
-    if (dynamic_cast<OperaterNode*>(node))
-        return 1;
-    if (FunctionNode* call = dynamic_cast<FunctionNode*>(node))
-        return vexa_platform::WLen(CallName(*call));
-    if (ConstantParam* constant = dynamic_cast<ConstantParam*>(node))
-        return static_cast<std::wstring>(constant->Calculate()).size();
-    if (VariableParam* variable = dynamic_cast<VariableParam*>(node))
-        return 2 + vexa_platform::FormatInt(variable->m_index).size();
-    // A class of the host's own: ask it, without its indentation.
-    std::vector<std::wstring> lines;
-    node->Dump(lines, 0);
-    return lines.empty() ? 0 : lines.back().size();
+    switch (n.kind) {
+    case NodeKind::kOperator: return 1;
+    case NodeKind::kCall: return n.function.size();
+    case NodeKind::kConstant: return static_cast<std::wstring>(n.value).size();
+    case NodeKind::kParameter: return 2 + vexa_platform::FormatInt(n.parameter).size();
+    default: {
+        // A class of the host's own: ask it, without its indentation.
+        std::vector<std::wstring> lines;
+        n.node->Dump(lines, 0);
+        return lines.empty() ? 0 : lines.back().size();
+    }
+    }
 }
 
 }  // namespace
@@ -146,20 +133,12 @@ bool WalkTree(ICalculator* calc, const TreeVisitor& visit, const std::vector<std
 TreeMeasure MeasureTree(INode* root)
 {
     TreeMeasure m;
-    if (!root)
-        return m;
-    std::vector<std::pair<INode*, int>> stack{{root, 0}};
-    std::vector<INode*> children;
-    while (!stack.empty()) {
-        const std::pair<INode*, int> top = stack.back();
-        stack.pop_back();
+    WalkTree(root, [&m](const TreeNodeInfo& n) {
         ++m.nodes;
-        m.depth = std::max(m.depth, top.second + 1);
-        m.dump_chars += 10 * static_cast<std::uint64_t>(top.second) + LineLength(top.first);
-        ChildrenOf(top.first, children);
-        for (INode* child : children)
-            stack.push_back({child, top.second + 1});
-    }
+        m.depth = std::max(m.depth, n.depth + 1);
+        m.dump_chars += 10 * static_cast<std::uint64_t>(n.depth) + LineLength(n);
+        return true;
+    });
     return m;
 }
 
