@@ -168,10 +168,11 @@ INode* VexaParser::parseVariable(ICalculator* owner, const wchar_t* name)
     double value = 0;
     if (vexa_parser::NamedConstant(name, value))
         return new ConstantParam(VEXA_Data(value));
-    int index = vexa_parser::FindName(m_variable_list, name, m_name_index);
+    VEXA_WString key(name);
+    int index = getIndexOfVariable(key);
     if (index < 0) {
         index = static_cast<int>(m_variable_list.size());
-        m_variable_list.push_back(VEXA_WString(name));
+        m_variable_list.push_back(key);
     }
     return new VariableParam(owner, index);
 }

@@ -70,8 +70,7 @@ public:
     const VEXA_WString& getParam(int index);
 
 private:
-    // White-box tests reach the private steps through this.
-    friend class VexaParserTestAccess;
+    // vexa::DiagnoseLastParse reads m_failure through this.
     friend struct vexa_parser::ParserAccess;
 
     typedef std::stack<wchar_t, std::deque<wchar_t> > OperatorStack;
