@@ -1,6 +1,7 @@
 #ifndef VEXA_PARSER_PARSE_LEVEL_H
 #define VEXA_PARSER_PARSE_LEVEL_H
 
+#include <deque>
 #include <vector>
 
 #include "vexa/parser/parse_failure.h"
@@ -10,6 +11,12 @@
 // for the diagnosis of a failure. Levels chain outward through the arguments
 // of function calls. Internal to the parser.
 namespace vexa_parser {
+
+// One entry of the operator stack: an operator character and where it stands.
+struct OperatorAt {
+    wchar_t op;
+    int at;
+};
 
 // One entry of the operand stack, kept in step with it.
 struct OperandInfo {
@@ -50,10 +57,11 @@ public:
         m_previous = Piece{start, end - start};
     }
 
+    // Whether the '(' at that position is still on the operator stack.
     bool IsOpen(int parenthesis) const
     {
-        for (int at : operatorAt) {
-            if (at == parenthesis)
+        for (const OperatorAt& entry : *operators) {
+            if (entry.at == parenthesis)
                 return true;
         }
         return false;
@@ -63,7 +71,7 @@ public:
     const wchar_t* const text;    // as given to this level
     const wchar_t* work = nullptr;  // pre-processed
     std::vector<OperandInfo> operands;
-    std::vector<int> operatorAt;  // positions of the operators on the stack
+    const std::deque<OperatorAt>* operators = nullptr;
     int token = 0;                // start of the token being handled
 
     // The call whose arguments are being parsed, for the enclosing-call chain.

@@ -223,6 +223,7 @@ INode* VexaParser::parseLevel(ICalculator* owner, Level& level)
     level.work = work.get();
 
     OperatorStack operators;
+    level.operators = &operators;
     OperandStack operands;
     vexa_parser::OperandGuard guard(operands);
     int position = 0;
@@ -235,17 +236,15 @@ INode* VexaParser::parseLevel(ICalculator* owner, Level& level)
             level.NoteToken(incoming == L'(', incoming == L')', false, start, position);
             bool done = false;
             while (!operators.empty() && !done) {
-                switch (Precede(operators.top(), incoming)) {
+                switch (Precede(operators.back().op, incoming)) {
                 case -1:
-                    operators.push(incoming);
-                    level.operatorAt.push_back(start);
+                    operators.push_back({incoming, start});
                     done = true;
                     break;
                 case 0: {
-                    operators.pop();
                     // The group's operand now stands for the whole group.
-                    const int open = level.operatorAt.back();
-                    level.operatorAt.pop_back();
+                    const int open = operators.back().at;
+                    operators.pop_back();
                     if (!level.operands.empty() && level.operands.back().start > open) {
                         level.operands.back().start = open;
                         level.operands.back().end = position;
@@ -261,10 +260,8 @@ INode* VexaParser::parseLevel(ICalculator* owner, Level& level)
                 }
             }
             // A ')' without its '(' is dropped on purpose.
-            if (!done && incoming != L')') {
-                operators.push(incoming);
-                level.operatorAt.push_back(start);
-            }
+            if (!done && incoming != L')')
+                operators.push_back({incoming, start});
             break;
         }
         case TokenKind::kCall:
@@ -318,10 +315,9 @@ void VexaParser::Operate(OperatorStack& operators, OperandStack& operands)
     Level& level = *m_level;
     if (operators.empty())
         Fail(m_failure, 0, ParseProblem::kOther, level.token, 1);
-    wchar_t op = operators.top();
-    operators.pop();
-    const int at = level.operatorAt.back();
-    level.operatorAt.pop_back();
+    wchar_t op = operators.back().op;
+    const int at = operators.back().at;
+    operators.pop_back();
     // Left on the stack when the text ended. The operands stay on their
     // stack, whose guard frees them.
     if (op == L'(') {

@@ -15,6 +15,7 @@ class INode;
 namespace vexa_parser {
 struct FailureRecord;
 class Level;
+struct OperatorAt;
 class NameIndex;
 struct ParserAccess;
 }  // namespace vexa_parser
@@ -73,7 +74,10 @@ private:
     // vexa::DiagnoseLastParse reads m_failure through this.
     friend struct vexa_parser::ParserAccess;
 
-    typedef std::stack<wchar_t, std::deque<wchar_t> > OperatorStack;
+    // Operators with their positions, which a failure's diagnosis needs; one
+    // stack holds both so that the positions cost no allocation of their own.
+    // The back is the top.
+    typedef std::deque<vexa_parser::OperatorAt> OperatorStack;
     typedef std::stack<INode*, std::deque<INode*> > OperandStack;
 
     // Expression parsing (vexa_parser.cpp).
