@@ -12,12 +12,12 @@ install(TARGETS vexa EXPORT vexaTargets
 # built-in table and parser internals stay inside the library.
 set(VEXA_PUBLIC_HEADERS
   vexa/vexa.h
-  vexa/core/export.h vexa/core/data.h vexa/core/wstring.h vexa/core/time_counter.h
+  vexa/core/export.h vexa/core/data.h vexa/core/wstring.h vexa/core/time_counter.h vexa/core/utf8.h
   vexa/tree/inode.h vexa/tree/constant_param.h vexa/tree/variable_param.h
-  vexa/tree/operater_node.h vexa/tree/function_node.h
-  vexa/calc/icalculator.h vexa/calc/expression.h vexa/calc/complex_step_calculator.h
+  vexa/tree/operater_node.h vexa/tree/function_node.h vexa/tree/tree_walk.h vexa/tree/tree_text.h
+  vexa/calc/icalculator.h vexa/calc/calc_ref.h vexa/calc/expression.h vexa/calc/complex_step_calculator.h
   vexa/calc/buidin_function.h vexa/calc/function_factory.h
-  vexa/parser/vexa_parser.h)
+  vexa/parser/vexa_parser.h vexa/parser/parse_diagnosis.h)
 foreach(h ${VEXA_PUBLIC_HEADERS})
   get_filename_component(dir ${h} DIRECTORY)
   install(FILES ${PROJECT_SOURCE_DIR}/${h} DESTINATION include/${dir})

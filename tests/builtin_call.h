@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <vector>
 
+#include "vexa/calc/calc_ref.h"
 #include "vexa/calc/function_factory.h"
 #include "vexa/calc/icalculator.h"
 #include "vexa/core/data.h"
@@ -15,14 +16,12 @@
 // Evaluate, Release.
 inline bool CallFunction(const wchar_t* name, std::vector<VEXA_Data> args, VEXA_Data& result) {
     VEXA_WString key(name);
-    ICalculator* calc = FunctionFactory::getInstance()->CreateFunction(key);
-    if (calc == nullptr) {
+    vexa::CalcRef calc(FunctionFactory::getInstance()->CreateFunction(key));
+    if (!calc) {
         ADD_FAILURE() << "no calculator for a known name";
         return false;
     }
-    const bool ok = calc->Evaluate(static_cast<int>(args.size()), args.data(), result);
-    calc->Release();
-    return ok;
+    return calc->Evaluate(static_cast<int>(args.size()), args.data(), result);
 }
 
 // A 1 x n row vector (n >= 2) holding the given elements.

@@ -14,8 +14,7 @@ namespace {
 int g_array_allocs_until_failure = -1;
 }
 
-void* operator new[](std::size_t size)
-{
+void* operator new[](std::size_t size) {
     if (g_array_allocs_until_failure == 0) {
         g_array_allocs_until_failure = -1;
         throw std::bad_alloc();
@@ -48,20 +47,17 @@ public:
     std::function<INode*(ICalculator*, int)> m_derive;
 };
 
-Expression* Var(int index)
-{
+Expression* Var(int index) {
     Expression* e = new Expression();
     e->SetRoot(new VariableParam(e, index));
     return e;
 }
 
-double First(const VEXA_Data& v)
-{
+double First(const VEXA_Data& v) {
     return v.getType() == DT_NULL ? -12345.0 : v.getValue()[0];
 }
 
-TEST(ICalculator, ReleaseDestroysOnTheReleaseAfterTheLastAddRef)
-{
+TEST(ICalculator, ReleaseDestroysOnTheReleaseAfterTheLastAddRef) {
     for (int refs = 0; refs < 3; ++refs) {
         int destroyed = 0;
         Expression* e = new Expression();
@@ -76,8 +72,7 @@ TEST(ICalculator, ReleaseDestroysOnTheReleaseAfterTheLastAddRef)
     }
 }
 
-TEST(ICalculator, ParametersFollowEveryEvaluation)
-{
+TEST(ICalculator, ParametersFollowEveryEvaluation) {
     // Counts go up, stay and go down: a reused array must never carry a
     // stale value into a later evaluation.
     Expression* e = Var(2);
@@ -111,8 +106,7 @@ TEST(ICalculator, ParametersFollowEveryEvaluation)
     e->Release();
 }
 
-TEST(ICalculator, HeldNullParameterReportsAFreshShape)
-{
+TEST(ICalculator, HeldNullParameterReportsAFreshShape) {
     // Each evaluation copies into new null values, so a null passed where a
     // vector was held before reports 0 x 0, not the vector's old shape.
     Expression* e = Var(0);
@@ -132,8 +126,7 @@ TEST(ICalculator, HeldNullParameterReportsAFreshShape)
     e->Release();
 }
 
-TEST(ICalculator, EvaluatesWithItsOwnHeldParameters)
-{
+TEST(ICalculator, OwnHeldParametersServeAndUnreadableArraysAreRefused) {
     Expression* e = Var(0);
     VEXA_Data big(1, 12);
     for (int i = 0; i < 12; ++i)
@@ -142,28 +135,17 @@ TEST(ICalculator, EvaluatesWithItsOwnHeldParameters)
     ASSERT_TRUE(e->Evaluate(2, params, r));
     ASSERT_TRUE(e->Evaluate(e->getParamCount(), e->getParams(), r));
     EXPECT_TRUE(r == big);
-    e->Release();
-}
-
-TEST(ICalculator, RefusesParameterArraysItCannotRead)
-{
-    Expression* e = Var(0);
-    VEXA_Data params[] = {VEXA_Data(4.0)};
-    VEXA_Data r(-3.0);
-    ASSERT_TRUE(e->Evaluate(1, params, r));
     VEXA_Data* held = e->getParams();
     r = VEXA_Data(-3.0);
     EXPECT_FALSE(e->Evaluate(-1, params, r));
     EXPECT_FALSE(e->Evaluate(1, nullptr, r));
     EXPECT_EQ(First(r), -3.0);
     EXPECT_EQ(e->getParams(), held);
-    EXPECT_EQ(e->getParamCount(), 1);
-    EXPECT_EQ(First(e->getParam(0)), 4.0);
+    EXPECT_EQ(e->getParamCount(), 2);
     e->Release();
 }
 
-TEST(ICalculator, OutOfMemoryWhileCopyingParametersLeavesNone)
-{
+TEST(ICalculator, OutOfMemoryWhileCopyingParametersLeavesNone) {
     VEXA_Data big(1, 12);  // heap storage: its copy allocates an array too
     for (int i = 0; i < 12; ++i)
         big.getValue()[i] = 1;
@@ -187,8 +169,7 @@ TEST(ICalculator, OutOfMemoryWhileCopyingParametersLeavesNone)
     }
 }
 
-TEST(Expression, EmptyExpressionFailsQuietly)
-{
+TEST(Expression, EmptyExpressionFailsQuietlyAndSetRootReplaces) {
     Expression* e = new Expression();
     VEXA_Data params[] = {VEXA_Data(1.0), VEXA_Data(2.0)};
     VEXA_Data r(9.0);
@@ -200,14 +181,10 @@ TEST(Expression, EmptyExpressionFailsQuietly)
     std::vector<std::wstring> lines;
     e->Dump(lines);
     EXPECT_TRUE(lines.empty());
-    e->Release();
-}
 
-TEST(Expression, SetRootOwnsAndReplaces)
-{
+    // SetRoot owns the root and replaces it.
     int first = 0, second = 0;
     Probe* a = new Probe(&first);
-    Expression* e = new Expression();
     e->SetRoot(a);
     e->SetRoot(a);  // the current root handed in again: nothing happens
     EXPECT_EQ(first, 0);
@@ -215,13 +192,10 @@ TEST(Expression, SetRootOwnsAndReplaces)
     EXPECT_EQ(first, 1);
     e->SetRoot(nullptr);
     EXPECT_EQ(second, 1);
-    VEXA_Data r;
-    EXPECT_FALSE(e->Evaluate(0, nullptr, r));
     e->Release();
 }
 
-TEST(Expression, CopyIsIndependentAndUnnamed)
-{
+TEST(Expression, CopyIsIndependentAndUnnamed) {
     Expression* e = Var(1);
     VEXA_WString name(L"SPEED");
     e->SetName(name);
@@ -239,8 +213,7 @@ TEST(Expression, CopyIsIndependentAndUnnamed)
     c->Release();
 }
 
-TEST(Expression, DerivativeIsBuiltForTheNewCalculator)
-{
+TEST(Expression, DerivativeIsBuiltForTheNewCalculator) {
     int destroyed = 0;
     Expression* e = new Expression();
     Probe* p = new Probe(&destroyed);
@@ -263,8 +236,7 @@ TEST(Expression, DerivativeIsBuiltForTheNewCalculator)
     d->Release();
 }
 
-TEST(Expression, DerivativeFailuresLeaveNothingBehind)
-{
+TEST(Expression, DerivativeFailuresLeaveNothingBehind) {
     int destroyed = 0;
     Expression* e = new Expression();
     Probe* p = new Probe(&destroyed);

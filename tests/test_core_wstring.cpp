@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "vexa/core/utf8.h"
 #include "vexa/core/wstring.h"
 
 namespace {
@@ -91,28 +91,19 @@ TEST(CoreWString, CaseAndKeywords) {
     EXPECT_FALSE(VEXA_WString(L"\x00C4").SameNoCase(VEXA_WString(L"\x00E4")));  // only A-Z fold
 }
 
+// One conversion string (per thread: test_threads.cpp), overwritten by the next.
 TEST(CoreWString, SharedConversionIsOverwritten) {
     VEXA_WString first(L"first"), second(L"second");
     std::wstring& kept = Convert(first);
     EXPECT_EQ(&Convert(second), &kept);
     EXPECT_EQ(kept, L"second");
-
-    // Another thread's conversions leave this thread's text alone.
-    Convert(first);
-    std::thread other([] {
-        for (int i = 0; i < 100; ++i) Convert(VEXA_WString(L"other"));
-    });
-    other.join();
-    EXPECT_EQ(kept, L"first");
 }
 
-TEST(CoreWString, NameListVectorCopiesDeeply) {
-    std::vector<VEXA_WString> names(2);
-    names.insert(names.begin() + 1, VEXA_WString(L"TIME"));
-    const std::vector<VEXA_WString> copy = names;
-    EXPECT_EQ(copy[0].getWChar_t(), nullptr);
-    EXPECT_STREQ(copy[1].getWChar_t(), L"TIME");
-    EXPECT_NE(copy[1].getWChar_t(), names[1].getWChar_t());
+TEST(CoreUtf8, RoundTripAndReplacement) {
+    const std::string s = "x \xC2\xB0 \xE2\x82\xAC \xF0\x9F\x98\x80";
+    EXPECT_EQ(vexa::ToUtf8(vexa::FromUtf8(s)), s);
+    EXPECT_EQ(vexa::FromUtf8("a\xFF\xE2\x82"), std::wstring(L"a\xFFFD\xFFFD\xFFFD"));
+    EXPECT_EQ(vexa::ToUtf8(std::wstring(1, static_cast<wchar_t>(0xD800))), "\xEF\xBF\xBD");
 }
 
 }  // namespace

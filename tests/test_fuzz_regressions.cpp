@@ -19,16 +19,14 @@ namespace fs = std::filesystem;
 
 namespace {
 
-fs::path SourceDir()
-{
+fs::path SourceDir() {
     if (const char* env = std::getenv("VEXA_SOURCE_DIR"))
         return env;
     // Run by hand outside ctest: the test file lies in tests/ of the tree.
     return fs::path(__FILE__).parent_path().parent_path();
 }
 
-std::vector<fs::path> Inputs(const char* sub)
-{
+std::vector<fs::path> Inputs(const char* sub) {
     std::vector<fs::path> files;
     fs::path dir = SourceDir() / "fuzz" / sub;
     std::error_code ec;
@@ -41,8 +39,7 @@ std::vector<fs::path> Inputs(const char* sub)
     return files;
 }
 
-void ReplayAll(const char* sub)
-{
+void ReplayAll(const char* sub) {
     for (const fs::path& file : Inputs(sub)) {
         std::ifstream in(file, std::ios::binary);
         std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -54,15 +51,13 @@ void ReplayAll(const char* sub)
 
 }  // namespace
 
-TEST(FuzzRegressions, SavedFindingsPass)
-{
+TEST(FuzzRegressions, SavedFindingsPass) {
     if (!fs::is_directory(SourceDir() / "fuzz" / "regressions"))
         GTEST_SKIP() << "no fuzz/regressions under " << SourceDir() << "; set VEXA_SOURCE_DIR";
     ReplayAll("regressions");
 }
 
-TEST(FuzzRegressions, SeedsPass)
-{
+TEST(FuzzRegressions, SeedsPass) {
     std::vector<fs::path> seeds = Inputs("seeds");
     if (seeds.empty())
         GTEST_SKIP() << "no fuzz/seeds under " << SourceDir() << "; set VEXA_SOURCE_DIR";
@@ -71,8 +66,7 @@ TEST(FuzzRegressions, SeedsPass)
 
 // The harness's own input decoding decides what reaches the parser; a slip
 // there would silently narrow what the fuzzer explores.
-TEST(FuzzRegressions, DecodeSplitsBytesIntoCodeUnits)
-{
+TEST(FuzzRegressions, DecodeSplitsBytesIntoCodeUnits) {
     struct Case {
         std::string bytes;
         std::vector<wchar_t> units;

@@ -13,9 +13,9 @@
 #include <thread>
 #include <vector>
 
-#include "parser_test_util.h"
+#include "test_util.h"
 
-using namespace parser_test;
+using namespace testutil;
 
 namespace {
 
@@ -31,32 +31,28 @@ const wchar_t* const kTexts[] = {
 
 // Everything one thread computes for one text, bit for bit: a copy's tree,
 // then the value and the two first derivatives at fixed parameter values.
-std::wstring Compute(const wchar_t* text)
-{
-    Parsed p(text, L"x,y");
-    if (!p.ok())
-        return L"error " + std::to_wstring(p.code);
+std::wstring Compute(const wchar_t* text) {
+    vexa::ParseResult p = Parse(text, L"x,y");
+    if (!p.calc)
+        return L"error " + std::to_wstring(p.diagnosis.code);
     std::vector<double> values;
-    for (int i = 0; i < p.parser.getParamsNum(); ++i)
-        values.push_back(0.3 + 0.2 * i);
-    ICalculator* copy = static_cast<Expression*>(p.calc)->Copy();
-    std::wstring out = TreeOf(copy);
-    copy->Release();
-    for (ICalculator* c : {p.calc, p.calc->getDerivativeCalculator(0), p.calc->getDerivativeCalculator(1)}) {
-        const double v = EvaluateWith(c, values);
+    for (std::size_t i = 0; i < p.names.size(); ++i)
+        values.push_back(0.3 + 0.2 * static_cast<double>(i));
+    vexa::CalcRef copy(static_cast<Expression*>(p.calc.get())->Copy());
+    std::wstring out = vexa::TreeText(copy.get());
+    vexa::CalcRef d0(p.calc->getDerivativeCalculator(0)), d1(p.calc->getDerivativeCalculator(1));
+    for (ICalculator* c : {p.calc.get(), d0.get(), d1.get()}) {
+        const double v = Eval(c, values);
         std::uint64_t bits;
         std::memcpy(&bits, &v, sizeof bits);
         out += c ? L" " + std::to_wstring(bits) : L" null";
-        if (c && c != p.calc)
-            c->Release();
     }
     return out;
 }
 
 }  // namespace
 
-TEST(Threads, ParallelParseEvaluateDifferentiateMatchSerialResults)
-{
+TEST(Threads, ParallelParseEvaluateDifferentiateMatchSerialResults) {
     // The registry is built without a lock, so it must exist before threads
     // use it.
     FunctionFactory::getInstance();
@@ -92,11 +88,9 @@ TEST(Threads, ParallelParseEvaluateDifferentiateMatchSerialResults)
                 // the budget of another thread's derivative. Nested MAX in the
                 // first argument doubles the derivative tree per level.
                 if (t % 2 == 0 && round == t) {
-                    Parsed p((Repeat(L"MAX(", 24) + L"x" + Repeat(L",1)", 24)).c_str());
-                    if (ICalculator* d = p.calc->getDerivativeCalculator(0)) {
+                    vexa::ParseResult p = Parse(Repeat(L"MAX(", 24) + L"x" + Repeat(L",1)", 24));
+                    if (vexa::CalcRef(p.calc->getDerivativeCalculator(0)))
                         ++budget_misses;
-                        d->Release();
-                    }
                 }
             }
         });

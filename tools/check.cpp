@@ -39,10 +39,7 @@ CheckStats CheckStream(std::istream& in, const std::string& source, const std::o
             continue;
         }
         ++stats.failed;
-        if (p.status == ParseStatus::ListRejected)
-            err << where << "error: " << DescribeListRejection(list ? *list : std::wstring()) << '\n';
-        else
-            err << where << "error: " << DescribeSyntaxError(text, list, p.code);
+        err << where << "error: " << DescribeParseFailure(p);
     }
     return stats;
 }

@@ -34,17 +34,10 @@ std::optional<std::wstring> WideList(const std::optional<std::string>& list) {
 // Parses the expression, printing why when it fails.
 bool Load(const ExprArgs& a, Parsed& p, int& exitCode) {
     p = ParseText(ToWide(a.expression), WideList(a.list));
-    if (p.status == ParseStatus::ListRejected) {
-        Error(DescribeListRejection(*p.list));
-        exitCode = kExitList;
-        return false;
-    }
-    if (p.status == ParseStatus::SyntaxError) {
-        Error(DescribeSyntaxError(p.text, p.list, p.code));
-        exitCode = kExitSyntax;
-        return false;
-    }
-    return true;
+    if (p.status == ParseStatus::Ok) return true;
+    Error(DescribeParseFailure(p));
+    exitCode = p.status == ParseStatus::ListRejected ? kExitList : kExitSyntax;
+    return false;
 }
 
 bool LoadAssignments(const std::vector<std::string>& args, std::vector<Assignment>& out) {
@@ -142,7 +135,7 @@ int RunEval(const ExprArgs& a, const std::vector<std::string>& derivatives) {
     if (!r.ok) {
         std::string why = r.thrown ? DescribeThrownCode(r.code) : DescribeNullResult();
         if (!r.thrown) {
-            const std::string culprit = FindRefusedCall(p.text, p.list, given);
+            const std::string culprit = FindRefusedCall(p.calc.get(), p.params);
             if (!culprit.empty()) why = "null result: " + culprit;
         }
         Error("cannot evaluate '" + a.expression + "': " + why);
@@ -156,7 +149,7 @@ int RunEval(const ExprArgs& a, const std::vector<std::string>& derivatives) {
     show("value", r.value);
     for (int d : dIdx) {
         int code = 0;
-        CalcHandle h = DerivativeOf(p.calc.get(), d, code);
+        vexa::CalcRef h = DerivativeOf(p.calc.get(), d, code);
         const std::string label = "d/d" + ToUtf8(p.params[d]);
         if (!h) {
             Error(label + ": " + (code ? DescribeThrownCode(code)
@@ -251,60 +244,64 @@ int RunSweep(const SweepArgs& a) {
     return kExitOk;
 }
 
-int RunTree(const ExprArgs& a, const std::vector<std::string>& derivatives, const std::string& dotPath) {
+int RunTree(const ExprArgs& a, const std::vector<std::string>& derivatives, const std::string& dotPath, bool dump) {
     Parsed p;
     int rc = kExitOk;
     if (!Load(a, p, rc)) return rc;
     std::vector<int> dIdx;
     if (!ResolveParams(derivatives, p.params, dIdx)) return kExitUsage;
-    Expression* expr = dynamic_cast<Expression*>(p.calc.get());
-    if (!expr) {
-        Error("the library returned a calculator that cannot be dumped");
-        return kExitEval;
-    }
-    struct Dumped {
+    struct Tree {
         std::string title;
-        std::vector<std::wstring> lines;
+        vexa::CalcRef calc;
     };
-    std::vector<Dumped> dumps;
-    dumps.push_back({"expression: " + a.expression, {}});
-    expr->Dump(dumps.back().lines);
+    std::vector<Tree> trees;
+    trees.push_back({"expression: " + a.expression, vexa::CalcRef::Share(p.calc.get())});
     for (int d : dIdx) {
         int code = 0;
-        CalcHandle h = DerivativeOf(p.calc.get(), d, code);
-        Expression* de = dynamic_cast<Expression*>(h.get());
-        if (!de) {
+        vexa::CalcRef h = DerivativeOf(p.calc.get(), d, code);
+        if (!h) {
             Error("cannot differentiate with respect to " + ToUtf8(p.params[d]) + ": " +
                   (code ? DescribeThrownCode(code) : std::string("the derivative tree grew beyond the library's size limit")));
             return kExitEval;
         }
-        dumps.push_back({"derivative with respect to " + ToUtf8(p.params[d]), {}});
-        de->Dump(dumps.back().lines);
+        trees.push_back({"derivative with respect to " + ToUtf8(p.params[d]), std::move(h)});
     }
+    // Dump lines are indented ten blanks a level, so a deep derivative tree
+    // can dump to gigabytes; the outline is cheaper, but not by a lot.
+    const std::uint64_t kMaxChars = 64u << 20;
     const bool dotToStdout = dotPath == "-";
+    for (const Tree& t : trees) {
+        const vexa::TreeMeasure m = vexa::MeasureTree(t.calc.get());
+        const std::uint64_t outline = m.dump_chars / 5 + 32 * m.nodes;
+        if (!dotToStdout && (dump ? m.dump_chars : outline) > kMaxChars) {
+            Error("the tree of '" + t.title + "' has " + std::to_string(m.nodes) + " nodes, " + std::to_string(m.depth) +
+                  " levels deep; its " + (dump ? "dump" : "outline") + " would be larger than 64 MiB");
+            return kExitEval;
+        }
+    }
     if (!dotToStdout) {
         std::cout << "parameters:";
         for (std::size_t i = 0; i < p.params.size(); ++i)
             std::cout << (i ? ", " : " ") << ToUtf8(p.params[i]) << " (v:" << i << ")";
         if (p.params.empty()) std::cout << " (none)";
-        std::cout << "\n(a node's left operand is listed above it and its right operand below it, a call's arguments "
-                     "above its name;\n each level is indented ten more blanks; constants show their whole part)\n";
-        for (const Dumped& d : dumps) {
-            std::cout << '\n' << d.title << '\n';
-            for (const std::wstring& l : d.lines) std::cout << ToUtf8(l) << '\n';
+        std::cout << (dump ? "\n(the library's dump: a node's left operand above it, its right operand below it, a call's "
+                             "arguments\n above its name, each level ten blanks deeper; constants show their whole part)\n"
+                           : "\n(each node above its operands or arguments, which are indented two blanks deeper;\n"
+                             " constants at full precision)\n");
+        for (const Tree& t : trees) {
+            std::cout << '\n' << t.title << '\n';
+            if (dump) {
+                std::vector<std::wstring> lines;
+                static_cast<Expression*>(t.calc.get())->Dump(lines);
+                for (const std::wstring& l : lines) std::cout << ToUtf8(l) << '\n';
+            } else {
+                std::cout << RenderOutline(t.calc.get(), p.params);
+            }
         }
     }
     if (!dotPath.empty()) {
-        std::vector<std::unique_ptr<TreeNode>> trees;
         std::vector<DotGraph> graphs;
-        for (const Dumped& d : dumps) {
-            trees.push_back(TreeFromDump(d.lines));
-            if (!trees.back()) {
-                Error("could not rebuild the tree of '" + d.title + "' from its dump lines");
-                return kExitEval;
-            }
-            graphs.push_back({d.title, trees.back().get()});
-        }
+        for (const Tree& t : trees) graphs.push_back({t.title, t.calc.get()});
         std::string msg;
         if (!WriteFileText(dotPath, RenderDot(graphs, p.params), msg)) {
             Error(msg);

@@ -28,7 +28,9 @@ struct SweepArgs {
 // Each returns the program's exit status.
 int RunEval(const ExprArgs& a, const std::vector<std::string>& derivatives);
 int RunSweep(const SweepArgs& a);
-int RunTree(const ExprArgs& a, const std::vector<std::string>& derivatives, const std::string& dotPath);
+// The outline from the library's tree walk, or with dump the lines of
+// Expression::Dump.
+int RunTree(const ExprArgs& a, const std::vector<std::string>& derivatives, const std::string& dotPath, bool dump);
 int RunCheck(const std::vector<std::string>& files, const std::optional<std::string>& list, bool verbose);
 int RunFunctions(const std::vector<std::string>& names, bool namesOnly);
 int RunDemo(const std::string& file, const std::string& outDir, int points, int rows);

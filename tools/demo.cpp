@@ -178,7 +178,7 @@ bool TableAt(const DemoEntry& e, const Parsed& p) {
     }
     // A derivative is taken by a small step in one scalar; a vector or
     // matrix parameter has no such step.
-    std::vector<CalcHandle> derivs;
+    std::vector<vexa::CalcRef> derivs;
     for (std::size_t i = 0; i < p.params.size(); ++i) {
         if (valueSets[0][i].getType() != DT_SCALAR) continue;
         int code = 0;
@@ -195,7 +195,7 @@ bool TableAt(const DemoEntry& e, const Parsed& p) {
         std::vector<std::string> row;
         for (const VEXA_Data& v : values) row.push_back(FormatValue(v));
         row.push_back(cell(EvaluateAt(p.calc.get(), values)));
-        for (CalcHandle& d : derivs) row.push_back(d ? cell(EvaluateAt(d.get(), values)) : "-");
+        for (vexa::CalcRef& d : derivs) row.push_back(d ? cell(EvaluateAt(d.get(), values)) : "-");
         rows.push_back(row);
     }
     PrintRows(heads, rows);
@@ -283,9 +283,7 @@ int RunDemo(const std::string& file, const std::string& outDir, int points, int 
         }
         Parsed p = ParseText(ToWide(e.expression), e.list);
         if (p.status != ParseStatus::Ok) {
-            std::cerr << "vexa: error: " << file << ":" << e.line << ": "
-                      << (p.status == ParseStatus::ListRejected ? DescribeListRejection(*p.list)
-                                                                 : DescribeSyntaxError(p.text, p.list, p.code));
+            std::cerr << "vexa: error: " << file << ":" << e.line << ": " << DescribeParseFailure(p);
             ++failed;
             continue;
         }

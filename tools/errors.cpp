@@ -1,127 +1,73 @@
 #include "tools/errors.h"
 
-#include <vector>
+#include <algorithm>
 
 #include "tools/call_forms.h"
-#include "tools/syntax_locate.h"
 #include "tools/wide.h"
-#include "vexa/vexa.h"
 
 namespace vexa_cli {
 
 namespace {
 
-const char* kPreNote =
-    "(pre-processed: spaces removed, '**' folded to '^', unary '+'/'-' written as '!'/'@')";
-
-std::string CaretBlock(const std::wstring& text, int position) {
-    std::string line = "    " + ToUtf8(text) + "\n    ";
-    // Count code points, not bytes, so the caret stands under its character.
-    line += std::string(static_cast<std::size_t>(position < 0 ? 0 : position), ' ');
-    line += "^";
-    if (position >= static_cast<int>(text.size())) line += " (end of text)";
-    return line;
+// The text with a caret line under a piece of it; of a long text only the
+// part around the piece.
+std::string CaretBlock(const std::wstring& text, int position, int length) {
+    const std::size_t at = static_cast<std::size_t>(std::max(position, 0));
+    const std::size_t from = text.size() > 100 && at > 50 ? at - 40 : 0;
+    std::string shown = (from ? "..." : "") + ToUtf8(text.substr(from, 80));
+    if (from + 80 < text.size()) shown += "...";
+    std::string caret = from ? "   " : "";
+    // Tabs stay tabs so that the caret lines up under them.
+    for (std::size_t i = from; i < at && i < text.size(); ++i) caret += text[i] == L'\t' ? '\t' : ' ';
+    caret += '^';
+    if (length > 1) caret += std::string(static_cast<std::size_t>(std::min(length, 80)) - 1, '~');
+    if (at >= text.size()) caret += " (end of text)";
+    return "    " + shown + "\n    " + caret;
 }
 
-std::string RefusedCallReason(const SyntaxLocation& loc) {
-    const std::string name = ToUtf8(loc.call_name);
-    const CallForm* f = FindCallForm(loc.call_name);
-    if (loc.code == -1000) return name + " has no implementation in this library (code -1000)";
-    if (loc.code != 100) return name + " failed with code " + std::to_string(loc.code) + " when tried with arguments 1.0";
-    std::string args = std::to_string(loc.call_args) + (loc.call_args == 1 ? " argument" : " arguments");
-    if (f && f->min_args < 0) return std::string(name) + " refuses every call here: " + f->summary;
-    if (f && (loc.call_args < f->min_args || loc.call_args > f->max_args)) {
-        std::string want = f->min_args == f->max_args
-                               ? std::to_string(f->min_args)
-                               : std::to_string(f->min_args) + " to " + std::to_string(f->max_args);
-        return name + " takes " + want + " arguments but was given " + args + "; call form: " + f->form;
+// What the command knows beyond the library about the function concerned.
+std::string CallFormHint(const vexa::ParseDiagnosis& d) {
+    using P = vexa::ParseProblem;
+    if (d.problem == P::kUnknownFunction) {
+        std::string hint;
+        for (const std::wstring& name : d.suggestions) {
+            if (const CallForm* f = FindCallForm(name))
+                hint += std::string(hint.empty() ? "" : "\n  ") + f->form + ": " + f->summary;
+        }
+        return hint;
     }
-    if (loc.call_name == L"IMPACT" || loc.call_name == L"BISTOP")
-        return name + " needs exactly two arguments that each refer to a single braced result-object name, "
-                      "such as {DIST} and {VEL}; call form: " + (f ? f->form : "");
-    return name + " refused the call with " + args + " when tried with every argument set to 1.0" +
-           (f ? std::string("; call form: ") + f->form : std::string());
+    const CallForm* f = d.function.empty() ? nullptr : FindCallForm(d.function);
+    if (!f) return std::string();
+    const std::string name = ToUtf8(d.function);
+    if (d.problem == P::kRefusedCall && f->min_args < 0) return name + " refuses every call here: " + f->summary;
+    if (d.problem == P::kRefusedCall && (d.argument_count < f->min_args || d.argument_count > f->max_args)) {
+        const std::string want = f->min_args == f->max_args
+                                     ? std::to_string(f->min_args)
+                                     : std::to_string(f->min_args) + " to " + std::to_string(f->max_args);
+        return name + " takes " + want + " arguments but was given " + std::to_string(d.argument_count) +
+               "; call form: " + f->form;
+    }
+    return std::string("call form: ") + f->form;
 }
 
 }  // namespace
 
-std::string DescribeSyntaxError(const std::wstring& text, const std::optional<std::wstring>& list, int code) {
-    const SyntaxLocation loc = LocateSyntaxError(text, list, code);
-    const std::string shown = text.size() > 100 ? ToUtf8(text.substr(0, 97)) + "..." : ToUtf8(text);
-    std::string msg = "syntax error (code " + std::to_string(code) + ") in '" + shown + "'\n";
-    if (!loc.agrees) {
-        // The tool could not retrace the parser's steps; show what is certain.
-        msg += "  ";
-        if (code == 100) {
-            msg += "a function call is refused by its function (code 100)\n";
-        } else if (code == 0) {
-            msg += "the text is malformed (code 0 carries no position)\n    " + ToUtf8(PreProcess(text)) + "\n";
-        } else {
-            msg += "position " + std::to_string(code) + " " + kPreNote +
-                   "; if the error lies inside a function argument, the position counts in that "
-                   "argument's own text:\n" + CaretBlock(PreProcess(text), code) + "\n";
-        }
-        return msg;
-    }
-    std::string where;
-    for (const std::string& p : loc.path) where += (where.empty() ? "" : ", inside ") + p;
-    if (loc.refused_call) {
-        msg += "  the call " + ToUtf8(loc.call_text) + (where.empty() ? "" : " (in " + where + ")") +
-               " is refused: " + RefusedCallReason(loc) + "\n";
-        return msg;
-    }
-    if (!where.empty()) {
-        std::vector<std::string> rev(loc.path.rbegin(), loc.path.rend());
-        std::string inner;
-        for (const std::string& p : rev) inner += (inner.empty() ? "" : ", inside ") + p;
-        msg += "  the error is in " + inner + "; " +
-               (loc.has_position ? "the position counts in that argument's own text"
-                                 : "the argument's text") + "\n";
-    }
-    msg += "  " + loc.reason;
-    if (loc.has_position) {
-        msg += ", at position " + std::to_string(loc.position) + " " + kPreNote + ":\n" +
-               CaretBlock(loc.level_text, loc.position) + "\n";
+std::string DescribeParseFailure(const Parsed& p) {
+    const vexa::ParseDiagnosis& d = p.diagnosis;
+    std::string msg;
+    const std::wstring& text = p.status == ParseStatus::ListRejected && p.list ? *p.list : p.text;
+    if (p.status == ParseStatus::ListRejected) {
+        msg = "the parameter-name list '" + ToUtf8(text) + "' is rejected: " + d.message;
     } else {
-        msg += " (code 0: no position)" + std::string(loc.level_text.empty() ? "" : ":\n    " + ToUtf8(loc.level_text)) + "\n";
+        const std::string shown = text.size() > 100 ? ToUtf8(text.substr(0, 97)) + "..." : ToUtf8(text);
+        msg = "syntax error (code " + std::to_string(d.code) + ") in '" + shown + "'\n  " + d.message;
     }
+    if (d.position >= 0)
+        msg += ", at position " + std::to_string(d.position) + ":\n" + CaretBlock(text, d.position, d.length);
+    msg += '\n';
+    const std::string hint = CallFormHint(d);
+    if (!hint.empty()) msg += "  " + hint + '\n';
     return msg;
-}
-
-std::string DescribeListRejection(const std::wstring& list) {
-    std::string msg = "the parameter-name list '" + ToUtf8(list) + "' is rejected: ";
-    // Retrace the list syntax to point at the character that ends it.
-    for (std::size_t i = 0; i < list.size(); ++i) {
-        const wchar_t c = list[i];
-        const bool ok = c == L' ' || c == L',' || c == L'{' || (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z');
-        if (!ok) {
-            std::string what = (c >= L'0' && c <= L'9') ? "a digit" : c == L'}' ? "'}'" : c == L'_' ? "an underscore"
-                               : c == L'\t' ? "a tab" : "the character '" + ToUtf8(std::wstring(1, c)) + "'";
-            return msg + what + " cannot appear in a listed name (names are ASCII letters and '{' only; "
-                               "names with digits or braced names are picked up from the expression instead):\n" +
-                   CaretBlock(list, static_cast<int>(i));
-        }
-    }
-    if (!list.empty() && list.back() == L' ')
-        return msg + "it ends in a space:\n" + CaretBlock(list, static_cast<int>(list.size() - 1));
-    // Otherwise a name equals a registry key exactly.
-    std::wstring cur;
-    std::vector<std::wstring> names;
-    for (wchar_t c : list) {
-        if (c == L',') {
-            names.push_back(cur);
-            cur.clear();
-        } else if (c != L' ') {
-            cur += c;
-        }
-    }
-    names.push_back(cur);
-    for (const std::wstring& n : names) {
-        VEXA_WString key(n.c_str());
-        if (FunctionFactory::getInstance()->IsFunction(key))
-            return msg + "'" + ToUtf8(n) + "' is the name of a function";
-    }
-    return msg + "the library does not accept it";
 }
 
 std::string DescribeThrownCode(int code) {

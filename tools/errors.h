@@ -1,8 +1,9 @@
 #ifndef VEXA_TOOLS_ERRORS_H
 #define VEXA_TOOLS_ERRORS_H
 
-#include <optional>
 #include <string>
+
+#include "tools/session.h"
 
 namespace vexa_cli {
 
@@ -17,12 +18,11 @@ enum ExitCode {
     kExitIo = 6,           // a file cannot be read or written
 };
 
-// Multi-line explanation of a syntax error thrown by parse: what is wrong and
-// where, with a caret under the pre-processed text the position counts in.
-std::string DescribeSyntaxError(const std::wstring& text, const std::optional<std::wstring>& list, int code);
-
-// Why the library refused a parameter-name list, with a caret.
-std::string DescribeListRejection(const std::wstring& list);
+// Why a parse failed (a syntax error or a rejected name list), from the
+// library's diagnosis: what is wrong, in which call, with a caret under the
+// text as typed, and the call form of the function concerned. Ends in a
+// line break.
+std::string DescribeParseFailure(const Parsed& p);
 
 // Meaning of an int thrown while evaluating or differentiating.
 std::string DescribeThrownCode(int code);

@@ -1,60 +1,53 @@
 #include "tools/explain.h"
 
 #include "tools/call_forms.h"
-#include "tools/session.h"
-#include "tools/syntax_locate.h"
+#include "tools/values.h"
 #include "tools/wide.h"
+#include "vexa/vexa.h"
 
 namespace vexa_cli {
 
 namespace {
 
-// Evaluates a piece of the expression on its own with the user's values.
-bool PieceValue(const std::wstring& text, const std::optional<std::wstring>& list,
-                const std::vector<Assignment>& given, EvalResult& out) {
-    Parsed p = ParseText(text, list);
-    if (p.status != ParseStatus::Ok) return false;
-    std::vector<VEXA_Data> values;
-    std::string ignored;
-    if (!BindValues(p.params, given, values, ignored, nullptr)) return false;
-    out = EvaluateAt(p.calc.get(), values);
-    return true;
-}
-
-std::string Search(const std::wstring& text, const std::optional<std::wstring>& list,
-                   const std::vector<Assignment>& given, int depth) {
-    if (depth > 64) return std::string();
-    for (const CallPiece& call : CallsIn(text)) {
-        EvalResult r;
-        if (!PieceValue(call.text, list, given, r) || r.ok || r.thrown) continue;
-        std::vector<std::string> argValues;
-        bool argsOk = true;
-        for (const std::wstring& arg : call.args) {
-            const std::string inner = Search(arg, list, given, depth + 1);
-            if (!inner.empty()) return inner;
-            EvalResult a;
-            if (!PieceValue(arg, list, given, a) || !a.ok) {
-                argsOk = false;
-                break;
-            }
-            argValues.push_back(FormatValue(a.value));
-        }
-        if (!argsOk) continue;
-        std::string list_;
-        for (const std::string& v : argValues) list_ += (list_.empty() ? "" : ", ") + v;
-        const CallForm* f = FindCallForm(call.name);
-        return ToUtf8(call.text) + " has no value: " + ToUtf8(call.name) + " refused the argument" +
-               (argValues.size() == 1 ? " " : "s ") + "(" + list_ + ")" +
-               (f ? std::string(" [") + f->form + ": " + f->summary + "]" : std::string());
+// The value of a subtree with the parameters of the latest Evaluate; null
+// when it has none or throws.
+VEXA_Data ValueOf(INode* node) {
+    try {
+        return node->Calculate();
+    } catch (int) {
+        return VEXA_Data();
     }
-    return std::string();
 }
 
 }  // namespace
 
-std::string FindRefusedCall(const std::wstring& text, const std::optional<std::wstring>& list,
-                            const std::vector<Assignment>& given) {
-    return Search(text, list, given, 0);
+std::string FindRefusedCall(ICalculator* calc, const std::vector<std::wstring>& params) {
+    std::vector<vexa::TreeNodeInfo> nodes;
+    vexa::WalkTree(calc, [&nodes](const vexa::TreeNodeInfo& info) {
+        nodes.push_back(info);
+        return true;
+    });
+    // Parents come before their children, so from the back the first call
+    // found is an innermost one.
+    for (std::size_t i = nodes.size(); i-- > 0;) {
+        const vexa::TreeNodeInfo& call = nodes[i];
+        if (call.kind != vexa::NodeKind::kCall || ValueOf(call.node).getType() != DT_NULL) continue;
+        std::string args;
+        bool argsOk = true;
+        // The arguments are the nodes one level deeper up to the call's end.
+        for (std::size_t j = i + 1; j < nodes.size() && nodes[j].depth > call.depth && argsOk; ++j) {
+            if (nodes[j].depth != call.depth + 1) continue;
+            const VEXA_Data v = ValueOf(nodes[j].node);
+            argsOk = v.getType() != DT_NULL;
+            args += (args.empty() ? "" : ", ") + FormatValue(v);
+        }
+        if (!argsOk) continue;
+        const CallForm* f = FindCallForm(call.function);
+        return ToUtf8(vexa::TreeText(call.node, &params)) + " has no value: " + ToUtf8(call.function) +
+               " refused the argument" + (call.child_count == 1 ? " " : "s ") + "(" + args + ")" +
+               (f ? std::string(" [") + f->form + ": " + f->summary + "]" : std::string());
+    }
+    return std::string();
 }
 
 }  // namespace vexa_cli

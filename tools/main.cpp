@@ -82,18 +82,22 @@ int main(int argc, char** argv) {
     ExprArgs treeArgs;
     std::string treeList, dotPath;
     std::vector<std::string> treeDerivs;
-    CLI::App* tree = app.add_subcommand("tree", "show the expression tree (dump lines) and optionally Graphviz DOT");
+    bool treeDump = false;
+    CLI::App* tree = app.add_subcommand("tree", "show the expression tree and optionally Graphviz DOT");
     AddExprOptions(tree, treeArgs, false);
     CLI::Option* treeListOpt = AddListOption(tree, treeList);
     tree->add_option("-d,--derivative", treeDerivs, "also the tree of the derivative with respect to NAME (repeatable)");
     tree->add_option("--dot", dotPath, "write the trees as Graphviz DOT to FILE ('-' for standard output)");
+    tree->add_flag("--dump", treeDump, "print the library's own dump lines (Expression::Dump) instead of the outline");
     tree->footer(
         "Examples:\n"
         "  vexa tree \"x + y*z\"\n"
         "  vexa tree \"SIN(x)*x\" -d x\n"
         "  vexa tree \"STEP(TIME, 0, 0, 1, 2)*AMP\" -d TIME --dot tree.dot && dot -Tsvg tree.dot -o tree.svg\n"
-        "Dump lines list a node's left operand above it and its right operand below it, a call's arguments\n"
-        "above its name, each one level (ten blanks) deeper; v:N is parameter N, constants show their whole part.");
+        "The outline lists each node above its operands or arguments, two blanks deeper; constants at full\n"
+        "precision, calls marked built-in, registered or numeric derivative. --dump lists the library's dump\n"
+        "lines instead: a node's left operand above it and its right operand below it, a call's arguments above\n"
+        "its name, each one level (ten blanks) deeper; v:N is parameter N, constants show their whole part.");
 
     std::vector<std::string> checkFiles;
     std::string checkList;
@@ -160,7 +164,7 @@ int main(int argc, char** argv) {
         }
         if (*tree) {
             treeArgs.list = listOf(treeListOpt, treeList);
-            return RunTree(treeArgs, treeDerivs, dotPath);
+            return RunTree(treeArgs, treeDerivs, dotPath, treeDump);
         }
         if (*check) return RunCheck(checkFiles, listOf(checkListOpt, checkList), checkVerbose);
         if (*functions) return RunFunctions(fnNames, fnNamesOnly);

@@ -3,6 +3,8 @@
 #include <charconv>
 #include <cmath>
 
+#include "vexa/vexa.h"
+
 namespace vexa_cli {
 
 std::optional<double> ParseNumber(std::string_view text, bool* outOfRange) {
@@ -34,9 +36,7 @@ static std::string Finish(const char* buf, const char* end, double v) {
 }
 
 std::string FormatExact(double v) {
-    char buf[64];
-    auto res = std::to_chars(buf, buf + sizeof buf, v);
-    return Finish(buf, res.ptr, v);
+    return vexa::ToUtf8(vexa::ValueText(VEXA_Data(v)));
 }
 
 std::string FormatShort(double v, int digits) {

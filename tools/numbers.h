@@ -12,7 +12,8 @@ namespace vexa_cli {
 // cannot change what "1.5" means. The whole text must be the number.
 std::optional<double> ParseNumber(std::string_view text, bool* outOfRange = nullptr);
 
-// Shortest text that reads back as the same double.
+// Shortest text that reads back as the same double, in numbers the
+// expression language reads too (1E-05).
 std::string FormatExact(double v);
 
 // At most `digits` significant digits, for tables and axis labels.

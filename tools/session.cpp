@@ -5,42 +5,20 @@
 namespace vexa_cli {
 
 Parsed ParseText(const std::wstring& text, const std::optional<std::wstring>& list) {
+    vexa::ParseResult r = vexa::TryParse(text.c_str(), list ? list->c_str() : nullptr);
     Parsed p;
     p.text = text;
     p.list = list;
-    // parse() wants a writable list.
-    std::vector<wchar_t> listBuf;
-    if (list) {
-        listBuf.assign(list->begin(), list->end());
-        listBuf.push_back(L'\0');
+    p.calc = std::move(r.calc);
+    p.params = std::move(r.names);
+    p.can_plot = r.can_plot;
+    p.diagnosis = std::move(r.diagnosis);
+    switch (p.diagnosis.outcome) {
+    case vexa::ParseOutcome::kParsed: p.status = ParseStatus::Ok; break;
+    case vexa::ParseOutcome::kListRejected: p.status = ParseStatus::ListRejected; break;
+    case vexa::ParseOutcome::kSyntaxError: p.status = ParseStatus::SyntaxError; break;
     }
-    VexaParser parser;
-    ICalculator* calc = nullptr;
-    try {
-        if (!parser.parse(text.c_str(), list ? listBuf.data() : nullptr, &calc)) {
-            p.status = ParseStatus::ListRejected;
-            return p;
-        }
-        p.status = ParseStatus::Ok;
-    } catch (int code) {
-        p.status = ParseStatus::SyntaxError;
-        p.code = code;
-    }
-    // After a thrown error the root-less expression is still ours to release.
-    p.calc = CalcHandle(calc);
-    for (int i = 0; i < parser.getParamsNum(); ++i) {
-        const wchar_t* s = parser.getParam(i);
-        p.params.push_back(s ? std::wstring(s) : std::wstring());
-    }
-    p.can_plot = parser.canPlot();
-    if (p.status != ParseStatus::Ok) p.calc.Reset();
     return p;
-}
-
-bool ParsesAlone(const std::wstring& text, const std::optional<std::wstring>& list, int* code) {
-    Parsed p = ParseText(text, list);
-    if (code) *code = p.code;
-    return p.status == ParseStatus::Ok;
 }
 
 EvalResult EvaluateAt(ICalculator* calc, std::vector<VEXA_Data>& values) {
@@ -60,13 +38,13 @@ EvalResult EvaluateAt(ICalculator* calc, std::vector<VEXA_Data>& values) {
     return r;
 }
 
-CalcHandle DerivativeOf(ICalculator* calc, int index, int& code) {
+vexa::CalcRef DerivativeOf(ICalculator* calc, int index, int& code) {
     code = 0;
     try {
-        return CalcHandle(calc->getDerivativeCalculator(index));
+        return vexa::CalcRef(calc->getDerivativeCalculator(index));
     } catch (int c) {
         code = c;
-        return CalcHandle();
+        return vexa::CalcRef();
     }
 }
 

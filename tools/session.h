@@ -10,53 +10,20 @@
 
 namespace vexa_cli {
 
-// Owns one calculator reference; gives it back when it goes out of scope.
-class CalcHandle {
-public:
-    CalcHandle() = default;
-    explicit CalcHandle(ICalculator* c) : m_calc(c) {}
-    ~CalcHandle() { Reset(); }
-    CalcHandle(CalcHandle&& o) noexcept : m_calc(o.m_calc) { o.m_calc = nullptr; }
-    CalcHandle& operator=(CalcHandle&& o) noexcept {
-        if (this != &o) {
-            Reset();
-            m_calc = o.m_calc;
-            o.m_calc = nullptr;
-        }
-        return *this;
-    }
-    CalcHandle(const CalcHandle&) = delete;
-    CalcHandle& operator=(const CalcHandle&) = delete;
-
-    ICalculator* get() const { return m_calc; }
-    explicit operator bool() const { return m_calc != nullptr; }
-    void Reset() {
-        if (m_calc) m_calc->Release();
-        m_calc = nullptr;
-    }
-
-private:
-    ICalculator* m_calc = nullptr;
-};
-
 enum class ParseStatus { Ok, ListRejected, SyntaxError };
 
 // An expression parsed with a host parameter list.
 struct Parsed {
     ParseStatus status = ParseStatus::SyntaxError;
-    int code = 0;  // the thrown error code for SyntaxError
     std::wstring text;
     std::optional<std::wstring> list;  // the host list; none means a null list
-    CalcHandle calc;
+    vexa::CalcRef calc;
     std::vector<std::wstring> params;  // final parameter order
     bool can_plot = true;
+    vexa::ParseDiagnosis diagnosis;  // why it failed
 };
 
 Parsed ParseText(const std::wstring& text, const std::optional<std::wstring>& list);
-
-// Parses with the library and hides the result; true when it parses. Used to
-// find which part of a text fails.
-bool ParsesAlone(const std::wstring& text, const std::optional<std::wstring>& list, int* code = nullptr);
 
 // Outcome of one Evaluate: a value, a null result, or an int thrown.
 struct EvalResult {
@@ -70,7 +37,7 @@ EvalResult EvaluateAt(ICalculator* calc, std::vector<VEXA_Data>& values);
 
 // Derivative calculator for parameter `index`; null with `code` set when the
 // library threw, null with code 0 when it gave none.
-CalcHandle DerivativeOf(ICalculator* calc, int index, int& code);
+vexa::CalcRef DerivativeOf(ICalculator* calc, int index, int& code);
 
 // Index of `name` in the final order (ASCII case folded, first match), or -1.
 int FindParam(const std::vector<std::wstring>& params, const std::wstring& name);

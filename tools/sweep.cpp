@@ -93,10 +93,10 @@ bool RunSweep(ICalculator* calc, const std::vector<std::wstring>& params, const 
               const SweepRequest& req, SweepResult& out, std::string& error) {
     out.xname = ToUtf8(params[req.index]);
     out.xs = SweepPoints(req.from, req.to, req.points);
-    std::vector<CalcHandle> derivs;
+    std::vector<vexa::CalcRef> derivs;
     for (int d : req.derivatives) {
         int code = 0;
-        CalcHandle h = DerivativeOf(calc, d, code);
+        vexa::CalcRef h = DerivativeOf(calc, d, code);
         if (!h) {
             error = "cannot differentiate with respect to " + ToUtf8(params[d]) + ": " +
                     (code ? DescribeThrownCode(code) : std::string("the derivative tree grew beyond the library's size limit"));

@@ -2,6 +2,7 @@
 
 #include "tools/numbers.h"
 #include "tools/wide.h"
+#include "vexa/tree/tree_text.h"
 
 namespace vexa_cli {
 
@@ -222,26 +223,7 @@ std::string DescribeShape(const VEXA_Data& v) {
 }
 
 std::string FormatValue(const VEXA_Data& v) {
-    const std::vector<double> e = Elements(v);
-    if (v.getType() == DT_NULL || e.empty()) return "null";
-    if (v.getType() == DT_SCALAR) return FormatExact(e[0]);
-    int r = 0, c = 0;
-    v.getDataInfo(r, c);
-    auto row = [&](int i) {
-        std::string s = "[";
-        for (int j = 0; j < c; ++j) {
-            if (j) s += ", ";
-            s += FormatExact(e[static_cast<std::size_t>(i) * c + j]);
-        }
-        return s + "]";
-    };
-    if (v.getType() == DT_VECTOR) return row(0);
-    std::string s = "[";
-    for (int i = 0; i < r; ++i) {
-        if (i) s += ", ";
-        s += row(i);
-    }
-    return s + "]";
+    return ToUtf8(vexa::ValueText(v));
 }
 
 }  // namespace vexa_cli

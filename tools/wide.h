@@ -3,16 +3,19 @@
 
 #include <string>
 
+#include "vexa/core/utf8.h"
+
 namespace vexa_cli {
 
-// UTF-8 <-> wide text without the C library's multibyte routines, whose
-// behaviour depends on the locale the program happens to run in.
-std::wstring ToWide(const std::string& utf8);
-std::string ToUtf8(const std::wstring& wide);
+// The command line speaks UTF-8, the library wide text.
+using vexa::ToUtf8;
+inline std::wstring ToWide(const std::string& utf8)
+{
+    return vexa::FromUtf8(utf8);
+}
 
 // ASCII-only case folding, the way the parser compares parameter names.
 bool SameNoCase(const std::wstring& a, const std::wstring& b);
-std::wstring UpperAscii(const std::wstring& s);
 
 }  // namespace vexa_cli
 

@@ -1,22 +1,28 @@
 #ifndef VEXA_VEXA_H
 #define VEXA_VEXA_H
 
-// Everything a host uses: values, strings, the timing aid, the parser,
-// calculators, the function registry and the expression-tree nodes.
+// Everything a host uses: values, strings, the timing aid, the parser and the
+// diagnosis of its failures, calculators and their handle, the function
+// registry, the expression-tree nodes and the read-only walk over them.
 #include "vexa/core/export.h"
 #include "vexa/core/data.h"
 #include "vexa/core/wstring.h"
 #include "vexa/core/time_counter.h"
+#include "vexa/core/utf8.h"
 #include "vexa/tree/inode.h"
 #include "vexa/tree/constant_param.h"
 #include "vexa/tree/variable_param.h"
 #include "vexa/tree/operater_node.h"
 #include "vexa/tree/function_node.h"
+#include "vexa/tree/tree_walk.h"
+#include "vexa/tree/tree_text.h"
 #include "vexa/calc/icalculator.h"
+#include "vexa/calc/calc_ref.h"
 #include "vexa/calc/expression.h"
 #include "vexa/calc/complex_step_calculator.h"
 #include "vexa/calc/buidin_function.h"
 #include "vexa/calc/function_factory.h"
 #include "vexa/parser/vexa_parser.h"
+#include "vexa/parser/parse_diagnosis.h"
 
 #endif

@@ -5,8 +5,7 @@
 #include <cmath>
 #include <cstdio>
 
-int main()
-{
+int main() {
     Expression* e = new Expression();
     // x * x with x the parameter 0
     e->SetRoot(new OperaterNode(2, new VariableParam(e, 0), new VariableParam(e, 0)));

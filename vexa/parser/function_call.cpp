@@ -5,13 +5,20 @@
 #include <string>
 #include <vector>
 
+#include "vexa/calc/calc_ref.h"
 #include "vexa/calc/function_factory.h"
 #include "vexa/calc/icalculator.h"
 #include "vexa/core/data.h"
 #include "vexa/core/platform.h"
 #include "vexa/parser/parse_guard_internal.h"
+#include "vexa/parser/parse_level.h"
+#include "vexa/parser/tokenizer.h"
 #include "vexa/tree/function_node.h"
 #include "vexa/tree/variable_param.h"
+
+using vexa::ParseProblem;
+using vexa_parser::Fail;
+using vexa_parser::Tokenizer;
 
 namespace {
 
@@ -27,23 +34,26 @@ INode* VexaParser::parseFunction(ICalculator* owner, wchar_t* call)
 {
     // The call comes out of one token, so its name and its argument text are
     // both bounded by the token buffer already.
+    vexa_parser::Level& level = *m_level;
+    const int callStart = level.token;
     int position = 0;
-    SkipSpace(position, call);
+    Tokenizer::SkipSpace(position, call);
     std::wstring name;
     if (call[position])
         name.push_back(call[position++]);
-    while (IsChar(call[position]) || IsDigit(call[position]))
+    while (Tokenizer::IsChar(call[position]) || Tokenizer::IsDigit(call[position]))
         name.push_back(call[position++]);
 
     int upperLength = 0;
-    std::unique_ptr<wchar_t[]> upper(convertToUpper(name.c_str(), upperLength));
+    std::unique_ptr<wchar_t[]> upper(Tokenizer::convertToUpper(name.c_str(), upperLength));
     if (vexa_platform::WcsICmp(upper.get(), L"IF") == 0)
-        pre_parseFunction_IF(call);
+        Tokenizer::pre_parseFunction_IF(call);
 
-    SkipSpace(position, call);
+    Tokenizer::SkipSpace(position, call);
     if (call[position] != L'(')
-        throw position;
+        Fail(m_failure, position, ParseProblem::kFunctionWithoutArguments, callStart + position, 1, upper.get());
     ++position;
+    level.argumentsAt = callStart + position;
     std::wstring arguments;
     int depth = 1;
     for (; call[position]; ++position) {
@@ -56,17 +66,23 @@ INode* VexaParser::parseFunction(ICalculator* owner, wchar_t* call)
         }
         arguments.push_back(c);
     }
+    // For the enclosing-call chain of a failure inside an argument.
+    level.function = upper.get();
+    level.call = vexa_parser::Piece{callStart, position + 1};
+    auto fail = [&](int code, ParseProblem problem, int count) {
+        vexa_parser::Record(m_failure, code, problem, callStart, position + 1, upper.get()).count = count;
+        throw code;
+    };
 
     VEXA_WString key(upper.get());
-    ICalculator* calculator = FunctionFactory::getInstance()->CreateFunction(key);
+    vexa::CalcRef calculator(FunctionFactory::getInstance()->CreateFunction(key));
     if (!calculator)
-        throw 100;
-    vexa_parser::CalculatorGuard calculatorGuard(calculator);
+        fail(100, ParseProblem::kUnknownFunction, -1);
 
     std::vector<INode*> args;
     vexa_parser::ArgumentsGuard argumentsGuard(args);
     {
-        vexa_parser::DepthGuard level(m_call_depth);
+        vexa_parser::DepthGuard nested(m_call_depth);
         parseParams(owner, arguments.c_str(), args);
     }
     const int argumentsDepth = m_result_depth;
@@ -77,8 +93,14 @@ INode* VexaParser::parseFunction(ICalculator* owner, wchar_t* call)
     {
         std::vector<VEXA_Data> values(args.size(), VEXA_Data(1.0));
         VEXA_Data result;
-        if (!calculator->Evaluate(count, values.data(), result))
-            throw 100;
+        bool accepted = false;
+        try {
+            accepted = calculator->Evaluate(count, values.data(), result);
+        } catch (int code) {
+            fail(code, ParseProblem::kCallFailed, count);
+        }
+        if (!accepted)
+            fail(100, ParseProblem::kRefusedCall, count);
     }
 
     if (IsContactFunction(upper.get())) {
@@ -95,7 +117,7 @@ INode* VexaParser::parseFunction(ICalculator* owner, wchar_t* call)
                 ++resultObjects;
         }
         if (count == 0 || resultObjects != 2)
-            throw 100;
+            fail(100, ParseProblem::kContactArguments, count);
     }
 
     INode** array = new INode*[args.size()];
@@ -103,25 +125,29 @@ INode* VexaParser::parseFunction(ICalculator* owner, wchar_t* call)
         array[i] = args[i];
     FunctionNode* node;
     try {
-        node = new FunctionNode(calculator, array, count);
+        node = new FunctionNode(calculator.get(), array, count);
     } catch (...) {
         delete[] array;
         throw;
     }
     argumentsGuard.Dismiss();
-    calculatorGuard.Dismiss();
+    calculator.release();
     m_result_depth = argumentsDepth + 1;
     return node;
 }
 
 void VexaParser::parseParams(ICalculator* owner, const wchar_t* arguments, std::vector<INode*>& args)
 {
+    vexa_parser::Level& level = *m_level;
     std::wstring current;
     int depth = 0;
     int deepest = 0;
+    int begin = 0;  // where the current argument starts in the argument text
     auto finish = [&]() {
         if (current.empty())
             return;
+        level.argument = static_cast<int>(args.size());
+        level.argumentAt = level.argumentsAt + begin;
         // Reserve the slot first so the node is never held outside the list.
         args.push_back(nullptr);
         args.back() = parseExpression(owner, current.c_str());
@@ -132,6 +158,7 @@ void VexaParser::parseParams(ICalculator* owner, const wchar_t* arguments, std::
         const wchar_t c = *p;
         if (c == L',' && depth == 0) {
             finish();
+            begin = static_cast<int>(p - arguments) + 1;
             continue;
         }
         if (c == L'(')

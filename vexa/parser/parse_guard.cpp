@@ -1,6 +1,5 @@
 #include "vexa/parser/parse_guard_internal.h"
 
-#include "vexa/calc/icalculator.h"
 #include "vexa/tree/inode.h"
 
 namespace vexa_parser {
@@ -18,12 +17,6 @@ ArgumentsGuard::~ArgumentsGuard()
     for (INode* node : m_args)
         delete node;
     m_args.clear();
-}
-
-CalculatorGuard::~CalculatorGuard()
-{
-    if (m_calc)
-        m_calc->Release();
 }
 
 }  // namespace vexa_parser

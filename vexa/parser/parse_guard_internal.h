@@ -10,7 +10,7 @@ class INode;
 
 // Ownership helpers of the parser, internal to the library. A parse can fail
 // at almost any point with an int error code; these guards make sure that no
-// node or calculator reference made so far outlives the failure.
+// node made so far outlives the failure.
 namespace vexa_parser {
 
 // Destroys the nodes still on an operand stack unless the parse finished.
@@ -40,19 +40,6 @@ private:
     std::vector<INode*>& m_args;
 };
 
-// Gives back one calculator reference unless it was handed to a node.
-class CalculatorGuard {
-public:
-    explicit CalculatorGuard(ICalculator* calc) : m_calc(calc) {}
-    ~CalculatorGuard();
-    void Dismiss() { m_calc = nullptr; }
-    CalculatorGuard(const CalculatorGuard&) = delete;
-    CalculatorGuard& operator=(const CalculatorGuard&) = delete;
-
-private:
-    ICalculator* m_calc;
-};
-
 // Counts one level of call nesting for as long as it lives.
 class DepthGuard {
 public:
@@ -63,24 +50,6 @@ public:
 
 private:
     int& m_depth;
-};
-
-// Points the parser's depth record at one level's stack for as long as it
-// lives, and back at the enclosing level's afterwards.
-class DepthStackScope {
-public:
-    DepthStackScope(std::vector<int>*& current, std::vector<int>* mine)
-        : m_current(current), m_outer(current)
-    {
-        m_current = mine;
-    }
-    ~DepthStackScope() { m_current = m_outer; }
-    DepthStackScope(const DepthStackScope&) = delete;
-    DepthStackScope& operator=(const DepthStackScope&) = delete;
-
-private:
-    std::vector<int>*& m_current;
-    std::vector<int>* m_outer;
 };
 
 }  // namespace vexa_parser

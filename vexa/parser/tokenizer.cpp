@@ -1,9 +1,12 @@
-#include "vexa/parser/vexa_parser.h"
+#include "vexa/parser/tokenizer.h"
 
 #include <memory>
 
 #include "vexa/calc/function_factory.h"
 #include "vexa/core/platform.h"
+#include "vexa/parser/vexa_parser.h"
+
+using vexa::ParseProblem;
 
 namespace {
 
@@ -24,18 +27,29 @@ bool IsUnaryContext(wchar_t previous)
     }
 }
 
-// Appends one character to a token, refusing tokens that would not fit the
-// token buffer; the error code is the position where the token started.
-void Append(wchar_t* token, int& length, wchar_t c, int tokenStart)
+// The name at the head of a call token, upper-cased, for a message.
+std::wstring UpperName(const wchar_t* token, int length)
 {
-    if (length >= VexaParser::kTokenLength - 1)
-        throw tokenStart;
-    token[length++] = c;
+    const std::wstring name(token, static_cast<std::size_t>(length));
+    int ignored = 0;
+    std::unique_ptr<wchar_t[]> upper(vexa_parser::Tokenizer::convertToUpper(name.c_str(), ignored));
+    return upper.get();
 }
 
 }  // namespace
 
-void VexaParser::PreParse(const wchar_t* text, wchar_t* out)
+namespace vexa_parser {
+
+// Refuses tokens that would not fit the token buffer; the error code is the
+// position where the token started.
+void Tokenizer::Append(wchar_t* token, int& length, wchar_t c, int tokenStart)
+{
+    if (length >= VexaParser::kTokenLength - 1)
+        Fail(m_failure, tokenStart, ParseProblem::kTokenTooLong, tokenStart, length);
+    token[length++] = c;
+}
+
+void Tokenizer::PreParse(const wchar_t* text, wchar_t* out, int* rawIndex)
 {
     if (!text[0]) {
         out[0] = 0;
@@ -46,6 +60,7 @@ void VexaParser::PreParse(const wchar_t* text, wchar_t* out)
     int in = 0;
     int count = 0;
     for (;;) {
+        bool folded = false;
         if (inBraces) {
             out[count] = text[in];
             if (text[in] == L'}')
@@ -59,12 +74,15 @@ void VexaParser::PreParse(const wchar_t* text, wchar_t* out)
             } else if (ch == L'*' && previous == L'*') {
                 --count;
                 out[count] = L'^';
+                folded = true;  // the '^' keeps the raw index of the first star
             } else if ((ch == L'+' || ch == L'-') && IsUnaryContext(previous)) {
                 out[count] = (ch == L'+') ? L'!' : L'@';
             } else {
                 out[count] = ch;
             }
         }
+        if (rawIndex && !folded)
+            rawIndex[count] = in;
         // The input character, never the rewritten one, decides what follows.
         previous = text[in];
         if (!previous)
@@ -75,7 +93,7 @@ void VexaParser::PreParse(const wchar_t* text, wchar_t* out)
     out[count] = 0;
 }
 
-std::uint64_t VexaParser::lengthAfterTrimmingTailWhite(wchar_t* text, bool cut)
+std::uint64_t Tokenizer::lengthAfterTrimmingTailWhite(wchar_t* text, bool cut)
 {
     std::size_t length = vexa_platform::WLen(text);
     while (length > 0 && vexa_platform::IsWSpace(text[length - 1]))
@@ -85,13 +103,13 @@ std::uint64_t VexaParser::lengthAfterTrimmingTailWhite(wchar_t* text, bool cut)
     return length;
 }
 
-void VexaParser::SkipSpace(int& position, const wchar_t* text)
+void Tokenizer::SkipSpace(int& position, const wchar_t* text)
 {
     while (text[position] == L' ')
         ++position;
 }
 
-int VexaParser::getNextToken(int& position, wchar_t* text, wchar_t* token)
+TokenKind Tokenizer::getNextToken(int& position, wchar_t* text, wchar_t* token)
 {
     SkipSpace(position, text);
     const int start = position;
@@ -100,7 +118,7 @@ int VexaParser::getNextToken(int& position, wchar_t* text, wchar_t* token)
 
     if (IsDigit(ch) || ch == L'.') {
         getNextDigit(position, text, token);
-        return 0;
+        return TokenKind::kNumber;
     }
     if (ch == L'{') {
         Append(token, length, ch, start);
@@ -109,12 +127,12 @@ int VexaParser::getNextToken(int& position, wchar_t* text, wchar_t* token)
             Append(token, length, text[position++], start);
         if (!text[position]) {
             token[length] = 0;
-            return 4;
+            return TokenKind::kInvalid;
         }
         Append(token, length, L'}', start);
         ++position;
         token[length] = 0;
-        return 3;
+        return TokenKind::kName;
     }
     if (IsAsciiLetter(ch)) {
         Append(token, length, ch, start);
@@ -126,21 +144,21 @@ int VexaParser::getNextToken(int& position, wchar_t* text, wchar_t* token)
         token[length] = 0;
         if (IsFunction(token)) {
             getWholeFunction(position, text, length, token);
-            return 2;
+            return TokenKind::kCall;
         }
-        return 3;
+        return TokenKind::kName;
     }
     if (IsOp(ch)) {
         token[0] = ch;
         token[1] = 0;
         ++position;
-        return 1;
+        return TokenKind::kOperator;
     }
     token[0] = 0;
-    return 4;
+    return TokenKind::kInvalid;
 }
 
-void VexaParser::getNextDigit(int& position, wchar_t* text, wchar_t* token)
+void Tokenizer::getNextDigit(int& position, wchar_t* text, wchar_t* token)
 {
     const int start = position;
     int length = 0;
@@ -160,14 +178,14 @@ void VexaParser::getNextDigit(int& position, wchar_t* text, wchar_t* token)
         if (!continues)
             break;
         if (degrees > 0)
-            throw position;
+            Fail(m_failure, position, ParseProblem::kMalformedNumber, position, 1, L"D");
         if (c == L'.') {
             if (points > 0 || exponents > 0)
-                throw position;
+                Fail(m_failure, position, ParseProblem::kMalformedNumber, position, 1, exponents ? L"E." : L".");
             ++points;
         } else if (c == L'E') {
             if (exponents > 0)
-                throw position;
+                Fail(m_failure, position, ParseProblem::kMalformedNumber, position, 1, L"E");
             ++exponents;
         } else if (c == L'D' || c == L'd') {
             ++degrees;
@@ -179,11 +197,11 @@ void VexaParser::getNextDigit(int& position, wchar_t* text, wchar_t* token)
         previous = c;
     }
     if (points > 1 || exponents > 1 || degrees > 1 || radians > 1)
-        throw start;
+        Fail(m_failure, start, ParseProblem::kMalformedNumber, start, position - start, L"R");
     token[length] = 0;
 }
 
-wchar_t* VexaParser::convertToUpper(const wchar_t* text, int& length)
+wchar_t* Tokenizer::convertToUpper(const wchar_t* text, int& length)
 {
     const std::size_t n = vexa_platform::WLen(text);
     wchar_t* upper = new wchar_t[n + 1];
@@ -196,7 +214,7 @@ wchar_t* VexaParser::convertToUpper(const wchar_t* text, int& length)
     return upper;
 }
 
-void VexaParser::pre_parseFunction_IF(wchar_t* text)
+void Tokenizer::pre_parseFunction_IF(wchar_t* text)
 {
     for (; *text; ++text) {
         if (*text == L':')
@@ -204,17 +222,17 @@ void VexaParser::pre_parseFunction_IF(wchar_t* text)
     }
 }
 
-bool VexaParser::IsChar(wchar_t c)
+bool Tokenizer::IsChar(wchar_t c)
 {
     return c == L'{' || IsAsciiLetter(c);
 }
 
-bool VexaParser::IsDigit(wchar_t c)
+bool Tokenizer::IsDigit(wchar_t c)
 {
     return c >= L'0' && c <= L'9';
 }
 
-bool VexaParser::IsOp(wchar_t c)
+bool Tokenizer::IsOp(wchar_t c)
 {
     switch (c) {
     case L'!': case L'%': case L'(': case L')': case L'*':
@@ -225,7 +243,7 @@ bool VexaParser::IsOp(wchar_t c)
     }
 }
 
-bool VexaParser::IsFunction(const wchar_t* name)
+bool Tokenizer::IsFunction(const wchar_t* name)
 {
     if (!name)
         return false;
@@ -235,7 +253,7 @@ bool VexaParser::IsFunction(const wchar_t* name)
     return FunctionFactory::getInstance()->IsFunction(key);
 }
 
-void VexaParser::getWholeFunction(int& position, wchar_t* text, int nameLength, wchar_t* token)
+void Tokenizer::getWholeFunction(int& position, wchar_t* text, int nameLength, wchar_t* token)
 {
     // The name is already in the token; a call that outgrows the buffer is
     // refused at the position where its name starts.
@@ -243,11 +261,12 @@ void VexaParser::getWholeFunction(int& position, wchar_t* text, int nameLength, 
     int length = nameLength;
     SkipSpace(position, text);
     if (text[position] != L'(')
-        throw position;
+        Fail(m_failure, position, ParseProblem::kFunctionWithoutArguments, position, text[position] ? 1 : 0,
+             UpperName(token, nameLength));
     Append(token, length, L'(', start);
     ++position;
     if (!text[position])
-        throw position;
+        Fail(m_failure, position, ParseProblem::kUnclosedCall, start, position - start, UpperName(token, nameLength));
     int depth = 1;
     do {
         const wchar_t c = text[position];
@@ -259,6 +278,8 @@ void VexaParser::getWholeFunction(int& position, wchar_t* text, int nameLength, 
         ++position;
     } while (text[position] && depth != 0);
     if (depth != 0)
-        throw position;
+        Fail(m_failure, position, ParseProblem::kUnclosedCall, start, position - start, UpperName(token, nameLength));
     token[length] = 0;
 }
+
+}  // namespace vexa_parser

@@ -1,8 +1,8 @@
 #ifndef VEXA_PARSER_VEXA_PARSER_H
 #define VEXA_PARSER_VEXA_PARSER_H
 
-#include <cstdint>
 #include <deque>
+#include <memory>
 #include <stack>
 #include <vector>
 
@@ -12,8 +12,18 @@
 class ICalculator;
 class INode;
 
+namespace vexa_parser {
+struct FailureRecord;
+class Level;
+struct OperatorAt;
+class NameIndex;
+struct ParserAccess;
+}  // namespace vexa_parser
+
 // Turns an expression text and a comma-separated parameter-name list into an
-// Expression. Malformed text is reported by throwing an int error code.
+// Expression. Malformed text is reported by throwing an int error code; why
+// it was thrown, and where in the text, is vexa::DiagnoseLastParse's answer
+// (vexa/parser/parse_diagnosis.h).
 //
 // Limits:
 // - An expression text must be shorter than 4096 characters (kWorkLength);
@@ -61,41 +71,34 @@ public:
     const VEXA_WString& getParam(int index);
 
 private:
-    // White-box tests of the tokenizer reach the private steps through this.
-    friend class VexaParserTestAccess;
+    // vexa::DiagnoseLastParse reads m_failure through this.
+    friend struct vexa_parser::ParserAccess;
 
-    typedef std::stack<wchar_t, std::deque<wchar_t> > OperatorStack;
+    // Operators with their positions, which a failure's diagnosis needs; one
+    // stack holds both so that the positions cost no allocation of their own.
+    // The back is the top.
+    typedef std::deque<vexa_parser::OperatorAt> OperatorStack;
     typedef std::stack<INode*, std::deque<INode*> > OperandStack;
 
-    // Expression parsing.
+    // Expression parsing (vexa_parser.cpp).
     INode* parseExpression(ICalculator* owner, const wchar_t* text);
+    INode* parseLevel(ICalculator* owner, vexa_parser::Level& level);
     void Operate(OperatorStack& operators, OperandStack& operands);
     INode* Operate(INode* left, wchar_t op, INode* right);
     int Precede(wchar_t top, wchar_t incoming);
-    int PopDepth();
     int getIndexOfSym(wchar_t op);
     double parseConstant(const wchar_t* token);
+    // The diagnosis of failures only the expression parsing sees.
+    [[noreturn]] void FailOperands(vexa_parser::Level& level, std::size_t count);
+    [[noreturn]] void FailMissingOperand(vexa_parser::Level& level, wchar_t op, int at, bool right);
+    [[noreturn]] void FailUnknownFunction(vexa_parser::Level& level, int code);
 
-    // Pre-processing and tokenizer.
-    void PreParse(const wchar_t* text, wchar_t* out);
-    std::uint64_t lengthAfterTrimmingTailWhite(wchar_t* text, bool cut);
-    void SkipSpace(int& position, const wchar_t* text);
-    int getNextToken(int& position, wchar_t* text, wchar_t* token);
-    void getNextDigit(int& position, wchar_t* text, wchar_t* token);
-    wchar_t* convertToUpper(const wchar_t* text, int& length);
-    void pre_parseFunction_IF(wchar_t* text);
-    bool IsChar(wchar_t c);
-    bool IsDigit(wchar_t c);
-    bool IsOp(wchar_t c);
-    bool IsFunction(const wchar_t* name);
-    void getWholeFunction(int& position, wchar_t* text, int nameLength, wchar_t* token);
-
-    // Parameter list and variables.
+    // Parameter list and variables (vexa_parser.cpp, over vexa/parser/name_list.h).
     bool InitVariableList(wchar_t* list, std::vector<VEXA_WString>& names);
     int getIndexOfVariable(const VEXA_WString& name);
     INode* parseVariable(ICalculator* owner, const wchar_t* name);
 
-    // Function calls.
+    // Function calls (function_call.cpp).
     INode* parseFunction(ICalculator* owner, wchar_t* call);
     void parseParams(ICalculator* owner, const wchar_t* arguments, std::vector<INode*>& args);
 
@@ -103,12 +106,15 @@ private:
     bool m_can_plot;
     // Number of function calls enclosing the argument being parsed.
     int m_call_depth;
-    // Tree depths of the nodes on the operand stack of the running
-    // parseExpression, kept in step with that stack.
-    std::vector<int>* m_depths;
+    // The running parseExpression's state beside its stacks.
+    vexa_parser::Level* m_level;
     // Tree depth of the node the last parseExpression, parseFunction or
     // parseParams (deepest argument) produced.
     int m_result_depth;
+    // Look-up index of m_variable_list, made only for long lists.
+    std::unique_ptr<vexa_parser::NameIndex> m_name_index;
+    // Why the last parse failed; null after a parse that went well.
+    std::unique_ptr<vexa_parser::FailureRecord> m_failure;
 };
 
 #endif

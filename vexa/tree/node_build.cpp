@@ -11,12 +11,6 @@
 
 namespace vexa_tree {
 
-CalcRef::~CalcRef()
-{
-    if (m_calc)
-        m_calc->Release();
-}
-
 ArgArray::ArgArray(int count) : m_args(new INode*[count < 0 ? 0 : count]()), m_count(count < 0 ? 0 : count) {}
 
 ArgArray::~ArgArray()

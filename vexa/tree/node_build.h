@@ -4,6 +4,7 @@
 #include <memory>
 #include <utility>
 
+#include "vexa/calc/calc_ref.h"
 #include "vexa/tree/inode.h"
 
 // Internal helpers for the copy and derivative rules of the inner nodes.
@@ -16,25 +17,8 @@ namespace vexa_tree {
 
 using NodePtr = std::unique_ptr<INode>;
 
-// Owns one counted calculator reference until it is handed to a node.
-class CalcRef {
-public:
-    explicit CalcRef(ICalculator* calc) : m_calc(calc) {}
-    ~CalcRef();
-    CalcRef(const CalcRef&) = delete;
-    CalcRef& operator=(const CalcRef&) = delete;
-
-    ICalculator* get() const { return m_calc; }
-    ICalculator* release()
-    {
-        ICalculator* c = m_calc;
-        m_calc = nullptr;
-        return c;
-    }
-
-private:
-    ICalculator* m_calc;
-};
+// A calculator reference held until a node takes it over.
+using vexa::CalcRef;
 
 // An argument array under construction: owns the array and every entry
 // filled so far until it is handed to a node.

@@ -14,9 +14,7 @@ using vexa_tree::Op;
 
 using namespace vexa;
 
-namespace {
-
-wchar_t KindChar(int kind)
+wchar_t vexa::OperatorSymbol(int kind)
 {
     switch (kind) {
     case kAdd: return L'+';
@@ -28,6 +26,8 @@ wchar_t KindChar(int kind)
     default: return L' ';
     }
 }
+
+namespace {
 
 // Null operands only arise in nodes a host assembles by hand; they evaluate
 // to a null value rather than crash.
@@ -166,7 +166,7 @@ void OperaterNode::Dump(std::vector<std::wstring>& lines, int level)
     if (m_left)
         m_left->Dump(lines, level + 1);
     std::wstring line = vexa_tree::DumpIndent(level);
-    line += KindChar(m_kind);
+    line += OperatorSymbol(m_kind);
     lines.push_back(std::move(line));
     if (m_right)
         m_right->Dump(lines, level + 1);

@@ -16,6 +16,10 @@ enum OperatorKind : int {
     kPow = 6,
 };
 
+// The character an operator kind is written with; a blank for a kind outside
+// the enumeration.
+VEXA_API wchar_t OperatorSymbol(int kind);
+
 }  // namespace vexa
 
 // Inner node for the two-operand operators; m_kind is a vexa::OperatorKind.

@@ -1,0 +1,20 @@
+#ifndef VEXA_CORE_UTF8_H
+#define VEXA_CORE_UTF8_H
+
+#include <string>
+
+#include "vexa/core/export.h"
+
+// UTF-8 for the library's wide texts, without the C library's multibyte
+// routines, whose behaviour depends on the locale a host happens to set.
+namespace vexa {
+
+// Code units that are no Unicode scalar value become U+FFFD.
+VEXA_API std::string ToUtf8(const std::wstring& wide);
+
+// Malformed sequences become U+FFFD, one per offending byte.
+VEXA_API std::wstring FromUtf8(const std::string& utf8);
+
+}  // namespace vexa
+
+#endif

@@ -1,0 +1,89 @@
+#ifndef VEXA_PARSER_PARSE_DIAGNOSIS_H
+#define VEXA_PARSER_PARSE_DIAGNOSIS_H
+
+#include <string>
+#include <vector>
+
+#include "vexa/calc/calc_ref.h"
+#include "vexa/core/export.h"
+
+class VexaParser;
+
+namespace vexa {
+
+enum class ParseOutcome { kParsed, kListRejected, kSyntaxError };
+
+// What went wrong, for hosts that word their own messages.
+enum class ParseProblem {
+    kNone,
+    kTextTooLong,          // 4096 characters or more
+    kEmptyText,            // nothing but white space
+    kUnknownCharacter,     // a character that begins no token
+    kUnclosedBrace,        // a braced name without its '}'
+    kMalformedNumber,      // a second point, exponent or unit mark
+    kLowerCaseExponent,    // 1e5: the number 1 followed by the name e5
+    kTokenTooLong,         // a number, name or call of 2048 characters or more
+    kMissingOperand,       // an operator or sign without its operand
+    kUnclosedParenthesis,  // a '(' never closed
+    kMissingOperator,      // two operands in a row, as in 2(3)
+    kNoOperand,            // nothing to compute, as in ()
+    kUnknownFunction,      // a name followed by '(' that no function has
+    kFunctionWithoutArguments,  // a function name without '('
+    kUnclosedCall,         // a call whose parentheses the text leaves open
+    kRefusedCall,          // the function refused the call when tried with ones
+    kContactArguments,     // IMPACT/BISTOP without two lone braced names
+    kCallFailed,           // the function threw a code when tried with ones
+    kCallsTooDeep,         // calls nested more than 100 deep
+    kTreeTooDeep,          // a tree deeper than 2100 nodes
+    kListCharacter,        // the name list holds a character names cannot have
+    kListTrailingSpace,    // the name list ends in a space
+    kListNameTooLong,      // a listed name of 256 characters or more
+    kListFunctionName,     // a listed name is a function name
+    kOther,
+};
+
+// A function call that encloses the problem.
+struct EnclosingCall {
+    std::wstring function;  // upper-cased, as the registry is asked
+    int argument = 0;       // 1-based number of the argument the problem is in
+    int position = 0;       // where the call starts in the host's text
+    int length = 0;         // the whole call, name to closing parenthesis
+};
+
+// Why a parse failed. Positions count characters of the text as the host
+// passed it (before spaces were removed, "**" folded or signs marked), through
+// every level of function arguments; for a rejected list they count in the
+// list.
+struct ParseDiagnosis {
+    ParseOutcome outcome = ParseOutcome::kParsed;
+    ParseProblem problem = ParseProblem::kNone;
+    int code = 0;        // the int parse threw, unchanged
+    int position = -1;   // the offending piece; -1 when there is none
+    int length = 0;
+    std::vector<EnclosingCall> calls;  // outermost first
+    std::wstring function;             // the function or name concerned, if any
+    int argument_count = -1;           // of a refused call
+    std::vector<std::wstring> suggestions;  // known function names near an unknown one
+    // Plain English, UTF-8, one line, enclosing calls included; under 256
+    // bytes unless names in it are very long.
+    std::string message;
+};
+
+// The diagnosis of the parser's latest parse: kParsed when it succeeded (or
+// none happened yet), otherwise what parse recorded as it failed.
+VEXA_API ParseDiagnosis DiagnoseLastParse(const VexaParser& parser);
+
+// parse without thrown codes: the calculator (null unless it parsed), the
+// final parameter order and the diagnosis.
+struct ParseResult {
+    CalcRef calc;
+    std::vector<std::wstring> names;
+    bool can_plot = false;
+    ParseDiagnosis diagnosis;
+};
+
+VEXA_API ParseResult TryParse(const wchar_t* text, const wchar_t* paramNames);
+
+}  // namespace vexa
+
+#endif
