@@ -106,7 +106,7 @@ INode* FunctionNode::Copy(ICalculator* owner)
     // held by fn until the node exists, so no throw leaves the count raised.
     if (m_function)
         m_function->AddRef();
-    vexa_tree::CalcRef fn(m_function);
+    vexa::CalcRef fn(m_function);
     return vexa_tree::MakeCall(fn, args).release();
 }
 

@@ -7,7 +7,7 @@
 #include "vexa/tree/owning_step_calculator.h"
 
 using vexa_tree::ArgArray;
-using vexa_tree::CalcRef;
+using vexa::CalcRef;
 using vexa_tree::Call;
 using vexa_tree::K;
 using vexa_tree::NodePtr;

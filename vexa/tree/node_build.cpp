@@ -49,7 +49,7 @@ NodePtr DerivOf(INode* node, ICalculator* owner, int index)
     return NodePtr(node->getDerivative(owner, index));
 }
 
-NodePtr MakeCall(CalcRef& fn, ArgArray& args)
+NodePtr MakeCall(vexa::CalcRef& fn, ArgArray& args)
 {
     NodePtr node(new FunctionNode(fn.get(), nullptr, 0));
     FunctionNode* call = static_cast<FunctionNode*>(node.get());
@@ -64,7 +64,7 @@ NodePtr CallWith(const wchar_t* name, NodePtr* args, int count)
     // Charged before the calculator exists, so a spent budget creates nothing.
     ChargeNode();
     VEXA_WString key(name);
-    CalcRef fn(FunctionFactory::getInstance()->CreateFunction(key));
+    vexa::CalcRef fn(FunctionFactory::getInstance()->CreateFunction(key));
     ArgArray array(count);
     NodePtr node = MakeCall(fn, array);
     FunctionNode* call = static_cast<FunctionNode*>(node.get());

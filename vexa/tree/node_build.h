@@ -18,7 +18,7 @@ namespace vexa_tree {
 using NodePtr = std::unique_ptr<INode>;
 
 // A calculator reference held until a node takes it over.
-using vexa::CalcRef;
+
 
 // An argument array under construction: owns the array and every entry
 // filled so far until it is handed to a node.
@@ -58,7 +58,7 @@ NodePtr DerivOf(INode* node, ICalculator* owner, int index);
 
 // A new function node over fn and args; takes both over only on success.
 // The caller has charged the node already.
-NodePtr MakeCall(CalcRef& fn, ArgArray& args);
+NodePtr MakeCall(vexa::CalcRef& fn, ArgArray& args);
 
 // NAME(args...): a call of the built-in NAME with a fresh calculator from the
 // registry.
