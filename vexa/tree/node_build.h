@@ -17,9 +17,6 @@ namespace vexa_tree {
 
 using NodePtr = std::unique_ptr<INode>;
 
-// A calculator reference held until a node takes it over.
-
-
 // An argument array under construction: owns the array and every entry
 // filled so far until it is handed to a node.
 class ArgArray {
