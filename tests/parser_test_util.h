@@ -41,6 +41,25 @@ struct Parsed {
     bool ok() const { return accepted && code == kNoError; }
 };
 
+// A host-registered expression, unregistered and released when done.
+struct Registered {
+    Parsed parsed;
+    VEXA_WString name;
+    bool ok;
+
+    Registered(const wchar_t* n, const wchar_t* text, const wchar_t* list = L"a") : parsed(text, list), name(n)
+    {
+        ok = parsed.ok() && FunctionFactory::getInstance()->Register(name, parsed.calc);
+    }
+    ~Registered()
+    {
+        if (ok && FunctionFactory::getInstance()->UnRegister(name))
+            parsed.calc->Release();
+    }
+    Registered(const Registered&) = delete;
+    Registered& operator=(const Registered&) = delete;
+};
+
 inline int ErrorOf(const wchar_t* text, const wchar_t* list = L"")
 {
     return Parsed(text, list).code;

@@ -78,23 +78,6 @@ TEST(ParserCalls, ContactFunctionsNeedTwoLoneResultObjects)
     }
 }
 
-// A host-registered expression, unregistered and released when done.
-struct Registered {
-    Parsed parsed;
-    VEXA_WString name;
-    bool ok;
-
-    Registered(const wchar_t* n, const wchar_t* text) : parsed(text, L"a"), name(n)
-    {
-        ok = FunctionFactory::getInstance()->Register(name, parsed.calc);
-    }
-    ~Registered()
-    {
-        if (ok && FunctionFactory::getInstance()->UnRegister(name))
-            parsed.calc->Release();
-    }
-};
-
 TEST(ParserCalls, RegisteredFunctions)
 {
     Registered twice(L"TWICE", L"2*a");

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <iterator>
@@ -19,8 +20,6 @@ using namespace parser_test;
 
 namespace {
 
-// Only built-in functions: a registered function is one calculator shared by
-// every call, which hosts must not evaluate from two threads.
 const wchar_t* const kTexts[] = {
     L"SIN(x)*EXP(y)+MAX(x,y)^2",
     L"STEP(x,0,0,1,1)+POLY(y,0,1,2)*COS(x)",
@@ -106,4 +105,123 @@ TEST(Threads, ParallelParseEvaluateDifferentiateMatchSerialResults)
     EXPECT_EQ(mismatches.load(), 0);
     EXPECT_EQ(conversion_clobbered.load(), 0);
     EXPECT_EQ(budget_misses.load(), 0);
+}
+
+namespace {
+
+// A host calculator that stays inside its evaluation while the gate is
+// shut, so a test can hold a registered function in use for as long as it
+// needs to.
+class Gate : public ICalculator {
+public:
+    std::atomic<bool> open{true}, inside{false};
+    ICalculator* getDerivativeCalculator(int) override { return nullptr; }
+
+protected:
+    bool Calculate(VEXA_Data& result) override
+    {
+        inside = true;
+        while (!open)
+            std::this_thread::yield();
+        result = VEXA_Data(2.0);
+        return true;
+    }
+};
+
+// The outcome of one evaluation: its value, or the code it threw.
+double Outcome(ICalculator* calc, double x)
+{
+    try {
+        return EvaluateWith(calc, {x});
+    } catch (int code) {
+        return code;
+    }
+}
+
+}  // namespace
+
+TEST(Threads, RegisteredFunctionInUseIsRefusedNotShared)
+{
+    // GATED(u) = the gate's value; the expression is assembled by hand so
+    // that its tree can wait.
+    Expression* gated = new Expression();
+    Gate* gate = new Gate();
+    gated->SetRoot(new FunctionNode(gate, new INode*[1]{new VariableParam(gated, 0)}, 1));
+    VEXA_WString name(L"GATED");
+    ASSERT_TRUE(FunctionFactory::getInstance()->Register(name, gated));
+    {
+        Parsed first(L"GATED(x)", L"x"), second(L"GATED(x)+1", L"x");
+        ASSERT_TRUE(first.ok() && second.ok());
+        gate->open = false;
+        gate->inside = false;
+        double held = 0;
+        std::thread holder([&] { held = Outcome(first.calc, 1); });
+        while (!gate->inside)
+            std::this_thread::yield();
+        // While one call runs, every other call of the same function is
+        // refused: it would overwrite the values the running call reads.
+        EXPECT_EQ(Outcome(second.calc, 1), vexa::kFunctionInUse);
+        EXPECT_EQ(ErrorOf(L"GATED(3)"), vexa::kFunctionInUse);
+        gate->open = true;
+        holder.join();
+        EXPECT_EQ(held, 2);
+        EXPECT_EQ(Outcome(second.calc, 1), 3);
+    }
+    // The registry's reference passes back on UnRegister: two to give back.
+    ASSERT_TRUE(FunctionFactory::getInstance()->UnRegister(name));
+    EXPECT_FALSE(gated->Release());
+    EXPECT_TRUE(gated->Release());
+}
+
+TEST(Threads, ExpressionsSharingARegisteredFunctionCopyParseEvaluateAndRelease)
+{
+    FunctionFactory::getInstance();
+    // Long enough that two calls overlapping in time would mix their values.
+    auto* shared = new Registered(L"SHAREDF", (L"a*a+SIN(a)" + Repeat(L"+0*a", 60)).c_str());
+    ASSERT_TRUE(shared->ok);
+    ICalculator* f = shared->parsed.calc;
+    const int kThreads = 4, kRounds = 200;
+    const auto want = [](double x) { return 2 * (x * x + std::sin(x)) + 1; };
+    std::atomic<int> wrong{0}, parsed{0}, evaluated{0};
+    std::vector<std::thread> threads;
+    {
+        Parsed common(L"SHAREDF(x)+SHAREDF(x)+1", L"x");
+        ASSERT_TRUE(common.ok());
+        for (int t = 0; t < kThreads; ++t) {
+            threads.emplace_back([&, t] {
+                const double x = t + 0.5;
+                for (int round = 0; round < kRounds; ++round) {
+                    // Copies and releases only count references to the
+                    // shared calculator.
+                    static_cast<Expression*>(common.calc)->Copy()->Release();
+                    // Parses and evaluations call it: each either gets the
+                    // one calculator to itself or is refused, never a value
+                    // computed from another thread's arguments.
+                    Parsed own(L"SHAREDF(x)+SHAREDF(x)+1", L"x");
+                    if (own.code == vexa::kFunctionInUse)
+                        continue;
+                    ++parsed;
+                    Expression* copy = static_cast<Expression*>(own.calc)->Copy();
+                    for (ICalculator* c : {own.calc, static_cast<ICalculator*>(copy)}) {
+                        const double v = Outcome(c, x);
+                        if (v == vexa::kFunctionInUse)
+                            continue;
+                        ++evaluated;
+                        if (v != want(x))
+                            ++wrong;
+                    }
+                    copy->Release();
+                }
+            });
+        }
+        for (std::thread& th : threads)
+            th.join();
+    }
+    EXPECT_EQ(wrong.load(), 0);
+    EXPECT_GT(parsed.load(), 0);
+    EXPECT_GT(evaluated.load(), 0);
+    // Every reference taken was given back: the registry's is the last.
+    f->AddRef();
+    delete shared;
+    EXPECT_TRUE(f->Release());
 }

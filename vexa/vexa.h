@@ -17,6 +17,7 @@
 #include "vexa/calc/complex_step_calculator.h"
 #include "vexa/calc/buidin_function.h"
 #include "vexa/calc/function_factory.h"
+#include "vexa/calc/call_errors.h"
 #include "vexa/parser/vexa_parser.h"
 
 #endif

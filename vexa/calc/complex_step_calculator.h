@@ -3,6 +3,10 @@
 
 #include "vexa/calc/icalculator.h"
 
+namespace vexa_calc {
+struct StepAccess;
+}
+
 // Central-difference derivative (h = 0.001) of a borrowed calculator with
 // respect to one of its parameters.
 class VEXA_API ComplexStepCalculator : public ICalculator {
@@ -13,6 +17,8 @@ public:
 protected:
     bool Calculate(VEXA_Data& result) override;
     ~ComplexStepCalculator() override;
+
+    friend struct vexa_calc::StepAccess;
 
     ICalculator* m_calculator;
     int m_index;

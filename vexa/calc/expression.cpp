@@ -4,7 +4,7 @@
 
 using namespace vexa_calc;
 
-Expression::Expression() : m_root(nullptr) {}
+Expression::Expression() : m_root(nullptr), m_cost(0), m_evaluating(false) {}
 
 Expression::~Expression()
 {
@@ -59,6 +59,7 @@ void Expression::SetRoot(INode* root)
         return;
     DestroyTree(m_root);
     m_root = root;
+    m_cost = TreeCost(root);
 }
 
 void Expression::SetName(VEXA_WString& name)

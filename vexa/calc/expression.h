@@ -1,6 +1,7 @@
 #ifndef VEXA_CALC_EXPRESSION_H
 #define VEXA_CALC_EXPRESSION_H
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,12 @@ private:
     friend struct vexa_calc::ExpressionAccess;
 
     INode* m_root;
+    // How deep an evaluation of the tree goes, registered functions it calls
+    // included, in the units of vexa/calc/callee.h; set with the root.
+    int m_cost;
+    // Set while a call of this expression as a registered function runs:
+    // its held parameters belong to that call.
+    std::atomic<bool> m_evaluating;
 };
 
 #endif

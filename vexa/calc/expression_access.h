@@ -10,6 +10,8 @@ namespace vexa_calc {
 
 struct ExpressionAccess {
     static INode* Root(const Expression& e) { return e.m_root; }
+    static int Cost(const Expression& e) { return e.m_cost; }
+    static std::atomic<bool>& Evaluating(Expression& e) { return e.m_evaluating; }
 };
 
 }  // namespace vexa_calc

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "vexa/calc/callee.h"
 #include "vexa/calc/function_factory.h"
 #include "vexa/calc/icalculator.h"
 #include "vexa/core/data.h"
@@ -77,7 +78,7 @@ INode* VexaParser::parseFunction(ICalculator* owner, wchar_t* call)
     {
         std::vector<VEXA_Data> values(args.size(), VEXA_Data(1.0));
         VEXA_Data result;
-        if (!calculator->Evaluate(count, values.data(), result))
+        if (!vexa_calc::CallFunction(calculator, count, values.data(), result))
             throw 100;
     }
 

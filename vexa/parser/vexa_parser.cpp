@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <memory>
 
+#include "vexa/calc/call_errors.h"
+#include "vexa/calc/callee.h"
 #include "vexa/calc/expression.h"
+#include "vexa/calc/expression_access.h"
 #include "vexa/core/data.h"
 #include "vexa/core/platform.h"
 #include "vexa/parser/parse_guard_internal.h"
@@ -43,6 +46,28 @@ int BoundedLength(const wchar_t* text, int limit)
 
 }  // namespace
 
+// Every text within the parser's own limits must stay within the depth an
+// evaluation may reach; only the registered functions a text calls can take
+// it further.
+static_assert(vexa_calc::kMaxCost >= VexaParser::kMaxTreeDepth * vexa_calc::kNodeCost +
+                                         VexaParser::kMaxCallDepth * (vexa_calc::kCallCost - vexa_calc::kNodeCost),
+              "the evaluation depth limit must admit every text the parser's limits admit");
+
+namespace {
+
+// The tree parsed into e, counting the trees of the registered functions it
+// calls, must be evaluable within the stack guarantee; otherwise e is left
+// without a root, as after any failed parse.
+void RefuseTooDeep(Expression* e)
+{
+    if (vexa_calc::ExpressionAccess::Cost(*e) > vexa_calc::kMaxCost) {
+        e->SetRoot(nullptr);
+        throw vexa::kCallsTooDeep;
+    }
+}
+
+}  // namespace
+
 bool VexaParser::parse(const wchar_t* expression, wchar_t* paramNames, ICalculator** out)
 {
     m_variable_list.clear();
@@ -57,6 +82,7 @@ bool VexaParser::parse(const wchar_t* expression, wchar_t* paramNames, ICalculat
         // and the name list are reported, then give it back.
         try {
             result->SetRoot(parseExpression(result, expression));
+            RefuseTooDeep(result);
         } catch (...) {
             result->Release();
             throw;
@@ -66,6 +92,7 @@ bool VexaParser::parse(const wchar_t* expression, wchar_t* paramNames, ICalculat
     }
     *out = result;
     result->SetRoot(parseExpression(result, expression));
+    RefuseTooDeep(result);
     return true;
 }
 

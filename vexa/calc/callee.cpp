@@ -1,0 +1,111 @@
+#include "vexa/calc/callee.h"
+
+#include <atomic>
+#include <cstddef>
+#include <typeinfo>
+
+#include "vexa/calc/buidin_function.h"
+#include "vexa/calc/call_errors.h"
+#include "vexa/calc/complex_step_calculator.h"
+#include "vexa/calc/expression.h"
+#include "vexa/calc/expression_access.h"
+#include "vexa/core/platform.h"
+
+namespace vexa_calc {
+
+struct StepAccess {
+    static ICalculator* Wrapped(ComplexStepCalculator& c) { return c.m_calculator; }
+};
+
+namespace {
+
+// Frames of sanitizer and unoptimised builds are several times larger; the
+// stack test at a registered call scales with them so that it still fires
+// before the stack runs out, not after.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define VEXA_LARGE_FRAMES 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(__OPTIMIZE__)
+#define VEXA_LARGE_FRAMES 1
+#endif
+
+#if defined(VEXA_LARGE_FRAMES)
+constexpr std::size_t kStackPerUnit = 2048;
+#else
+constexpr std::size_t kStackPerUnit = 256;
+#endif
+// What a call needs beyond its tree: the built-in implementations at the
+// bottom, the value arithmetic, the compiled evaluation's own frames.
+constexpr std::size_t kStackReserve = std::size_t(64) << 10;
+
+// Holds the in-use mark of an expression for the length of one call.
+class InUse {
+public:
+    explicit InUse(std::atomic<bool>& mark) : m_mark(mark)
+    {
+        // Acquire pairs with the release below: the values the previous
+        // call left in the held parameters are complete before this call
+        // overwrites them.
+        if (m_mark.exchange(true, std::memory_order_acquire))
+            throw vexa::kFunctionInUse;
+    }
+    ~InUse() { m_mark.store(false, std::memory_order_release); }
+    InUse(const InUse&) = delete;
+    InUse& operator=(const InUse&) = delete;
+
+private:
+    std::atomic<bool>& m_mark;
+};
+
+bool CallExpression(Expression& e, int count, VEXA_Data* args, VEXA_Data& result)
+{
+    // The cost parse admitted can be out of date: a host may give a
+    // registered expression a deeper tree with SetRoot after its callers
+    // were parsed, or evaluate on a thread smaller than the guarantee's. The
+    // expression's own tree is always measured afresh, and whatever it
+    // calls is tested again on the way in, so the stack left decides.
+    const std::size_t need = std::size_t(ExpressionAccess::Cost(e)) * kStackPerUnit + kStackReserve;
+    if (vexa_platform::StackLeft() < need)
+        throw vexa::kCallsTooDeep;
+    InUse mark(ExpressionAccess::Evaluating(e));
+    return e.Evaluate(count, args, result);
+}
+
+}  // namespace
+
+int CalleeCost(ICalculator* function)
+{
+    // Wrappers of wrappers arise from repeated derivatives; follow them in a
+    // loop, as a chain may be arbitrarily long.
+    long long cost = 0;
+    while (function && cost <= kMaxCost) {
+        if (ComplexStepCalculator* step = dynamic_cast<ComplexStepCalculator*>(function)) {
+            cost += kStepCost;
+            function = StepAccess::Wrapped(*step);
+            continue;
+        }
+        if (Expression* e = dynamic_cast<Expression*>(function))
+            cost += kEntryCost + ExpressionAccess::Cost(*e);
+        break;
+    }
+    return cost > kMaxCost ? kMaxCost + 1 : static_cast<int>(cost);
+}
+
+bool CallFunction(ICalculator* function, int count, VEXA_Data* args, VEXA_Data& result)
+{
+    // Only a registered expression is one calculator shared by every call;
+    // a built-in calculator belongs to its node and the node's copies.
+    if (typeid(*function) == typeid(BuidInFunction))
+        return function->Evaluate(count, args, result);
+    if (Expression* e = dynamic_cast<Expression*>(function))
+        return CallExpression(*e, count, args, result);
+    // A central-difference wrapper or a host's own calculator: how deep it
+    // goes is not known here, but a chain of them passes here at every link.
+    if (vexa_platform::StackLeft() < kStackReserve)
+        throw vexa::kCallsTooDeep;
+    return function->Evaluate(count, args, result);
+}
+
+}  // namespace vexa_calc
