@@ -76,6 +76,16 @@ inline double EvaluateWith(ICalculator* calc, const std::vector<double>& params)
     return result.getValue()[0];
 }
 
+// The scalar result, or the int code the evaluation threw.
+inline double OutcomeOf(ICalculator* calc, const std::vector<double>& params)
+{
+    try {
+        return EvaluateWith(calc, params);
+    } catch (int code) {
+        return code;
+    }
+}
+
 inline double ValueOf(const wchar_t* text, const std::vector<double>& params = {})
 {
     Parsed p(text);

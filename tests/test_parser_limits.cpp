@@ -1,40 +1,16 @@
 #include <gtest/gtest.h>
 
-#include <pthread.h>
-
 #include <cmath>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "parser_test_util.h"
+#include "small_stack.h"
 
 using namespace parser_test;
 
 namespace {
-
-// The deepest texts must stay within a 1 MiB thread stack (a common default
-// on Windows) from parsing to release. Unoptimised and sanitizer builds have
-// far bigger frames, so there the same work runs on a roomier stack.
-#if defined(__SANITIZE_ADDRESS__) || !defined(NDEBUG)
-const std::size_t kStackBytes = std::size_t(64) << 20;
-#else
-const std::size_t kStackBytes = std::size_t(1) << 20;
-#endif
-
-template <class F>
-void RunOnSmallStack(F work)
-{
-    pthread_attr_t attr;
-    ASSERT_EQ(pthread_attr_init(&attr), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&attr, kStackBytes), 0);
-    pthread_t thread;
-    auto entry = [](void* p) -> void* {
-        (*static_cast<F*>(p))();
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, &attr, entry, &work), 0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attr);
-}
 
 std::wstring Nested(const wchar_t* name, int depth, const wchar_t* inner)
 {
@@ -147,3 +123,122 @@ TEST(ParserLimits, TooDeepAndFailingDeepInsideThrowAndReleaseEverything)
 }
 
 }  // namespace
+
+namespace {
+
+// A - (0 - ... (0 - leaf)): levels of unary minus over leaf, assembled by
+// hand the way a host may build a tree without the parser's limits.
+INode* MinusChain(int levels, INode* leaf)
+{
+    for (int i = 0; i < levels; ++i)
+        leaf = new OperaterNode(vexa::kSub, new ConstantParam(VEXA_Data(0.0)), leaf);
+    return leaf;
+}
+
+// Registers NAME0 = levels minus signs over a, NAMEk = the same over
+// NAME(k-1)(a), until a definition is refused; returns how many were taken.
+int RegisterChain(std::vector<std::unique_ptr<Registered>>& chain, const std::wstring& name,
+                  const std::wstring& before, const std::wstring& after, int most)
+{
+    for (int k = 0; k < most; ++k) {
+        const std::wstring inner = k == 0 ? L"a" : name + std::to_wstring(k - 1) + L"(a)";
+        chain.push_back(std::make_unique<Registered>((name + std::to_wstring(k)).c_str(),
+                                                     (before + inner + after).c_str()));
+        if (!chain.back()->ok) {
+            EXPECT_EQ(chain.back()->parsed.code, vexa::kCallsTooDeep) << Narrow(name) << k;
+            return k;
+        }
+    }
+    return most;
+}
+
+}  // namespace
+
+TEST(ParserLimits, RegisteredFunctionsCountTowardsTheDepthOnASmallStack)
+{
+    RunOnSmallStack([] {
+        // A call continues into the called function's tree, so a text that
+        // calls a function deeper than its own level allows is refused:
+        // 2097 signs over a function of 2099 levels would be 4200 deep.
+        Registered h0(L"H0", (Repeat(L"-", 2098) + L"a").c_str());
+        ASSERT_TRUE(h0.ok);
+        EXPECT_EQ(ErrorOf((Repeat(L"-", 2097) + L"H0(a)").c_str(), L"a"), vexa::kCallsTooDeep);
+        Exercise({Repeat(L"-", 290) + L"H0(x)", 1.5, 1.5, false, 0});
+
+        // Compositions of functions, as deep as admitted, then refused.
+        std::vector<std::unique_ptr<Registered>> chain;
+        EXPECT_EQ(RegisterChain(chain, L"M", Repeat(L"-", 400), L"", 10), 5);
+        Exercise({L"M4(x)", 1.5, 1.5, true, 1});
+        EXPECT_EQ(RegisterChain(chain, L"A", Repeat(L"ABS(", 99), Repeat(L")", 99), 10), 5);
+        Exercise({L"A4(x)", -1.5, 1.5, true, -1});
+        // Each level calls the one below twice: work doubles, depth does not.
+        Registered f0(L"F0", L"a+1");
+        for (int k = 1; k <= 10; ++k) {
+            const std::wstring below = L"F" + std::to_wstring(k - 1);
+            chain.push_back(std::make_unique<Registered>((L"F" + std::to_wstring(k)).c_str(),
+                                                         (below + L"(" + below + L"(a))").c_str()));
+            ASSERT_TRUE(chain.back()->ok) << k;
+        }
+        Exercise({L"F10(x)", 0.5, 1024.5, true, 1});
+    });
+}
+
+TEST(ParserLimits, RegisteredFunctionChangedAfterItsCallersWereParsed)
+{
+    Registered deepen(L"DEEPEN", L"a"), loop(L"LOOPY", L"a");
+    ASSERT_TRUE(deepen.ok && loop.ok);
+    Parsed caller((Repeat(L"-", 2000) + L"DEEPEN(x)").c_str(), L"x"), looping(L"LOOPY(x)", L"x");
+    ASSERT_TRUE(caller.ok() && looping.ok());
+
+    // A host may give a registered function a deeper tree: texts parsed from
+    // then on are measured with it, and the callers parsed before meet a
+    // test of the stack left at the call, which refuses what would not fit.
+    Expression* deep = static_cast<Expression*>(deepen.parsed.calc);
+    deep->SetRoot(MinusChain(4000, new VariableParam(deep, 0)));
+    EXPECT_EQ(ErrorOf((Repeat(L"-", 2000) + L"DEEPEN(x)").c_str(), L"x"), vexa::kCallsTooDeep);
+    RunOnSmallStack([&] {
+        const double outcome = OutcomeOf(caller.calc, {1.5});
+        if (kGuaranteeBuild)
+            EXPECT_EQ(outcome, vexa::kCallsTooDeep);
+        else
+            EXPECT_TRUE(outcome == 1.5 || outcome == vexa::kCallsTooDeep) << outcome;
+    });
+
+    // A function whose tree calls itself again is refused at the inner call
+    // instead of recursing without end.
+    Expression* self = static_cast<Expression*>(loop.parsed.calc);
+    self->AddRef();
+    self->SetRoot(new FunctionNode(self, new INode*[1]{new VariableParam(self, 0)}, 1));
+    EXPECT_EQ(OutcomeOf(looping.calc, {1}), vexa::kFunctionInUse);
+    EXPECT_EQ(ErrorOf(L"LOOPY(1)"), vexa::kFunctionInUse);
+    self->SetRoot(nullptr);  // gives the loop's reference back
+
+    // A tree too deep to evaluate cannot be registered or differentiated.
+    Expression* hand = new Expression();
+    hand->SetRoot(MinusChain(2500, new VariableParam(hand, 0)));
+    VEXA_WString name(L"TOODEEP");
+    EXPECT_FALSE(FunctionFactory::getInstance()->Register(name, hand));
+    EXPECT_EQ(hand->getDerivativeCalculator(0), nullptr);
+    hand->Release();
+}
+
+TEST(ParserLimits, RepeatedNumericDerivativesOfARegisteredFunctionEndInNull)
+{
+    // Every order wraps the function once more (and evaluates the order
+    // below twice); the wrappers count towards the depth like calls.
+    Registered ident(L"IDENT", L"a");
+    Parsed p(L"IDENT(x)", L"x");
+    ASSERT_TRUE(p.ok());
+    std::vector<ICalculator*> orders;
+    for (ICalculator* d = p.calc; orders.size() < 2000;) {
+        if (!(d = d->getDerivativeCalculator(0)))
+            break;
+        orders.push_back(d);
+    }
+    EXPECT_LT(orders.size(), 2000u);
+    ASSERT_GE(orders.size(), 2u);
+    EXPECT_NEAR(EvaluateWith(orders[0], {0.5}), 1, 1e-9);
+    EXPECT_NEAR(EvaluateWith(orders[1], {0.5}), 0, 1e-6);
+    for (auto it = orders.rbegin(); it != orders.rend(); ++it)
+        (*it)->Release();
+}

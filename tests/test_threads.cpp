@@ -128,16 +128,6 @@ protected:
     }
 };
 
-// The outcome of one evaluation: its value, or the code it threw.
-double Outcome(ICalculator* calc, double x)
-{
-    try {
-        return EvaluateWith(calc, {x});
-    } catch (int code) {
-        return code;
-    }
-}
-
 }  // namespace
 
 TEST(Threads, RegisteredFunctionInUseIsRefusedNotShared)
@@ -155,17 +145,17 @@ TEST(Threads, RegisteredFunctionInUseIsRefusedNotShared)
         gate->open = false;
         gate->inside = false;
         double held = 0;
-        std::thread holder([&] { held = Outcome(first.calc, 1); });
+        std::thread holder([&] { held = OutcomeOf(first.calc, {1}); });
         while (!gate->inside)
             std::this_thread::yield();
         // While one call runs, every other call of the same function is
         // refused: it would overwrite the values the running call reads.
-        EXPECT_EQ(Outcome(second.calc, 1), vexa::kFunctionInUse);
+        EXPECT_EQ(OutcomeOf(second.calc, {1}), vexa::kFunctionInUse);
         EXPECT_EQ(ErrorOf(L"GATED(3)"), vexa::kFunctionInUse);
         gate->open = true;
         holder.join();
         EXPECT_EQ(held, 2);
-        EXPECT_EQ(Outcome(second.calc, 1), 3);
+        EXPECT_EQ(OutcomeOf(second.calc, {1}), 3);
     }
     // The registry's reference passes back on UnRegister: two to give back.
     ASSERT_TRUE(FunctionFactory::getInstance()->UnRegister(name));
@@ -203,7 +193,7 @@ TEST(Threads, ExpressionsSharingARegisteredFunctionCopyParseEvaluateAndRelease)
                     ++parsed;
                     Expression* copy = static_cast<Expression*>(own.calc)->Copy();
                     for (ICalculator* c : {own.calc, static_cast<ICalculator*>(copy)}) {
-                        const double v = Outcome(c, x);
+                        const double v = OutcomeOf(c, {x});
                         if (v == vexa::kFunctionInUse)
                             continue;
                         ++evaluated;
