@@ -14,7 +14,7 @@ set(VEXA_PUBLIC_HEADERS
   vexa/vexa.h
   vexa/core/export.h vexa/core/data.h vexa/core/wstring.h vexa/core/time_counter.h
   vexa/tree/inode.h vexa/tree/constant_param.h vexa/tree/variable_param.h
-  vexa/tree/operater_node.h vexa/tree/function_node.h
+  vexa/tree/operater_node.h vexa/tree/function_node.h vexa/tree/tree_size.h
   vexa/calc/icalculator.h vexa/calc/expression.h vexa/calc/complex_step_calculator.h
   vexa/calc/buidin_function.h vexa/calc/function_factory.h vexa/calc/call_errors.h
   vexa/parser/vexa_parser.h)

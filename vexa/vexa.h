@@ -12,6 +12,7 @@
 #include "vexa/tree/variable_param.h"
 #include "vexa/tree/operater_node.h"
 #include "vexa/tree/function_node.h"
+#include "vexa/tree/tree_size.h"
 #include "vexa/calc/icalculator.h"
 #include "vexa/calc/expression.h"
 #include "vexa/calc/complex_step_calculator.h"
