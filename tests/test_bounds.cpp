@@ -1,11 +1,18 @@
 // Derivative trees are not reduced, so some legal texts have derivatives that
 // grow exponentially (nested MAX/MIN repeat a derivative, products and powers
-// copy whole subtrees). The library must answer those with a null derivative
-// calculator once the node budget is spent and leave everything else intact.
+// copy whole subtrees, quotients nest three levels deep per level). The
+// library must answer those with a null derivative calculator once the node
+// budget is spent or the tree is too deep to evaluate, and leave everything
+// else intact.
 #include <gtest/gtest.h>
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <functional>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -76,6 +83,9 @@ TEST(Bounds, ExplodingDerivativesGiveNullAndLeaveTheExpressionIntact)
     const std::wstring texts[] = {
         Nest(L"MAX(MIN(", L",3),-3)", 15),
         L"x" + Repeat(L"*x", 2040),
+        // Within the node budget (about 740,000 nodes) but three levels deep
+        // per quotient: 2,551 levels, too deep to evaluate on a small stack.
+        L"x" + Repeat(L"/2", 850),
     };
     for (const std::wstring& text : texts) {
         Parsed f(text.c_str(), L"x");
@@ -117,4 +127,37 @@ TEST(Bounds, NestedCallChainsDifferentiateLikeTheirDifferenceQuotient)
         }
         d->Release();
     }
+}
+
+TEST(Bounds, ExhaustedMemoryReachesTheHostAsBadAlloc)
+{
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the sanitizer's allocator aborts instead of throwing";
+#else
+    // A 46340 x 2 by 2 x 46340 product asks for 17 GB. In a child process
+    // with its address space capped, the allocation fails for certain; the
+    // host must get std::bad_alloc through Evaluate, not a terminated
+    // process, and the expression must work afterwards.
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        const rlim_t limit = rlim_t(4) << 30;
+        rlimit cap{limit, limit};
+        setrlimit(RLIMIT_AS, &cap);
+        Parsed p(L"A*B", L"A,B");
+        VEXA_Data values[2] = {VEXA_Data(46340, 2), VEXA_Data(2, 46340)}, result;
+        int status = 1;
+        try {
+            p.calc->Evaluate(2, values, result);
+        } catch (const std::bad_alloc&) {
+            VEXA_Data small[2] = {VEXA_Data(2.0), VEXA_Data(3.0)};
+            status = p.calc->Evaluate(2, small, result) && result.getValue()[0] == 6 ? 0 : 2;
+        }
+        _exit(status);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status)) << "the child died: " << status;
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+#endif
 }
