@@ -52,6 +52,17 @@ std::wstring Compute(const wchar_t* text)
     return out;
 }
 
+// Runs body(t) on threads t = 0 .. count-1 at once and waits for them all.
+template <class Body>
+void OnThreads(int count, Body body)
+{
+    std::vector<std::thread> threads;
+    for (int t = 0; t < count; ++t)
+        threads.emplace_back(body, t);
+    for (std::thread& th : threads)
+        th.join();
+}
+
 }  // namespace
 
 TEST(Threads, ParallelParseEvaluateDifferentiateMatchSerialResults)
@@ -68,40 +79,35 @@ TEST(Threads, ParallelParseEvaluateDifferentiateMatchSerialResults)
     }
     const int kThreads = 4, kRounds = 15;
     std::atomic<int> mismatches{0}, budget_misses{0}, conversion_clobbered{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&, t] {
-            // The conversion string is per thread: a text converted here must
-            // stay as it is while the other threads convert texts of their own
-            // (this thread's own library calls may overwrite it, so it is
-            // checked right after the conversion).
-            std::wstring mine = L"thread " + std::to_wstring(t);
-            VEXA_WString name(mine.c_str());
-            for (int round = 0; round < kRounds; ++round) {
-                for (std::size_t i = 0; i < std::size(kTexts); ++i) {
-                    const std::size_t k = (i + t) % std::size(kTexts);
-                    if (Compute(kTexts[k]) != expected[k])
-                        ++mismatches;
-                    std::wstring& converted = name;
-                    for (int n = 0; n < 100; ++n)
-                        if (converted != mine)
-                            ++conversion_clobbered;
-                }
-                // One thread hitting the node budget must not spend or reset
-                // the budget of another thread's derivative. Nested MAX in the
-                // first argument doubles the derivative tree per level.
-                if (t % 2 == 0 && round == t) {
-                    Parsed p((Repeat(L"MAX(", 24) + L"x" + Repeat(L",1)", 24)).c_str());
-                    if (ICalculator* d = p.calc->getDerivativeCalculator(0)) {
-                        ++budget_misses;
-                        d->Release();
-                    }
+    OnThreads(kThreads, [&](int t) {
+        // The conversion string is per thread: a text converted here must
+        // stay as it is while the other threads convert texts of their own
+        // (this thread's own library calls may overwrite it, so it is
+        // checked right after the conversion).
+        std::wstring mine = L"thread " + std::to_wstring(t);
+        VEXA_WString name(mine.c_str());
+        for (int round = 0; round < kRounds; ++round) {
+            for (std::size_t i = 0; i < std::size(kTexts); ++i) {
+                const std::size_t k = (i + t) % std::size(kTexts);
+                if (Compute(kTexts[k]) != expected[k])
+                    ++mismatches;
+                std::wstring& converted = name;
+                for (int n = 0; n < 100; ++n)
+                    if (converted != mine)
+                        ++conversion_clobbered;
+            }
+            // One thread hitting the node budget must not spend or reset
+            // the budget of another thread's derivative. Nested MAX in the
+            // first argument doubles the derivative tree per level.
+            if (t % 2 == 0 && round == t) {
+                Parsed p((Repeat(L"MAX(", 24) + L"x" + Repeat(L",1)", 24)).c_str());
+                if (ICalculator* d = p.calc->getDerivativeCalculator(0)) {
+                    ++budget_misses;
+                    d->Release();
                 }
             }
-        });
-    }
-    for (std::thread& th : threads)
-        th.join();
+        }
+    });
     EXPECT_EQ(mismatches.load(), 0);
     EXPECT_EQ(conversion_clobbered.load(), 0);
     EXPECT_EQ(budget_misses.load(), 0);
@@ -173,39 +179,34 @@ TEST(Threads, ExpressionsSharingARegisteredFunctionCopyParseEvaluateAndRelease)
     const int kThreads = 4, kRounds = 200;
     const auto want = [](double x) { return 2 * (x * x + std::sin(x)) + 1; };
     std::atomic<int> wrong{0}, parsed{0}, evaluated{0};
-    std::vector<std::thread> threads;
     {
         Parsed common(L"SHAREDF(x)+SHAREDF(x)+1", L"x");
         ASSERT_TRUE(common.ok());
-        for (int t = 0; t < kThreads; ++t) {
-            threads.emplace_back([&, t] {
-                const double x = t + 0.5;
-                for (int round = 0; round < kRounds; ++round) {
-                    // Copies and releases only count references to the
-                    // shared calculator.
-                    static_cast<Expression*>(common.calc)->Copy()->Release();
-                    // Parses and evaluations call it: each either gets the
-                    // one calculator to itself or is refused, never a value
-                    // computed from another thread's arguments.
-                    Parsed own(L"SHAREDF(x)+SHAREDF(x)+1", L"x");
-                    if (own.code == vexa::kFunctionInUse)
+        OnThreads(kThreads, [&](int t) {
+            const double x = t + 0.5;
+            for (int round = 0; round < kRounds; ++round) {
+                // Copies and releases only count references to the
+                // shared calculator.
+                static_cast<Expression*>(common.calc)->Copy()->Release();
+                // Parses and evaluations call it: each either gets the
+                // one calculator to itself or is refused, never a value
+                // computed from another thread's arguments.
+                Parsed own(L"SHAREDF(x)+SHAREDF(x)+1", L"x");
+                if (own.code == vexa::kFunctionInUse)
+                    continue;
+                ++parsed;
+                Expression* copy = static_cast<Expression*>(own.calc)->Copy();
+                for (ICalculator* c : {own.calc, static_cast<ICalculator*>(copy)}) {
+                    const double v = OutcomeOf(c, {x});
+                    if (v == vexa::kFunctionInUse)
                         continue;
-                    ++parsed;
-                    Expression* copy = static_cast<Expression*>(own.calc)->Copy();
-                    for (ICalculator* c : {own.calc, static_cast<ICalculator*>(copy)}) {
-                        const double v = OutcomeOf(c, {x});
-                        if (v == vexa::kFunctionInUse)
-                            continue;
-                        ++evaluated;
-                        if (v != want(x))
-                            ++wrong;
-                    }
-                    copy->Release();
+                    ++evaluated;
+                    if (v != want(x))
+                        ++wrong;
                 }
-            });
-        }
-        for (std::thread& th : threads)
-            th.join();
+                copy->Release();
+            }
+        });
     }
     EXPECT_EQ(wrong.load(), 0);
     EXPECT_GT(parsed.load(), 0);

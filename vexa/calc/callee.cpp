@@ -79,14 +79,24 @@ int CalleeCost(ICalculator* function)
 {
     // Wrappers of wrappers arise from repeated derivatives; follow them in a
     // loop, as a chain may be arbitrarily long.
+    // Built-ins are nearly every call and add nothing, registered functions
+    // are expressions: one type comparison settles either, where a cast
+    // would compare type names. Classes derived from them are cast.
     long long cost = 0;
     while (function && cost <= kMaxCost) {
-        if (ComplexStepCalculator* step = dynamic_cast<ComplexStepCalculator*>(function)) {
-            cost += kStepCost;
-            function = StepAccess::Wrapped(*step);
-            continue;
+        const std::type_info& type = typeid(*function);
+        if (type == typeid(BuidInFunction))
+            break;
+        Expression* e = type == typeid(Expression) ? static_cast<Expression*>(function) : nullptr;
+        if (!e) {
+            if (ComplexStepCalculator* step = dynamic_cast<ComplexStepCalculator*>(function)) {
+                cost += kStepCost;
+                function = StepAccess::Wrapped(*step);
+                continue;
+            }
+            e = dynamic_cast<Expression*>(function);
         }
-        if (Expression* e = dynamic_cast<Expression*>(function))
+        if (e)
             cost += kEntryCost + ExpressionAccess::Cost(*e);
         break;
     }
@@ -97,8 +107,11 @@ bool CallFunction(ICalculator* function, int count, VEXA_Data* args, VEXA_Data& 
 {
     // Only a registered expression is one calculator shared by every call;
     // a built-in calculator belongs to its node and the node's copies.
-    if (typeid(*function) == typeid(BuidInFunction))
+    const std::type_info& type = typeid(*function);
+    if (type == typeid(BuidInFunction))
         return function->Evaluate(count, args, result);
+    if (type == typeid(Expression))
+        return CallExpression(*static_cast<Expression*>(function), count, args, result);
     if (Expression* e = dynamic_cast<Expression*>(function))
         return CallExpression(*e, count, args, result);
     // A central-difference wrapper or a host's own calculator: how deep it

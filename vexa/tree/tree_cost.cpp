@@ -10,8 +10,8 @@
 namespace vexa_calc {
 
 // Runs on every SetRoot, so over every parsed, copied and derived tree: the
-// exact classes are recognised by one type comparison, and only classes a
-// host derived from them pay for a full cast.
+// node type sorts out the leaves, one type comparison the exact inner
+// classes, and only classes a host derived from them pay for a full cast.
 int TreeCost(INode* root)
 {
     struct Pending {
@@ -26,12 +26,18 @@ int TreeCost(INode* root)
         const Pending p = todo.back();
         todo.pop_back();
         INode* n = p.node;
-        const std::type_info& type = typeid(*n);
-        OperaterNode* op = type == typeid(OperaterNode) ? static_cast<OperaterNode*>(n)
-                                                        : dynamic_cast<OperaterNode*>(n);
-        FunctionNode* call = op ? nullptr
-                           : type == typeid(FunctionNode) ? static_cast<FunctionNode*>(n)
-                                                          : dynamic_cast<FunctionNode*>(n);
+        OperaterNode* op = nullptr;
+        FunctionNode* call = nullptr;
+        switch (n->getNodeType()) {
+        case 0:
+            op = typeid(*n) == typeid(OperaterNode) ? static_cast<OperaterNode*>(n) : dynamic_cast<OperaterNode*>(n);
+            break;
+        case 1:
+            call = typeid(*n) == typeid(FunctionNode) ? static_cast<FunctionNode*>(n) : dynamic_cast<FunctionNode*>(n);
+            break;
+        default:
+            break;
+        }
         long long here = p.above + kNodeCost;
         if (op) {
             for (INode* child : {op->m_left, op->m_right})
