@@ -1,8 +1,9 @@
 // Hosts run one parser and their own calculators per thread. Nothing in the
 // library is locked, so this only holds if every piece of state that two
-// threads can reach at once is either read-only (the registry once built) or
-// per thread (the string conversion buffer, the derivative node budget).
-// scripts/tsan.sh runs this file under ThreadSanitizer.
+// threads can reach at once is either read-only (the registry once built),
+// per thread (the string conversion buffer, the derivative node budget) or
+// changed atomically (reference counts, the in-use mark of a registered
+// function). scripts/tsan.sh runs this file under ThreadSanitizer.
 #include <gtest/gtest.h>
 
 #include <atomic>
