@@ -3,6 +3,10 @@
 
 #include "vexa/calc/icalculator.h"
 
+namespace vexa_calc {
+struct CalculatorAccess;
+}
+
 typedef bool (*BuildInFunctionPtr)(int count, VEXA_Data* args, VEXA_Data& result);
 
 // Calculator wrapping one built-in implementation; made by
@@ -18,6 +22,8 @@ protected:
     ~BuidInFunction() override;
 
 private:
+    friend struct vexa_calc::CalculatorAccess;
+
     BuildInFunctionPtr m_function;
 };
 

@@ -5,6 +5,7 @@
 #include <typeinfo>
 
 #include "vexa/calc/buidin_function.h"
+#include "vexa/calc/calculator_access.h"
 #include "vexa/calc/call_errors.h"
 #include "vexa/calc/complex_step_calculator.h"
 #include "vexa/calc/expression.h"
@@ -12,10 +13,6 @@
 #include "vexa/core/platform.h"
 
 namespace vexa_calc {
-
-struct StepAccess {
-    static ICalculator* Wrapped(ComplexStepCalculator& c) { return c.m_calculator; }
-};
 
 namespace {
 
@@ -91,7 +88,7 @@ int CalleeCost(ICalculator* function)
         if (!e) {
             if (ComplexStepCalculator* step = dynamic_cast<ComplexStepCalculator*>(function)) {
                 cost += kStepCost;
-                function = StepAccess::Wrapped(*step);
+                function = CalculatorAccess::Inner(*step);
                 continue;
             }
             e = dynamic_cast<Expression*>(function);

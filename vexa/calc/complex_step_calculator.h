@@ -4,7 +4,7 @@
 #include "vexa/calc/icalculator.h"
 
 namespace vexa_calc {
-struct StepAccess;
+struct CalculatorAccess;
 }
 
 // Central-difference derivative (h = 0.001) of a borrowed calculator with
@@ -15,10 +15,10 @@ public:
     ICalculator* getDerivativeCalculator(int paramIndex) override;
 
 protected:
+    friend struct vexa_calc::CalculatorAccess;
+
     bool Calculate(VEXA_Data& result) override;
     ~ComplexStepCalculator() override;
-
-    friend struct vexa_calc::StepAccess;
 
     ICalculator* m_calculator;
     int m_index;
