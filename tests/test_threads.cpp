@@ -118,18 +118,20 @@ namespace {
 
 // A host calculator that stays inside its evaluation while the gate is
 // shut, so a test can hold a registered function in use for as long as it
-// needs to.
+// needs to. A second call that gets in meanwhile passes straight through.
 class Gate : public ICalculator {
 public:
-    std::atomic<bool> open{true}, inside{false};
+    std::atomic<bool> open{true};
+    std::atomic<int> inside{0};
     ICalculator* getDerivativeCalculator(int) override { return nullptr; }
 
 protected:
     bool Calculate(VEXA_Data& result) override
     {
-        inside = true;
-        while (!open)
-            std::this_thread::yield();
+        if (inside++ == 0)
+            while (!open)
+                std::this_thread::yield();
+        --inside;
         result = VEXA_Data(2.0);
         return true;
     }
@@ -150,10 +152,9 @@ TEST(Threads, RegisteredFunctionInUseIsRefusedNotShared)
         Parsed first(L"GATED(x)", L"x"), second(L"GATED(x)+1", L"x");
         ASSERT_TRUE(first.ok() && second.ok());
         gate->open = false;
-        gate->inside = false;
         double held = 0;
         std::thread holder([&] { held = OutcomeOf(first.calc, {1}); });
-        while (!gate->inside)
+        while (gate->inside == 0)
             std::this_thread::yield();
         // While one call runs, every other call of the same function is
         // refused: it would overwrite the values the running call reads.

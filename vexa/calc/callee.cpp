@@ -62,9 +62,11 @@ bool CallExpression(Expression& e, int count, VEXA_Data* args, VEXA_Data& result
     // registered expression a deeper tree with SetRoot after its callers
     // were parsed, or evaluate on a thread smaller than the guarantee's. The
     // expression's own tree is always measured afresh, and whatever it
-    // calls is tested again on the way in, so the stack left decides.
-    const std::size_t need = std::size_t(ExpressionAccess::Cost(e)) * kStackPerUnit + kStackReserve;
-    if (vexa_platform::StackLeft() < need)
+    // calls is tested again on the way in, so the stack left decides. A
+    // tree past the limit is measured only as far as the limit: refused.
+    const int cost = ExpressionAccess::Cost(e);
+    const std::size_t need = std::size_t(cost) * kStackPerUnit + kStackReserve;
+    if (cost > kMaxCost || vexa_platform::StackLeft() < need)
         throw vexa::kCallsTooDeep;
     InUse mark(ExpressionAccess::Evaluating(e));
     return e.Evaluate(count, args, result);
