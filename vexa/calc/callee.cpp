@@ -76,11 +76,11 @@ bool CallExpression(Expression& e, int count, VEXA_Data* args, VEXA_Data& result
 
 int CalleeCost(ICalculator* function)
 {
-    // Wrappers of wrappers arise from repeated derivatives; follow them in a
-    // loop, as a chain may be arbitrarily long.
     // Built-ins are nearly every call and add nothing, registered functions
     // are expressions: one type comparison settles either, where a cast
-    // would compare type names. Classes derived from them are cast.
+    // would compare type names; only other classes are cast. Wrappers of
+    // wrappers arise from repeated derivatives and are followed in a loop,
+    // as a chain may be arbitrarily long.
     long long cost = 0;
     while (function && cost <= kMaxCost) {
         const std::type_info& type = typeid(*function);

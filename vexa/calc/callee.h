@@ -7,8 +7,9 @@ class ICalculator;
 
 // How a tree calls the calculator of a function, and how deep such calls go.
 // Internal to the library: the tree's function nodes, the parser's test
-// evaluation, the central-difference calculator and the compiled evaluation
-// all call functions through CallFunction.
+// evaluation and the central-difference calculator call functions through
+// CallFunction, and so must every other evaluation that calls a function's
+// calculator (a compiled program's calls, for one).
 namespace vexa_calc {
 
 // Every operation on a tree recurses once per level, and an evaluation also
