@@ -114,63 +114,6 @@ TEST(Threads, ParallelParseEvaluateDifferentiateMatchSerialResults)
     EXPECT_EQ(budget_misses.load(), 0);
 }
 
-namespace {
-
-// A host calculator that stays inside its evaluation while the gate is
-// shut, so a test can hold a registered function in use for as long as it
-// needs to. A second call that gets in meanwhile passes straight through.
-class Gate : public ICalculator {
-public:
-    std::atomic<bool> open{true};
-    std::atomic<int> inside{0};
-    ICalculator* getDerivativeCalculator(int) override { return nullptr; }
-
-protected:
-    bool Calculate(VEXA_Data& result) override
-    {
-        if (inside++ == 0)
-            while (!open)
-                std::this_thread::yield();
-        --inside;
-        result = VEXA_Data(2.0);
-        return true;
-    }
-};
-
-}  // namespace
-
-TEST(Threads, RegisteredFunctionInUseIsRefusedNotShared)
-{
-    // GATED(u) = the gate's value; the expression is assembled by hand so
-    // that its tree can wait.
-    Expression* gated = new Expression();
-    Gate* gate = new Gate();
-    gated->SetRoot(new FunctionNode(gate, new INode*[1]{new VariableParam(gated, 0)}, 1));
-    VEXA_WString name(L"GATED");
-    ASSERT_TRUE(FunctionFactory::getInstance()->Register(name, gated));
-    {
-        Parsed first(L"GATED(x)", L"x"), second(L"GATED(x)+1", L"x");
-        ASSERT_TRUE(first.ok() && second.ok());
-        gate->open = false;
-        double held = 0;
-        std::thread holder([&] { held = OutcomeOf(first.calc, {1}); });
-        while (gate->inside == 0)
-            std::this_thread::yield();
-        // While one call runs, every other call of the same function is
-        // refused: it would overwrite the values the running call reads.
-        EXPECT_EQ(OutcomeOf(second.calc, {1}), vexa::kFunctionInUse);
-        EXPECT_EQ(ErrorOf(L"GATED(3)"), vexa::kFunctionInUse);
-        gate->open = true;
-        holder.join();
-        EXPECT_EQ(held, 2);
-        EXPECT_EQ(OutcomeOf(second.calc, {1}), 3);
-    }
-    // The registry's reference passes back on UnRegister: two to give back.
-    ASSERT_TRUE(FunctionFactory::getInstance()->UnRegister(name));
-    EXPECT_FALSE(gated->Release());
-    EXPECT_TRUE(gated->Release());
-}
-
 TEST(Threads, ExpressionsSharingARegisteredFunctionCopyParseEvaluateAndRelease)
 {
     FunctionFactory::getInstance();
