@@ -3,6 +3,7 @@
 // second, and a one-sided contact force that reads two result objects.
 
 #include <cstdio>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -21,7 +22,8 @@ void PrintNames(VexaParser& parser)
 }
 
 // Parses text with the host's names; returns null (and says why) when the
-// text is malformed. Error codes arrive as thrown ints.
+// text is malformed. Error codes arrive as thrown ints; exhausted memory as
+// std::bad_alloc.
 ICalculator* Parse(VexaParser& parser, const wchar_t* text, const wchar_t* names)
 {
     std::wstring list = names;
@@ -31,22 +33,32 @@ ICalculator* Parse(VexaParser& parser, const wchar_t* text, const wchar_t* names
             std::printf("  the parameter list was refused\n");
             return nullptr;
         }
+        return calc;
     } catch (int code) {
         std::printf("  syntax error, code %d\n", code);
-        if (calc)
-            calc->Release();
-        return nullptr;
+    } catch (const std::bad_alloc&) {
+        std::printf("  out of memory\n");
     }
-    return calc;
+    if (calc)
+        calc->Release();
+    return nullptr;
 }
 
 void Show(const char* label, ICalculator* calc, std::vector<VEXA_Data>& params)
 {
     VEXA_Data result;
-    if (calc && calc->Evaluate(static_cast<int>(params.size()), params.data(), result))
-        std::printf("%s = %.9g", label, result.getValue()[0]);
-    else
-        std::printf("%s = (no value)", label);
+    try {
+        if (calc && calc->Evaluate(static_cast<int>(params.size()), params.data(), result))
+            std::printf("%s = %.9g", label, result.getValue()[0]);
+        else
+            std::printf("%s = (no value)", label);
+    } catch (int code) {
+        // Operands that cannot be combined (-10001), a registered function in
+        // use on another thread (-1001): see the README's error codes.
+        std::printf("%s: error %d", label, code);
+    } catch (const std::bad_alloc&) {
+        std::printf("%s: out of memory", label);
+    }
 }
 
 void TimeSignal()
@@ -101,8 +113,15 @@ void ContactForce()
 
 int main()
 {
-    TimeSignal();
-    ContactForce();
+    // Building a derivative can exhaust memory too; this host gives up then.
+    int status = 0;
+    try {
+        TimeSignal();
+        ContactForce();
+    } catch (const std::bad_alloc&) {
+        std::printf("out of memory\n");
+        status = 1;
+    }
     FunctionFactory::Destroy();
-    return 0;
+    return status;
 }

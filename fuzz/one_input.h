@@ -6,13 +6,21 @@
 // release. Shared by the fuzzer and by the test that replays its findings, so
 // a saved finding fails the ordinary test suite the same way it failed here.
 //
-// Input layout: if the bytes contain a newline, the part before the first one
-// is the parameter-name list and the rest is the expression; without a
-// newline the whole input is the expression and the list is null. Bytes are
+// Input layout: first any number of definition lines (below); then, if the
+// bytes left contain a newline, the part before the first one is the
+// parameter-name list and the rest is the expression; without a newline the
+// whole rest is the expression and the list is null.
+//
+// Definitions: a line "@TEXT" parses TEXT with the parameters a, b and
+// registers it as G0, G1, ... in order, so later definitions and the
+// expression can call the earlier ones (compositions, calls of calls). A
+// line "@>ij" (two digits) gives Gi the tree Gj(a) afterwards: a function
+// that calls itself, or that grows after its callers were parsed. Bytes are
 // read as lenient UTF-8; a 0xFF byte followed by four bytes gives one raw
 // 32-bit code unit, so code units above U+10FFFF and "negative" wchar_t values
 // reach the parser too.
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -185,12 +193,104 @@ inline void Release(ICalculator*& c)
     c = nullptr;
 }
 
+// The work of a call grows with the calls in the called function's text, to
+// the power of how deeply definitions call each other (documented, not a
+// fault); bounding the parentheses of a definition, which every call needs,
+// keeps one input within the fuzzer's time limit while a definition may
+// still be as deep as a text can be.
+constexpr int kMaxDefinitions = 3;
+constexpr long kMaxDefinitionParens = 6;
+
+// The functions one input registers, unregistered and released with it.
+class Definitions {
+public:
+    Definitions() = default;
+    Definitions(const Definitions&) = delete;
+    Definitions& operator=(const Definitions&) = delete;
+
+    // Takes the definition lines at the front of the input; returns how many
+    // bytes they took.
+    std::size_t Take(const std::uint8_t* data, std::size_t size)
+    {
+        std::size_t pos = 0;
+        while (pos < size && data[pos] == '@') {
+            const std::uint8_t* end = static_cast<const std::uint8_t*>(std::memchr(data + pos, '\n', size - pos));
+            if (!end)
+                break;
+            const std::size_t length = std::size_t(end - data) - pos - 1;
+            const std::uint8_t* line = data + pos + 1;
+            if (length == 3 && line[0] == '>' && line[1] >= '0' && line[1] <= '9' && line[2] >= '0' && line[2] <= '9')
+                Rewire(line[1] - '0', line[2] - '0');
+            else if (m_functions.size() < std::size_t(kMaxDefinitions) &&
+                     std::count(line, line + length, '(') <= kMaxDefinitionParens)
+                Define(Decode(line, length));
+            pos += length + 2;
+        }
+        return pos;
+    }
+
+    ~Definitions()
+    {
+        // Rewired functions may call each other in a loop of references:
+        // cut every tree first, then give the functions back.
+        for (Expression* f : m_functions)
+            if (f)
+                f->SetRoot(nullptr);
+        for (std::size_t i = 0; i < m_functions.size(); ++i) {
+            if (!m_functions[i])
+                continue;
+            VEXA_WString name(Name(i).c_str());
+            if (FunctionFactory::getInstance()->UnRegister(name))
+                m_functions[i]->Release();
+        }
+    }
+
+private:
+    static std::wstring Name(std::size_t i) { return L"G" + std::to_wstring(i); }
+
+    void Define(std::vector<wchar_t> text)
+    {
+        VexaParser parser;
+        ICalculator* calc = nullptr;
+        wchar_t list[] = L"a,b";
+        Expression* f = nullptr;
+        try {
+            if (parser.parse(text.data(), list, &calc))
+                f = dynamic_cast<Expression*>(calc);
+        } catch (int) {
+        }
+        VEXA_WString name(Name(m_functions.size()).c_str());
+        // The registry keeps the reference it takes; ours goes either way.
+        if (f && !FunctionFactory::getInstance()->Register(name, f))
+            f = nullptr;
+        if (calc)
+            calc->Release();
+        m_functions.push_back(f);
+    }
+
+    void Rewire(std::size_t i, std::size_t j)
+    {
+        if (i >= m_functions.size() || j >= m_functions.size() || !m_functions[i] || !m_functions[j])
+            return;
+        Expression* f = m_functions[i];
+        m_functions[j]->AddRef();
+        f->SetRoot(new FunctionNode(m_functions[j], new INode*[1]{new VariableParam(f, 0)}, 1));
+    }
+
+    std::vector<Expression*> m_functions;
+};
+
 // Returns an empty string, or a description of a broken promise of the
 // library's interface (crashes and leaks are left to the sanitizers).
 inline std::string RunOneInput(const std::uint8_t* data, std::size_t size)
 {
     Setup();
     std::string problem;
+
+    Definitions definitions;
+    const std::size_t taken = definitions.Take(data, size);
+    data += taken;
+    size -= taken;
 
     const std::uint8_t* newline = static_cast<const std::uint8_t*>(std::memchr(data, '\n', size));
     std::vector<wchar_t> list, text;

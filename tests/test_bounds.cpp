@@ -1,11 +1,18 @@
 // Derivative trees are not reduced, so some legal texts have derivatives that
 // grow exponentially (nested MAX/MIN repeat a derivative, products and powers
-// copy whole subtrees). The library must answer those with a null derivative
-// calculator once the node budget is spent and leave everything else intact.
+// copy whole subtrees, quotients nest three levels deep per level). The
+// library must answer those with a null derivative calculator once the node
+// budget is spent or the tree is too deep to evaluate, and leave everything
+// else intact.
 #include <gtest/gtest.h>
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <functional>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -72,6 +79,9 @@ TEST(Bounds, ExplodingDerivativesGiveNullAndLeaveTheExpressionIntact) {
     const std::wstring texts[] = {
         Nest(L"MAX(MIN(", L",3),-3)", 15),
         L"x" + Repeat(L"*x", 2040),
+        // Within the node budget (about 740,000 nodes) but three levels deep
+        // per quotient: 2,551 levels, too deep to evaluate on a small stack.
+        L"x" + Repeat(L"/2", 850),
     };
     for (const std::wstring& text : texts) {
         vexa::ParseResult f = Parse(text, L"x");
@@ -108,4 +118,33 @@ TEST(Bounds, NestedCallChainsDifferentiateLikeTheirDifferenceQuotient) {
             EXPECT_FALSE(std::isnan(At(dd.get(), x))) << what;
         }
     }
+}
+
+TEST(Bounds, ExhaustedMemoryReachesTheHostAsBadAlloc)
+{
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the sanitizer's allocator aborts instead of throwing";
+#else
+    // A 46340 x 2 by 2 x 46340 product asks for 17 GB: in a child whose
+    // address space is capped it fails for certain. The host must get
+    // std::bad_alloc, not a terminated process, and a working expression.
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        const rlimit cap{rlim_t(4) << 30, rlim_t(4) << 30};
+        setrlimit(RLIMIT_AS, &cap);
+        vexa::ParseResult p = Parse(L"A*B", L"A,B");
+        VEXA_Data big[2] = {VEXA_Data(46340, 2), VEXA_Data(2, 46340)};
+        try {
+            VEXA_Data result;
+            p.calc->Evaluate(2, big, result);
+        } catch (const std::bad_alloc&) {
+            _exit(Eval(p.calc.get(), {2, 3}) == 6 ? 0 : 2);
+        }
+        _exit(1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+#endif
 }

@@ -1,41 +1,18 @@
 #include <gtest/gtest.h>
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <memory>
 #include <string>
+#include <vector>
 
+#include "small_stack.h"
 #include "test_util.h"
 
 using namespace testutil;
 
 namespace {
-
-// The deepest texts must stay within a 1 MiB thread stack (a common default
-// on Windows) from parsing to release. Unoptimised and sanitizer builds have
-// far bigger frames, so there the same work runs on a roomier stack.
-#if defined(__SANITIZE_ADDRESS__) || !defined(NDEBUG)
-const std::size_t kStackBytes = std::size_t(64) << 20;
-#else
-const std::size_t kStackBytes = std::size_t(1) << 20;
-#endif
-
-template <class F>
-void RunOnSmallStack(F work, std::size_t bytes = kStackBytes) {
-    pthread_attr_t attr;
-    ASSERT_EQ(pthread_attr_init(&attr), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&attr, bytes), 0);
-    pthread_t thread;
-    auto entry = [](void* p) -> void* {
-        (*static_cast<F*>(p))();
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, &attr, entry, &work), 0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attr);
-}
 
 std::wstring Nested(const wchar_t* name, int depth, const wchar_t* inner) {
     return Repeat(name, depth) + inner + Repeat(L")", depth);
@@ -114,14 +91,15 @@ TEST(ParserLimits, DeepestTextsOnASmallStack) {
 
 TEST(ParserLimits, DeepDerivativeTreesAreWalkedMeasuredAndWrittenOnASmallStack) {
     // The quotient rule puts three levels above the derivative of the
-    // dividend, so this derivative is about 2,400 levels deep.
-    vexa::ParseResult p = Parse(L"x" + Repeat(L"/2", 800), L"x");
+    // dividend, so this derivative is about 2,340 levels deep, just within
+    // what the library evaluates.
+    vexa::ParseResult p = Parse(L"x" + Repeat(L"/2", 780), L"x");
     vexa::CalcRef d(p.calc->getDerivativeCalculator(0));
     ASSERT_TRUE(d);
-    // Far less stack than a recursion over 2,400 levels would need.
+    // Far less stack than a recursion over 2,340 levels would need.
     RunOnSmallStack<std::function<void()>>([&d]() {
         const vexa::TreeMeasure m = vexa::MeasureTree(d.get());
-        EXPECT_GT(m.depth, 2400);
+        EXPECT_GT(m.depth, 2300);
         std::size_t nodes = 0;
         int deepest = 0;
         vexa::WalkTree(d.get(), [&](const vexa::TreeNodeInfo& n) {
@@ -161,6 +139,96 @@ TEST(ParserLimits, TooDeepAndFailingDeepInsideThrowAndReleaseEverything) {
                 << Narrow(c.first.substr(0, 12)) << "... (" << c.first.size() << ")";
         }
     });
+}
+
+// A - (0 - ... (0 - leaf)): levels of unary minus over leaf, assembled by
+// hand the way a host may build a tree without the parser's limits.
+INode* MinusChain(int levels, INode* leaf) {
+    for (int i = 0; i < levels; ++i)
+        leaf = Bin(vexa::kSub, C(0.0), leaf);
+    return leaf;
+}
+
+// Registers NAME0 = inner(a), NAMEk = inner(NAME(k-1)(a)) until a definition
+// is refused or most are taken; returns how many were taken.
+template <class Inner>
+int RegisterChain(std::vector<std::unique_ptr<Registered>>& chain, const std::wstring& name, Inner inner, int most) {
+    for (int k = 0; k < most; ++k) {
+        const std::wstring arg = k == 0 ? L"a" : name + std::to_wstring(k - 1) + L"(a)";
+        chain.push_back(std::make_unique<Registered>((name + std::to_wstring(k)).c_str(), inner(arg)));
+        if (!chain.back()->ok) {
+            EXPECT_EQ(chain.back()->parsed.diagnosis.code, vexa::kCallsTooDeep) << Narrow(name) << k;
+            return k;
+        }
+    }
+    return most;
+}
+
+TEST(ParserLimits, RegisteredFunctionsCountTowardsTheDepthOnASmallStack) {
+    RunOnSmallStack([] {
+        // A call continues into the called function's tree, so a text that
+        // calls a function deeper than its own level allows is refused:
+        // 2097 signs over a function of 2099 levels would be 4200 deep.
+        Registered h0(L"H0", Repeat(L"-", 2098) + L"a");
+        ASSERT_TRUE(h0.ok);
+        EXPECT_EQ(CodeOf(Repeat(L"-", 2097) + L"H0(a)", L"a"), vexa::kCallsTooDeep);
+        Exercise({Repeat(L"-", 290) + L"H0(x)", 1.5, 1.5, false, 0});
+
+        // Compositions of functions, as deep as admitted, then refused.
+        std::vector<std::unique_ptr<Registered>> chain;
+        EXPECT_EQ(RegisterChain(chain, L"M", [](const std::wstring& a) { return Repeat(L"-", 400) + a; }, 10), 5);
+        Exercise({L"M4(x)", 1.5, 1.5, true, 1});
+        // Each level calls the one below twice: work doubles, depth does not.
+        const auto twice = [](const std::wstring& a) {
+            return a == L"a" ? std::wstring(L"a+1") : a.substr(0, a.find(L'(')) + L"(" + a + L")";
+        };
+        EXPECT_EQ(RegisterChain(chain, L"F", twice, 11), 11);
+        Exercise({L"F10(x)", 0.5, 1024.5, true, 1});
+    });
+}
+
+TEST(ParserLimits, RegisteredFunctionChangedAfterItsCallersWereParsed) {
+    Registered deepen(L"DEEPEN", L"a"), loop(L"LOOPY", L"a");
+    ASSERT_TRUE(deepen.ok && loop.ok);
+    vexa::ParseResult looping = Parse(L"LOOPY(x)", L"x");
+    ASSERT_TRUE(looping.calc);
+    // A caller 2300 levels deep, built by hand so that it is evaluated as a
+    // tree, each level on the stack.
+    Expression* deep = static_cast<Expression*>(deepen.parsed.calc.get());
+    deep->AddRef();
+    vexa::CalcRef caller = MakeExpr([&](ICalculator* e) { return MinusChain(2300, FnOver(deep, {X(e, 0)})); });
+
+    // A host may give a registered function a deeper tree: texts parsed from
+    // then on are measured with it, and the callers made before meet a test
+    // at the call, which refuses what would not fit the stack left, and a
+    // tree deeper than any the library admits outright.
+    deep->SetRoot(MinusChain(2099, X(deep, 0)));
+    EXPECT_EQ(CodeOf(Repeat(L"-", 2000) + L"DEEPEN(x)", L"x"), vexa::kCallsTooDeep);
+    RunOnSmallStack([&] {
+        const double outcome = OutcomeOf(caller.get(), {1.5});
+        if (kGuaranteeBuild)
+            EXPECT_EQ(outcome, vexa::kCallsTooDeep);
+        else
+            EXPECT_TRUE(outcome == -1.5 || outcome == vexa::kCallsTooDeep) << outcome;
+    });
+    deep->SetRoot(MinusChain(4000, X(deep, 0)));
+    RunOnSmallStack([&] { EXPECT_EQ(OutcomeOf(caller.get(), {1.5}), vexa::kCallsTooDeep); });
+    caller.reset();
+
+    // A function whose tree calls itself again is refused at the inner call
+    // instead of recursing without end.
+    Expression* self = static_cast<Expression*>(loop.parsed.calc.get());
+    self->AddRef();
+    self->SetRoot(FnOver(self, {X(self, 0)}));
+    EXPECT_EQ(OutcomeOf(looping.calc.get(), {1}), vexa::kFunctionInUse);
+    EXPECT_EQ(CodeOf(L"LOOPY(1)"), vexa::kFunctionInUse);
+    self->SetRoot(nullptr);  // gives the loop's reference back
+
+    // A tree too deep to evaluate cannot be registered or differentiated.
+    vexa::CalcRef hand = MakeExpr([](ICalculator* e) { return MinusChain(2500, X(e, 0)); });
+    VEXA_WString name(L"TOODEEP");
+    EXPECT_FALSE(FunctionFactory::getInstance()->Register(name, hand.get()));
+    EXPECT_EQ(hand->getDerivativeCalculator(0), nullptr);
 }
 
 }  // namespace

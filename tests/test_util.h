@@ -40,6 +40,40 @@ inline vexa::ParseResult Parse(const std::wstring& text, const wchar_t* list = n
     return vexa::TryParse(text.c_str(), list);
 }
 
+// The code a parse throws (0 when it does not).
+inline int CodeOf(const std::wstring& text, const wchar_t* list = nullptr) {
+    const vexa::ParseResult p = Parse(text, list);
+    return p.calc ? 0 : p.diagnosis.code;
+}
+
+// The scalar result, or the int code the evaluation threw.
+inline double OutcomeOf(ICalculator* calc, const std::vector<double>& params) {
+    try {
+        return Eval(calc, params);
+    } catch (int code) {
+        return code;
+    }
+}
+
+// A host-registered expression, unregistered and released when done.
+struct Registered {
+    vexa::ParseResult parsed;
+    VEXA_WString name;
+    bool ok;
+
+    Registered(const wchar_t* n, const std::wstring& text, const wchar_t* list = L"a")
+        : parsed(vexa::TryParse(text.c_str(), list)), name(n) {
+        ok = parsed.calc && FunctionFactory::getInstance()->Register(name, parsed.calc.get());
+    }
+    ~Registered() {
+        // UnRegister hands the registry's reference back.
+        if (ok && FunctionFactory::getInstance()->UnRegister(name))
+            parsed.calc->Release();
+    }
+    Registered(const Registered&) = delete;
+    Registered& operator=(const Registered&) = delete;
+};
+
 // Trees built by hand, for what the parser never builds.
 inline INode* X(ICalculator* owner, int index) { return new VariableParam(owner, index); }
 inline INode* C(double v) { return new ConstantParam(VEXA_Data(v)); }

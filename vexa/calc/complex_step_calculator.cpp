@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "vexa/calc/callee.h"
+
 ComplexStepCalculator::ComplexStepCalculator(ICalculator* calculator, int index)
     : m_calculator(calculator), m_index(index)
 {
@@ -34,12 +36,12 @@ bool ComplexStepCalculator::Calculate(VEXA_Data& result)
     VEXA_Data shifted = x0 + h;
     getParam(m_index) = shifted;
     VEXA_Data f1;
-    m_calculator->Evaluate(count, getParams(), f1);
+    vexa_calc::CallFunction(m_calculator, count, getParams(), f1);
 
     shifted = x0 - h;
     getParam(m_index) = shifted;
     VEXA_Data f2;
-    m_calculator->Evaluate(count, getParams(), f2);
+    vexa_calc::CallFunction(m_calculator, count, getParams(), f2);
 
     result = (f1 - f2) / (h + h);
     return true;

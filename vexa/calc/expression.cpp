@@ -5,7 +5,10 @@
 
 using namespace vexa_calc;
 
-Expression::Expression() : m_root(nullptr), m_compilable(false), m_compiled(nullptr) {}
+Expression::Expression()
+    : m_root(nullptr), m_compilable(false), m_compiled(nullptr), m_cost(0), m_evaluating(false)
+{
+}
 
 Expression::~Expression()
 {
@@ -76,6 +79,7 @@ void Expression::AdoptTree(INode* root)
         DestroyTree(m_root);
     m_root = root;
     m_compilable = root != nullptr;
+    m_cost = TreeCost(root);
 }
 
 void Expression::SetName(VEXA_WString& name)

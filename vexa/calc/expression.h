@@ -1,6 +1,7 @@
 #ifndef VEXA_CALC_EXPRESSION_H
 #define VEXA_CALC_EXPRESSION_H
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -51,6 +52,12 @@ private:
     // changed through its nodes and is always evaluated as a tree.
     bool m_compilable;
     vexa_calc::CompiledRoot* m_compiled;
+    // How deep an evaluation of the tree goes, registered functions it calls
+    // included, in the units of vexa/calc/callee.h; set with the root.
+    int m_cost;
+    // Set while a call of this expression as a registered function runs:
+    // its held parameters belong to that call.
+    std::atomic<bool> m_evaluating;
 };
 
 #endif

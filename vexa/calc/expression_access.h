@@ -38,6 +38,8 @@ struct ExpressionAccess {
     // The held parameters, read without a call into the exported accessors.
     static int ParamCount(const Expression& e) { return e.m_param_count; }
     static VEXA_Data* Params(const Expression& e) { return e.m_params; }
+    static int Cost(const Expression& e) { return e.m_cost; }
+    static std::atomic<bool>& Evaluating(Expression& e) { return e.m_evaluating; }
 
 private:
     static int Offset(Expression& e, const void* field)

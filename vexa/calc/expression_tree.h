@@ -24,6 +24,9 @@ INode* CopyTree(INode* root, ICalculator* owner);
 // is freed and the answer is false.
 bool DeriveTree(INode* root, ICalculator* owner, int index, INode*& out);
 void DumpTree(INode* root, std::vector<std::wstring>& lines);
+// How deep an evaluation of the tree goes (0 for no tree), in the units of
+// vexa/calc/callee.h; walks without recursion, so any tree is safe.
+int TreeCost(INode* root);
 void PrintTree(INode* root);
 
 // The compiled form of an Expression's tree, provided by vexa/compiled

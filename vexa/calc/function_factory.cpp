@@ -1,7 +1,9 @@
 #include "vexa/calc/function_factory.h"
 
 #include "vexa/calc/builtins.h"
+#include "vexa/calc/callee.h"
 #include "vexa/calc/expression.h"
+#include "vexa/calc/expression_access.h"
 
 FunctionFactory* FunctionFactory::m_instance = nullptr;
 std::map<VEXA_WString, BuildInFunctionPtr>* FunctionFactory::keywordsmap = nullptr;
@@ -103,6 +105,9 @@ bool FunctionFactory::Register(VEXA_WString& name, ICalculator* calc) {
     if (m_calculator_map == nullptr) return false;
     Expression* expression = dynamic_cast<Expression*>(calc);
     if (expression == nullptr) return false;
+    // Every call evaluates the expression's tree below the caller's: one too
+    // deep to evaluate on its own could never be called.
+    if (vexa_calc::ExpressionAccess::Cost(*expression) > vexa_calc::kMaxCost) return false;
     expression->SetName(name);
     expression->AddRef();
     m_calculator_map->insert(std::make_pair(name, calc));

@@ -11,7 +11,11 @@
 class ICalculator;
 
 // Process-wide registry of the built-in functions and of the expressions a
-// host registers under names of its own.
+// host registers under names of its own. A registered expression is one
+// calculator shared by every call of its name, so its calls run one at a
+// time (an overlapping call throws vexa::kFunctionInUse). Register refuses
+// built-in and taken names, a null calculator, one that is no Expression,
+// and an expression too deep to be called within the stack guarantee.
 class VEXA_API FunctionFactory {
 public:
     static FunctionFactory* getInstance();

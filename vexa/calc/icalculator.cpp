@@ -1,6 +1,7 @@
 #include "vexa/calc/icalculator.h"
 
 #include "vexa/core/data_access.h"
+#include "vexa/core/platform.h"
 
 ICalculator::ICalculator(VEXA_WString& name)
     : m_name(name), m_param_count(0), m_params(nullptr), m_ref_count(0), m_fast_path(nullptr)
@@ -15,19 +16,24 @@ ICalculator::~ICalculator()
     m_params = nullptr;
 }
 
+// Trees on different threads share calculators: every call of a registered
+// function holds the one registered calculator, and copies share their
+// function calculators. Copying, releasing and parsing such trees at once
+// must not lose a count, so the count changes atomically.
 bool ICalculator::AddRef()
 {
-    ++m_ref_count;
+    vexa_platform::AtomicIncrement(m_ref_count);
     return true;
 }
 
+// A count of 0 means one owner left: the call that finds 0 gives back the
+// last reference and destroys; the count it leaves behind is never read.
 bool ICalculator::Release()
 {
-    if (m_ref_count == 0) {
+    if (vexa_platform::AtomicDecrement(m_ref_count) == 0) {
         delete this;
         return true;
     }
-    --m_ref_count;
     return false;
 }
 

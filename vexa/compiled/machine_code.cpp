@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "vexa/calc/builtin_math.h"
+#include "vexa/calc/callee.h"
 #include "vexa/calc/icalculator.h"
 #include "vexa/compiled/builtin_ops.h"
 #include "vexa/compiled/x64_emitter.h"
@@ -72,7 +73,7 @@ int CallCalculator(CallSpace* space, ICalculator* calc, const double* args, int 
         for (int k = 0; k < n; ++k)
             DataAccess::AssignScalar(space->args[static_cast<std::size_t>(k)], args[k]);
         VEXA_Data result;
-        calc->Evaluate(n, space->args.data(), result);
+        vexa_calc::CallFunction(calc, n, space->args.data(), result);
         if (!DataAccess::IsScalar(result))
             return 1;
         *out = DataAccess::Scalar(result);

@@ -1,6 +1,7 @@
 #include <cmath>
 
 #include "vexa/calc/builtin_math.h"
+#include "vexa/calc/callee.h"
 #include "vexa/calc/icalculator.h"
 #include "vexa/compiled/builtin_ops.h"
 #include "vexa/compiled/program.h"
@@ -198,7 +199,7 @@ op_call: {
     for (int k = 0; k < n; ++k)
         DataAccess::AssignScalar(space.args[k], r[regs[k]]);
     VEXA_Data result;
-    m_calls[ip->c]->Evaluate(n, space.args.data(), result);
+    vexa_calc::CallFunction(m_calls[ip->c], n, space.args.data(), result);
     if (!DataAccess::IsScalar(result))
         return RunResult::kUseTree;
     r[ip->d] = DataAccess::Scalar(result);

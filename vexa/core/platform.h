@@ -5,6 +5,10 @@
 #include <cstdint>
 #include <string>
 
+#if defined(_MSC_VER)
+#include <intrin.h>
+#endif
+
 // Portability layer: the few platform routines the library relies on, with
 // results that do not depend on the C locale. Internal to the library.
 namespace vexa_platform {
@@ -33,6 +37,35 @@ bool IsWSpace(wchar_t c);
 
 // Length of a zero-terminated wide text; 0 for a null pointer.
 std::size_t WLen(const wchar_t* s);
+
+// Bytes of stack left below the caller on the current thread, or SIZE_MAX
+// where the thread's stack cannot be located (an unknown platform, a stack
+// the code runs on that is not the thread's own, such as a coroutine's).
+std::size_t StackLeft();
+
+// Atomic changes of a plain int that several threads may reach at once (the
+// reference count of a calculator that trees on different threads share).
+// The int stays a plain int, so the classes that hold one keep their layout.
+// AtomicIncrement orders nothing; AtomicDecrement returns the value before
+// the change and orders every earlier access of this thread before it, and
+// of the thread that sees 0 after it, so that thread may destroy the object.
+inline void AtomicIncrement(int& value)
+{
+#if defined(_MSC_VER)
+    _InterlockedIncrement(reinterpret_cast<volatile long*>(&value));
+#else
+    __atomic_fetch_add(&value, 1, __ATOMIC_RELAXED);
+#endif
+}
+
+inline int AtomicDecrement(int& value)
+{
+#if defined(_MSC_VER)
+    return static_cast<int>(_InterlockedDecrement(reinterpret_cast<volatile long*>(&value))) + 1;
+#else
+    return __atomic_fetch_sub(&value, 1, __ATOMIC_ACQ_REL);
+#endif
+}
 
 }  // namespace vexa_platform
 

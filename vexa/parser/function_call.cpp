@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "vexa/calc/calc_ref.h"
+#include "vexa/calc/call_errors.h"
+#include "vexa/calc/callee.h"
 #include "vexa/calc/function_factory.h"
 #include "vexa/calc/icalculator.h"
 #include "vexa/core/data.h"
@@ -95,9 +97,13 @@ INode* VexaParser::parseFunction(ICalculator* owner, wchar_t* call)
         VEXA_Data result;
         bool accepted = false;
         try {
-            accepted = calculator->Evaluate(count, values.data(), result);
+            accepted = vexa_calc::CallFunction(calculator.get(), count, values.data(), result);
         } catch (int code) {
-            fail(code, ParseProblem::kCallFailed, count);
+            fail(code,
+                 code == vexa::kCallsTooDeep     ? ParseProblem::kEvaluationTooDeep
+                 : code == vexa::kFunctionInUse ? ParseProblem::kFunctionInUse
+                                                : ParseProblem::kCallFailed,
+                 count);
         }
         if (!accepted)
             fail(100, ParseProblem::kRefusedCall, count);

@@ -205,6 +205,13 @@ std::string Message(const FailureRecord& r, const ParseDiagnosis& d, const std::
     case P::kCallFailed: return CallFailed(r);
     case P::kCallsTooDeep: return "function calls are nested more than 100 deep";
     case P::kTreeTooDeep: return "the expression is nested more than 2100 levels deep";
+    case P::kEvaluationTooDeep:
+        return (name.empty() ? std::string("the expression") : "the call of " + name) +
+               ", with the registered functions it calls, is nested too deeply to evaluate within the "
+               "stack the library allows itself";
+    case P::kFunctionInUse:
+        return name + " is being evaluated at the same time elsewhere (on another thread, or through a call of "
+                      "itself): calls of one registered function must not overlap";
     case P::kListCharacter: {
         const wchar_t c = r.detail.empty() ? L'?' : r.detail[0];
         const std::string what = (c >= L'0' && c <= L'9') ? "a digit" : c == L'_' ? "an underscore" : CharacterText(c);
@@ -256,6 +263,8 @@ ParseDiagnosis DiagnoseLastParse(const VexaParser& parser)
     case ParseProblem::kRefusedCall:
     case ParseProblem::kContactArguments:
     case ParseProblem::kCallFailed:
+    case ParseProblem::kEvaluationTooDeep:
+    case ParseProblem::kFunctionInUse:
         d.function = r->detail;
         break;
     default:

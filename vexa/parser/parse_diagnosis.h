@@ -35,6 +35,8 @@ enum class ParseProblem {
     kCallFailed,           // the function threw a code when tried with ones
     kCallsTooDeep,         // calls nested more than 100 deep
     kTreeTooDeep,          // a tree deeper than 2100 nodes
+    kEvaluationTooDeep,    // too deep to evaluate with the registered functions it calls
+    kFunctionInUse,        // a registered function being evaluated at the same time elsewhere
     kListCharacter,        // the name list holds a character names cannot have
     kListTrailingSpace,    // the name list ends in a space
     kListNameTooLong,      // a listed name of 256 characters or more

@@ -4,6 +4,8 @@
 #include <memory>
 
 #include "vexa/calc/calc_ref.h"
+#include "vexa/calc/call_errors.h"
+#include "vexa/calc/callee.h"
 #include "vexa/calc/expression.h"
 #include "vexa/calc/expression_access.h"
 #include "vexa/core/data.h"
@@ -109,6 +111,32 @@ VexaParser& VexaParser::operator=(const VexaParser& other)
 
 VexaParser::~VexaParser() {}
 
+// Every text within the parser's own limits must stay within the depth an
+// evaluation may reach; only the registered functions a text calls can take
+// it further.
+static_assert(vexa_calc::kMaxCost >= VexaParser::kMaxTreeDepth * vexa_calc::kNodeCost +
+                                         VexaParser::kMaxCallDepth * (vexa_calc::kCallCost - vexa_calc::kNodeCost),
+              "the evaluation depth limit must admit every text the parser's limits admit");
+
+namespace {
+
+// The tree parsed into e, counting the trees of the registered functions it
+// calls, must be evaluable within the stack guarantee; otherwise e is left
+// without a root, as after any failed parse. The whole text is to blame.
+void RefuseTooDeep(Expression* e, vexa_parser::FailureSlot& failure, const wchar_t* text)
+{
+    if (vexa_calc::ExpressionAccess::Cost(*e) > vexa_calc::kMaxCost) {
+        e->SetRoot(nullptr);
+        vexa_parser::FailureRecord& r = vexa_parser::Record(failure, vexa::kCallsTooDeep,
+                                                            vexa::ParseProblem::kEvaluationTooDeep, 0,
+                                                            static_cast<int>(vexa_platform::WLen(text)));
+        r.preprocessed = false;
+        throw vexa::kCallsTooDeep;
+    }
+}
+
+}  // namespace
+
 bool VexaParser::parse(const wchar_t* expression, wchar_t* paramNames, ICalculator** out)
 {
     m_variable_list.clear();
@@ -128,6 +156,7 @@ bool VexaParser::parse(const wchar_t* expression, wchar_t* paramNames, ICalculat
         *out = result;
     try {
         vexa_calc::ExpressionAccess::AdoptTree(*result, parseExpression(result, expression));
+        RefuseTooDeep(result, m_failure, expression);
     } catch (int) {
         if (m_failure)
             m_failure->text = expression ? expression : L"";

@@ -52,6 +52,13 @@ struct ParserAccess;
 // about 670 KiB), a call level at most about 800 bytes, and a parse level
 // about 1 KiB since its working buffers live on the heap. Operator chains and
 // parentheses are reduced on heap stacks and do not recurse while parsing.
+//
+// A call of a registered function continues into that function's tree, in
+// the test evaluation and in every evaluation after it, so these per-text
+// bounds do not bound a composition. parse therefore also measures how deep
+// the finished tree's evaluation goes, registered functions included, and
+// throws vexa::kCallsTooDeep (-1002) past the limit of vexa/calc/callee.h,
+// which every text within the bounds above meets.
 class VEXA_API VexaParser {
 public:
     static constexpr int kWorkLength = 4096;

@@ -1,5 +1,6 @@
 #include "vexa/calc/expression_tree.h"
 
+#include "vexa/calc/callee.h"
 #include "vexa/tree/inode.h"
 #include "vexa/tree/node_util.h"
 
@@ -22,16 +23,29 @@ INode* CopyTree(INode* root, ICalculator* owner)
 
 bool DeriveTree(INode* root, ICalculator* owner, int index, INode*& out)
 {
+    // Building recurses once per level of the tree, like an evaluation; a
+    // tree too deep to evaluate (one a host assembled) is not differentiated.
+    // A derivative tree can be several times deeper than its source, and one
+    // too deep to evaluate within the stack guarantee is no answer either.
+    if (TreeCost(root) > kMaxCost) {
+        out = nullptr;
+        return false;
+    }
     try {
         vexa_tree::DerivativeBudgetScope budget;
         out = root->getDerivative(owner, index);
-        return true;
     } catch (const vexa_tree::BudgetExceeded&) {
         // A derivative too large to build is an ordinary failure for the
         // host, not a hard error; every partial tree was freed on the way out.
         out = nullptr;
         return false;
     }
+    if (TreeCost(out) > kMaxCost) {
+        delete out;
+        out = nullptr;
+        return false;
+    }
+    return true;
 }
 
 void DumpTree(INode* root, std::vector<std::wstring>& lines)

@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "vexa/calc/callee.h"
 #include "vexa/calc/icalculator.h"
 #include "vexa/tree/constant_param.h"
 #include "vexa/tree/node_build.h"
@@ -91,7 +92,7 @@ VEXA_Data FunctionNode::Calculate()
     for (int i = 0; i < m_arg_count; ++i)
         values.Append(m_args[i]);
     // A refused call leaves result null, which is how refusal surfaces.
-    m_function->Evaluate(m_arg_count, values.data(), result);
+    vexa_calc::CallFunction(m_function, m_arg_count, values.data(), result);
     return result;
 }
 

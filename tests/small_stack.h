@@ -1,0 +1,38 @@
+#ifndef VEXA_TESTS_SMALL_STACK_H
+#define VEXA_TESTS_SMALL_STACK_H
+
+#include <gtest/gtest.h>
+
+#include <pthread.h>
+
+#include <cstddef>
+
+// The library promises that its deepest inputs stay within a 1 MiB thread
+// stack (a common default on Windows) in an optimised build. Unoptimised and
+// sanitizer builds have far bigger frames, so there the same work runs on a
+// roomier stack and only shows that nothing else goes wrong.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(NDEBUG)
+constexpr bool kGuaranteeBuild = false;
+constexpr std::size_t kStackBytes = std::size_t(64) << 20;
+#else
+constexpr bool kGuaranteeBuild = true;
+constexpr std::size_t kStackBytes = std::size_t(1) << 20;
+#endif
+
+template <class F>
+void RunOnSmallStack(F work, std::size_t bytes = kStackBytes)
+{
+    pthread_attr_t attr;
+    ASSERT_EQ(pthread_attr_init(&attr), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&attr, bytes), 0);
+    pthread_t thread;
+    auto entry = [](void* p) -> void* {
+        (*static_cast<F*>(p))();
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, &attr, entry, &work), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attr);
+}
+
+#endif
