@@ -24,10 +24,12 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "vexa/calc/expression_access.h"
 #include "vexa/vexa.h"
 
 namespace vexa_fuzz {
@@ -40,6 +42,9 @@ inline void Setup()
     if (done)
         return;
     done = true;
+    // Machine code from the second repeated evaluation on, so that the few
+    // evaluations of one input reach it (unless the run asks otherwise).
+    setenv("VEXA_MACHINE_CODE_AFTER", "1", 0);
     FunctionFactory* factory = FunctionFactory::getInstance();
     VEXA_WString name(L"HOSTF");
     if (factory->IsFunction(name))
@@ -109,20 +114,23 @@ struct Outcome {
     std::vector<double> values;
 };
 
-inline bool SameDouble(double a, double b)
-{
-    return (std::isnan(a) && std::isnan(b)) || std::memcmp(&a, &b, sizeof a) == 0;
-}
-
+// Bit for bit, NaNs included.
 inline bool SameOutcome(const Outcome& a, const Outcome& b)
 {
     if (a.threw != b.threw || a.code != b.code || a.ok != b.ok || a.rows != b.rows || a.cols != b.cols ||
         a.values.size() != b.values.size())
         return false;
-    for (std::size_t i = 0; i < a.values.size(); ++i)
-        if (!SameDouble(a.values[i], b.values[i]))
-            return false;
-    return true;
+    return a.values.empty() || std::memcmp(a.values.data(), b.values.data(), a.values.size() * sizeof(double)) == 0;
+}
+
+// A copy of e that is evaluated as a tree, never compiled: the reference the
+// compiled evaluation must match bit for bit.
+inline Expression* TreeOnlyCopy(Expression* e)
+{
+    Expression* copy = e->Copy();
+    if (copy)
+        vexa_calc::ExpressionAccess::SetCompilable(*copy, false);
+    return copy;
 }
 
 inline Outcome Run(ICalculator* calc, std::vector<VEXA_Data>& params, std::string& problem)
@@ -374,12 +382,12 @@ inline std::string RunOneInput(const std::uint8_t* data, std::size_t size)
     }
 
     // A copy is an independent tree that must evaluate and dump exactly like
-    // the original.
-    Expression* dup = expr->Copy();
+    // the original; evaluated as a tree, it checks the compiled original.
+    Expression* dup = TreeOnlyCopy(expr);
     if (dup) {
         for (std::size_t s = 0; s < sets.size(); ++s)
             if (!SameOutcome(Run(dup, sets[s], problem), base[s]))
-                problem = "a copy evaluates differently from its original";
+                problem = "the compiled expression and its tree disagree";
         // A dump line is indented by ten blanks per level, so a dump grows
         // with nodes times depth: hundreds of MiB for the deepest trees of a
         // 4095-character text, with no code path that shorter texts miss.
@@ -405,8 +413,14 @@ inline std::string RunOneInput(const std::uint8_t* data, std::size_t size)
         // are as large, and spending the budget again only costs time.
         if (!d)
             break;
-        for (auto& set : sets)
-            Run(d, set, problem);
+        Expression* tree = TreeOnlyCopy(static_cast<Expression*>(d));
+        for (auto& set : sets) {
+            const Outcome compiled = Run(d, set, problem);
+            if (tree && !SameOutcome(compiled, Run(tree, set, problem)))
+                problem = "a compiled derivative and its tree disagree";
+        }
+        if (tree)
+            tree->Release();
         // Once more for the first parameter, where derivative trees grow most.
         if (p == 0) {
             ICalculator* dd = nullptr;
