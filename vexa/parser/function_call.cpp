@@ -1,4 +1,4 @@
-#include "vexa/parser/vexa_parser.h"
+#include "vexa/parser/function_call.h"
 
 #include <algorithm>
 #include <memory>
@@ -13,6 +13,7 @@
 #include "vexa/core/data.h"
 #include "vexa/core/platform.h"
 #include "vexa/parser/parse_guard_internal.h"
+#include "vexa/parser/vexa_parser.h"
 #include "vexa/parser/parse_level.h"
 #include "vexa/parser/tokenizer.h"
 #include "vexa/tree/function_node.h"
@@ -22,7 +23,59 @@ using vexa::ParseProblem;
 using vexa_parser::Fail;
 using vexa_parser::Tokenizer;
 
-namespace {
+namespace vexa_parser {
+
+CallText SplitCall(const wchar_t* call)
+{
+    CallText c;
+    int position = 0;
+    Tokenizer::SkipSpace(position, call);
+    if (call[position])
+        c.name.push_back(call[position++]);
+    while (Tokenizer::IsChar(call[position]) || Tokenizer::IsDigit(call[position]))
+        c.name.push_back(call[position++]);
+    Tokenizer::SkipSpace(position, call);
+    if (call[position] != L'(') {
+        c.close = position;
+        return c;
+    }
+    c.open = position++;
+    int depth = 1;
+    for (; call[position]; ++position) {
+        const wchar_t ch = call[position];
+        if (ch == L'(') {
+            ++depth;
+        } else if (ch == L')') {
+            if (--depth == 0)
+                break;
+        }
+        c.arguments.push_back(ch);
+    }
+    c.close = position;
+    return c;
+}
+
+std::vector<ArgumentText> SplitArguments(const wchar_t* arguments)
+{
+    std::vector<ArgumentText> out;
+    ArgumentText current{0, std::wstring()};
+    int depth = 0;
+    for (const wchar_t* p = arguments; *p; ++p) {
+        const wchar_t c = *p;
+        if (c == L',' && depth == 0) {
+            out.push_back(current);
+            current = {static_cast<int>(p - arguments) + 1, std::wstring()};
+            continue;
+        }
+        if (c == L'(')
+            ++depth;
+        else if (c == L')')
+            --depth;
+        current.text.push_back(c);
+    }
+    out.push_back(current);
+    return out;
+}
 
 bool IsContactFunction(const wchar_t* upperName)
 {
@@ -30,7 +83,9 @@ bool IsContactFunction(const wchar_t* upperName)
            vexa_platform::WcsICmp(upperName, L"IMPACT") == 0;
 }
 
-}  // namespace
+}  // namespace vexa_parser
+
+using vexa_parser::IsContactFunction;
 
 INode* VexaParser::parseFunction(ICalculator* owner, wchar_t* call)
 {
@@ -38,36 +93,21 @@ INode* VexaParser::parseFunction(ICalculator* owner, wchar_t* call)
     // both bounded by the token buffer already.
     vexa_parser::Level& level = *m_level;
     const int callStart = level.token;
-    int position = 0;
-    Tokenizer::SkipSpace(position, call);
-    std::wstring name;
-    if (call[position])
-        name.push_back(call[position++]);
-    while (Tokenizer::IsChar(call[position]) || Tokenizer::IsDigit(call[position]))
-        name.push_back(call[position++]);
+    vexa_parser::CallText text = vexa_parser::SplitCall(call);
 
     int upperLength = 0;
-    std::unique_ptr<wchar_t[]> upper(Tokenizer::convertToUpper(name.c_str(), upperLength));
-    if (vexa_platform::WcsICmp(upper.get(), L"IF") == 0)
+    std::unique_ptr<wchar_t[]> upper(Tokenizer::convertToUpper(text.name.c_str(), upperLength));
+    if (vexa_platform::WcsICmp(upper.get(), L"IF") == 0) {
+        // IF(x: n, z, p) is read as IF(x, n, z, p), nested calls included.
         Tokenizer::pre_parseFunction_IF(call);
-
-    Tokenizer::SkipSpace(position, call);
-    if (call[position] != L'(')
-        Fail(m_failure, position, ParseProblem::kFunctionWithoutArguments, callStart + position, 1, upper.get());
-    ++position;
-    level.argumentsAt = callStart + position;
-    std::wstring arguments;
-    int depth = 1;
-    for (; call[position]; ++position) {
-        const wchar_t c = call[position];
-        if (c == L'(') {
-            ++depth;
-        } else if (c == L')') {
-            if (--depth == 0)
-                break;
-        }
-        arguments.push_back(c);
+        text = vexa_parser::SplitCall(call);
     }
+
+    if (text.open < 0)
+        Fail(m_failure, text.close, ParseProblem::kFunctionWithoutArguments, callStart + text.close, 1, upper.get());
+    const int position = text.close;
+    level.argumentsAt = callStart + text.open + 1;
+    const std::wstring& arguments = text.arguments;
     // For the enclosing-call chain of a failure inside an argument.
     level.function = upper.get();
     level.call = vexa_parser::Piece{callStart, position + 1};
@@ -145,34 +185,16 @@ INode* VexaParser::parseFunction(ICalculator* owner, wchar_t* call)
 void VexaParser::parseParams(ICalculator* owner, const wchar_t* arguments, std::vector<INode*>& args)
 {
     vexa_parser::Level& level = *m_level;
-    std::wstring current;
-    int depth = 0;
     int deepest = 0;
-    int begin = 0;  // where the current argument starts in the argument text
-    auto finish = [&]() {
-        if (current.empty())
-            return;
+    for (const vexa_parser::ArgumentText& argument : vexa_parser::SplitArguments(arguments)) {
+        if (argument.text.empty())
+            continue;
         level.argument = static_cast<int>(args.size());
-        level.argumentAt = level.argumentsAt + begin;
+        level.argumentAt = level.argumentsAt + argument.begin;
         // Reserve the slot first so the node is never held outside the list.
         args.push_back(nullptr);
-        args.back() = parseExpression(owner, current.c_str());
+        args.back() = parseExpression(owner, argument.text.c_str());
         deepest = std::max(deepest, m_result_depth);
-        current.clear();
-    };
-    for (const wchar_t* p = arguments; *p; ++p) {
-        const wchar_t c = *p;
-        if (c == L',' && depth == 0) {
-            finish();
-            begin = static_cast<int>(p - arguments) + 1;
-            continue;
-        }
-        if (c == L'(')
-            ++depth;
-        else if (c == L')')
-            --depth;
-        current.push_back(c);
     }
-    finish();
     m_result_depth = deepest;
 }
