@@ -73,7 +73,9 @@ TEST(ExpressionAllocation, EvaluatingScalarsAllocatesNothing) {
         derivative->Release();
         calc->Release();
     }
-    FunctionFactory::getInstance()->UnRegister(name);
+    // UnRegister hands the registry's reference back, besides our own.
+    if (FunctionFactory::getInstance()->UnRegister(name))
+        twice->Release();
     twice->Release();
 }
 
