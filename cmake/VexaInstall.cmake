@@ -17,7 +17,8 @@ set(VEXA_PUBLIC_HEADERS
   vexa/tree/operater_node.h vexa/tree/function_node.h
   vexa/calc/icalculator.h vexa/calc/expression.h vexa/calc/complex_step_calculator.h
   vexa/calc/buidin_function.h vexa/calc/function_factory.h
-  vexa/parser/vexa_parser.h)
+  vexa/parser/vexa_parser.h
+  vexa/compiled/compiled_form.h)
 foreach(h ${VEXA_PUBLIC_HEADERS})
   get_filename_component(dir ${h} DIRECTORY)
   install(FILES ${PROJECT_SOURCE_DIR}/${h} DESTINATION include/${dir})

@@ -1,0 +1,284 @@
+#include "vexa/compiled/block_run.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "vexa/calc/builtin_math.h"
+#include "vexa/compiled/lanes.h"
+
+namespace vexa_compiled {
+
+namespace {
+
+using namespace vexa_math;
+
+constexpr int kMaxArgs = 3 + kMaxCoefficients;
+
+int Grouped(int lanes)
+{
+    return (lanes + kLaneGroup - 1) / kLaneGroup * kLaneGroup;
+}
+
+void Mark(std::uint8_t* stop, int lane, StopReason why)
+{
+    if (!stop[lane])
+        stop[lane] = why;
+}
+
+void MarkAll(std::uint8_t* stop, int lanes, StopReason why)
+{
+    for (int i = 0; i < lanes; ++i)
+        Mark(stop, i, why);
+}
+
+// The step of the central differences, in every lane.
+const double* StepLanes()
+{
+    static const std::vector<double> h(kBlock, 0.001);
+    return h.data();
+}
+
+template <typename F>
+void Each(double* d, const double* a, int lanes, F f)
+{
+    for (int i = 0; i < lanes; ++i)
+        d[i] = f(a[i]);
+}
+
+template <typename F>
+void Each(double* d, const double* a, const double* b, int lanes, F f)
+{
+    for (int i = 0; i < lanes; ++i)
+        d[i] = f(a[i], b[i]);
+}
+
+// A one-argument built-in that refuses values outside its domain.
+template <typename In, typename F>
+void Checked(double* d, const double* a, int lanes, std::uint8_t* stop, In in, F f)
+{
+    for (int i = 0; i < lanes; ++i) {
+        if (!in(a[i]))
+            Mark(stop, i, kRefusal);
+        d[i] = f(a[i]);
+    }
+}
+
+void Divide(double* d, const double* a, const double* b, int lanes, std::uint8_t* stop)
+{
+    QuotientLanes(d, a, b, Grouped(lanes));
+    for (int i = 0; i < lanes; ++i) {
+        if (!(0 < b[i] || 0 > b[i]))
+            Mark(stop, i, kZeroDivisor);
+    }
+}
+
+// The series built-ins: lead arguments, then coefficients, gathered per lane.
+template <typename F>
+void Series(double* d, const double* const* v, int n, int lead, int lanes, F f)
+{
+    double c[kMaxArgs];
+    for (int i = 0; i < lanes; ++i) {
+        for (int k = lead; k < n; ++k)
+            c[k - lead] = v[k][i];
+        d[i] = f(i, c, n - lead);
+    }
+}
+
+void CallLanes(const Callee& c, std::size_t level, Space& s, const double** args, int count, int lanes, double* out,
+               std::uint8_t* stop);
+
+// The instructions over one or two registers; false for the others.
+bool Simple(const Instr& in, double* d, const double* const* at, int lanes, std::uint8_t* stop)
+{
+    const auto a = [&] { return at[in.a]; };
+    const auto b = [&] { return at[in.b]; };
+    switch (in.op) {
+    case kAdd: SumLanes(d, b(), a(), Grouped(lanes)); return true;
+    case kSub: DifferenceLanes(d, a(), b(), Grouped(lanes)); return true;
+    case kMul: ProductLanes(d, a(), b(), Grouped(lanes)); return true;
+    case kDiv: Divide(d, a(), b(), lanes, stop); return true;
+    case kPow: Each(d, a(), b(), lanes, [](double x, double y) { return std::pow(x, y); }); return true;
+    case kAbs: Each(d, a(), lanes, [](double x) { return std::fabs(x); }); return true;
+    case kSin: Each(d, a(), lanes, [](double x) { return std::sin(x); }); return true;
+    case kCos: Each(d, a(), lanes, [](double x) { return std::cos(x); }); return true;
+    case kTan: Each(d, a(), lanes, [](double x) { return std::tan(x); }); return true;
+    case kSinh: Each(d, a(), lanes, [](double x) { return std::sinh(x); }); return true;
+    case kCosh: Each(d, a(), lanes, [](double x) { return std::cosh(x); }); return true;
+    case kTanh: Each(d, a(), lanes, [](double x) { return std::tanh(x); }); return true;
+    case kAtan: Each(d, a(), lanes, [](double x) { return std::atan(x); }); return true;
+    case kExp: Each(d, a(), lanes, [](double x) { return std::exp(x); }); return true;
+    case kAint: Each(d, a(), lanes, Trunc); return true;
+    case kAnint: Each(d, a(), lanes, Anint); return true;
+    case kAsin: Checked(d, a(), lanes, stop, InArcDomain, [](double x) { return std::asin(x); }); return true;
+    case kAcos: Checked(d, a(), lanes, stop, InArcDomain, [](double x) { return std::acos(x); }); return true;
+    case kLog: Checked(d, a(), lanes, stop, InLogDomain, [](double x) { return std::log(x); }); return true;
+    case kLog10: Checked(d, a(), lanes, stop, InLogDomain, [](double x) { return std::log10(x); }); return true;
+    case kSqrt: Checked(d, a(), lanes, stop, InSqrtDomain, [](double x) { return std::sqrt(x); }); return true;
+    case kAtan2: Each(d, a(), b(), lanes, [](double x, double y) { return std::atan2(x, y); }); return true;
+    case kMax: Each(d, a(), b(), lanes, Max); return true;
+    case kMin: Each(d, a(), b(), lanes, Min); return true;
+    case kMod: Each(d, a(), b(), lanes, Mod); return true;
+    case kSign: Each(d, a(), b(), lanes, Sign); return true;
+    default: return false;
+    }
+}
+
+void Instruction(const Unit& u, Space& s, const Instr& in, int lanes, std::uint8_t* stop)
+{
+    const Program& p = *u.program;
+    UnitSpace& us = s.of(u);
+    const double* const* at = us.at.data();
+    double* d = us.block.data() + static_cast<std::size_t>(in.d) * kBlock;
+    if (Simple(in, d, at, lanes, stop))
+        return;
+
+    // The rest take an argument list.
+    const int n = static_cast<int>(in.b);
+    const std::uint32_t* list = p.argRegisters().data() + in.a;
+    // Calls of other expressions may pass more arguments than any built-in.
+    const double* fixed[kMaxArgs];
+    std::vector<const double*> more(n > kMaxArgs ? static_cast<std::size_t>(n) : 0);
+    const double** v = n > kMaxArgs ? more.data() : fixed;
+    for (int k = 0; k < n; ++k)
+        v[k] = at[list[k]];
+    const double* const* x = v;
+    switch (in.op) {
+    case kIf:
+        for (int i = 0; i < lanes; ++i)
+            d[i] = If(x[0][i], x[1][i], x[2][i], x[3][i]);
+        return;
+    case kStep:
+        for (int i = 0; i < lanes; ++i)
+            d[i] = CubicStep(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i]);
+        return;
+    case kStep5:
+        for (int i = 0; i < lanes; ++i)
+            d[i] = QuinticStep(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i]);
+        return;
+    case kHavsin:
+        for (int i = 0; i < lanes; ++i)
+            d[i] = Havsin(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i]);
+        return;
+    case kShf:
+        for (int i = 0; i < lanes; ++i)
+            d[i] = Shf(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i], x[5][i]);
+        return;
+    case kImpact:
+        for (int i = 0; i < lanes; ++i)
+            d[i] = Impact(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i], x[5][i], x[6][i]);
+        return;
+    case kSweep:
+        for (int i = 0; i < lanes; ++i)
+            d[i] = Sweep(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i], x[5][i], x[6][i]);
+        return;
+    case kBistop:
+        for (int i = 0; i < lanes; ++i)
+            d[i] = Bistop(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i], x[5][i], x[6][i], x[7][i]);
+        return;
+    case kPoly:
+        Series(d, x, n, 2, lanes, [x](int i, const double* c, int m) { return Poly(x[0][i], x[1][i], c, m); });
+        return;
+    case kCheby:
+        Series(d, x, n, 2, lanes, [x](int i, const double* c, int m) { return Cheby(x[0][i], x[1][i], c, m); });
+        return;
+    case kForcos:
+        Series(d, x, n, 3, lanes,
+               [x](int i, const double* c, int m) { return Forcos(x[0][i], x[1][i], x[2][i], c, m); });
+        return;
+    case kForsin:
+        Series(d, x, n, 3, lanes,
+               [x](int i, const double* c, int m) { return Forsin(x[0][i], x[1][i], x[2][i], c, m); });
+        return;
+    case kNumDiff: {
+        double args[kMaxArgs];
+        for (int i = 0; i < lanes; ++i) {
+            for (int k = 0; k < n; ++k)
+                args[k] = x[k][i];
+            if (!CentralDifference(p.chains()[in.c], args, n, d[i]))
+                Mark(stop, i, kRefusal);
+        }
+        return;
+    }
+    case kCall: {
+        const Callee& c = u.callees[in.c];
+        if (!c.unit || !c.unit->program)
+            MarkAll(stop, lanes, kTreeOnly);
+        else if (!c.unit->Runs(n))
+            MarkAll(stop, lanes, kRefusal);
+        else
+            CallLanes(c, 0, s, v, n, lanes, d, stop);
+        return;
+    }
+    default:
+        MarkAll(stop, lanes, kTreeOnly);
+        return;
+    }
+}
+
+// A call of another unit, under the central differences of its wrappers,
+// formed exactly as the step calculator forms them from values: the shifted
+// argument is h + x, then x - h, and the quotient (f1 - f2) / (h + h).
+void CallLanes(const Callee& c, std::size_t level, Space& s, const double** args, int count, int lanes, double* out,
+               std::uint8_t* stop)
+{
+    if (level == c.shifted.size()) {
+        RunBlock(*c.unit, s, args, lanes, out, stop);
+        return;
+    }
+    const int k = c.shifted[level];
+    if (k < 0 || k >= count) {
+        MarkAll(stop, lanes, kRefusal);
+        return;
+    }
+    const int n = Grouped(lanes);
+    std::vector<double> space(3 * static_cast<std::size_t>(kBlock));
+    double* shifted = space.data();
+    double* f1 = shifted + kBlock;
+    double* f2 = f1 + kBlock;
+    const double* x = args[k];
+    const double* h = StepLanes();
+    SumLanes(shifted, h, x, n);
+    args[k] = shifted;
+    CallLanes(c, level + 1, s, args, count, lanes, f1, stop);
+    DifferenceLanes(shifted, x, h, n);
+    CallLanes(c, level + 1, s, args, count, lanes, f2, stop);
+    args[k] = x;
+    DifferenceLanes(f1, f1, f2, n);
+    SumLanes(f2, h, h, n);
+    QuotientLanes(shifted, f1, f2, n);
+    std::copy(shifted, shifted + lanes, out);
+}
+
+void Prepare(const Unit& u, UnitSpace& us)
+{
+    if (!us.block.empty())
+        return;
+    const std::vector<double>& init = u.program->initialRegisters();
+    us.block.resize(init.size() * kBlock);
+    us.at.resize(init.size());
+    for (std::size_t r = 0; r < init.size(); ++r) {
+        double* lanes = us.block.data() + r * kBlock;
+        std::fill(lanes, lanes + kBlock, init[r]);
+        us.at[r] = lanes;
+    }
+}
+
+}  // namespace
+
+void RunBlock(const Unit& u, Space& s, const double* const* args, int lanes, double* out, std::uint8_t* stop)
+{
+    const Program& p = *u.program;
+    UnitSpace& us = s.of(u);
+    Prepare(u, us);
+    for (const auto& load : p.paramLoads())
+        us.at[load.second] = args[load.first];
+    const std::vector<Instr>& code = p.code();
+    // The last instruction is the return.
+    for (std::size_t i = 0; i + 1 < code.size(); ++i)
+        Instruction(u, s, code[i], lanes, stop);
+    const double* result = us.at[p.resultRegister()];
+    std::copy(result, result + lanes, out);
+}
+
+}  // namespace vexa_compiled
