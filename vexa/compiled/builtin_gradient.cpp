@@ -225,30 +225,11 @@ void FourierPartials(Op op, const double* v, int n, double* g)
     g[2] = byW;
 }
 
-void Partials(Op op, const double* v, int n, double y, double* g)
+// The partials of the built-ins of two or more arguments.
+void Partials(Op op, const double* v, int n, double* g)
 {
     const double x = v[0];
     switch (op) {
-    case kAbs: g[0] = SlopeOfAbs(x); return;
-    case kSin: g[0] = std::cos(x); return;
-    case kCos: g[0] = -std::sin(x); return;
-    case kTan: g[0] = 1.0 + y * y; return;
-    case kSinh: g[0] = std::cosh(x); return;
-    case kCosh: g[0] = std::sinh(x); return;
-    case kTanh: {
-        const double c = std::cosh(x);
-        g[0] = 1.0 / (c * c);
-        return;
-    }
-    case kAtan: g[0] = 1.0 / (1.0 + x * x); return;
-    case kExp: g[0] = y; return;
-    case kAint:
-    case kAnint: g[0] = 0.0; return;
-    case kAsin: g[0] = 1.0 / std::sqrt((1.0 - x) * (1.0 + x)); return;
-    case kAcos: g[0] = -1.0 / std::sqrt((1.0 - x) * (1.0 + x)); return;
-    case kLog: g[0] = 1.0 / x; return;
-    case kLog10: g[0] = 0.43429448190325176 / x; return;
-    case kSqrt: g[0] = 0.5 / y; return;
     case kAtan2: {
         // atan2(a, b): a is the ordinate; scaled so that no square overflows.
         const double r = std::hypot(v[0], v[1]);
@@ -334,12 +315,112 @@ void Partials(Op op, const double* v, int n, double y, double* g)
 
 }  // namespace
 
-bool BuiltinGradient(Op op, const double* v, int n, double& value, double* partials)
+// Each value is computed by the very functions EvalBuiltin calls, so it is
+// bit for bit the program's; the partials only where they are asked for.
+bool BuiltinGradient(Op op, const double* v, int n, double& value, double* g)
 {
-    if (!EvalBuiltin(op, v, n, value))
-        return false;
-    if (partials)
-        Partials(op, v, n, value, partials);
+    using namespace vexa_math;
+    const double x = v[0];
+    switch (op) {
+    case kAbs:
+        value = std::fabs(x);
+        if (g)
+            g[0] = SlopeOfAbs(x);
+        return true;
+    case kSin:
+        value = std::sin(x);
+        if (g)
+            g[0] = std::cos(x);
+        return true;
+    case kCos:
+        value = std::cos(x);
+        if (g)
+            g[0] = -std::sin(x);
+        return true;
+    case kTan:
+        value = std::tan(x);
+        if (g)
+            g[0] = 1.0 + value * value;
+        return true;
+    case kSinh:
+        value = std::sinh(x);
+        if (g)
+            g[0] = std::cosh(x);
+        return true;
+    case kCosh:
+        value = std::cosh(x);
+        if (g)
+            g[0] = std::sinh(x);
+        return true;
+    case kTanh:
+        value = std::tanh(x);
+        if (g) {
+            const double c = std::cosh(x);
+            g[0] = 1.0 / (c * c);
+        }
+        return true;
+    case kAtan:
+        value = std::atan(x);
+        if (g)
+            g[0] = 1.0 / (1.0 + x * x);
+        return true;
+    case kExp:
+        value = std::exp(x);
+        if (g)
+            g[0] = value;
+        return true;
+    case kAint:
+    case kAnint:
+        value = op == kAint ? Trunc(x) : Anint(x);
+        if (g)
+            g[0] = 0.0;
+        return true;
+    case kAsin:
+    case kAcos:
+        if (!InArcDomain(x))
+            return false;
+        value = op == kAsin ? std::asin(x) : std::acos(x);
+        if (g)
+            g[0] = (op == kAsin ? 1.0 : -1.0) / std::sqrt((1.0 - x) * (1.0 + x));
+        return true;
+    case kLog:
+    case kLog10:
+        if (!InLogDomain(x))
+            return false;
+        value = op == kLog ? std::log(x) : std::log10(x);
+        if (g)
+            g[0] = (op == kLog ? 1.0 : 0.43429448190325176) / x;
+        return true;
+    case kSqrt:
+        if (!InSqrtDomain(x))
+            return false;
+        value = std::sqrt(x);
+        if (g)
+            g[0] = 0.5 / value;
+        return true;
+    case kAtan2:
+        value = std::atan2(x, v[1]);
+        break;
+    case kMax: value = Max(x, v[1]); break;
+    case kMin: value = Min(x, v[1]); break;
+    case kMod: value = Mod(x, v[1]); break;
+    case kSign: value = Sign(x, v[1]); break;
+    case kIf: value = If(x, v[1], v[2], v[3]); break;
+    case kStep: value = CubicStep(x, v[1], v[2], v[3], v[4]); break;
+    case kStep5: value = QuinticStep(x, v[1], v[2], v[3], v[4]); break;
+    case kHavsin: value = Havsin(x, v[1], v[2], v[3], v[4]); break;
+    case kShf: value = Shf(x, v[1], v[2], v[3], v[4], v[5]); break;
+    case kImpact: value = Impact(x, v[1], v[2], v[3], v[4], v[5], v[6]); break;
+    case kSweep: value = Sweep(x, v[1], v[2], v[3], v[4], v[5], v[6]); break;
+    case kBistop: value = Bistop(x, v[1], v[2], v[3], v[4], v[5], v[6], v[7]); break;
+    case kPoly: value = Poly(x, v[1], v + 2, n - 2); break;
+    case kCheby: value = Cheby(x, v[1], v + 2, n - 2); break;
+    case kForcos: value = Forcos(x, v[1], v[2], v + 3, n - 3); break;
+    case kForsin: value = Forsin(x, v[1], v[2], v + 3, n - 3); break;
+    default: return false;
+    }
+    if (g)
+        Partials(op, v, n, g);
     return true;
 }
 

@@ -49,18 +49,17 @@ bool IsStep(const ICalculator& c)
     return t == typeid(ComplexStepCalculator) || t == typeid(vexa_tree::OwningStepCalculator);
 }
 
-// Fills the reverse-mode tables; false for a program with an op the
-// runners do not know.
+// Fills the tables of the one-point runner; false for a program with an op
+// the runners do not know.
 bool Describe(Unit& u)
 {
     const Program& p = *u.program;
-    const std::size_t registers = p.initialRegisters().size();
-    u.active.assign(registers, false);
+    u.active.assign(p.initialRegisters().size(), 0);
     for (const auto& load : p.paramLoads())
-        u.active[load.second] = true;
-    u.first.push_back(0);
-    u.backFirst.push_back(0);
+        u.active[load.second] = 1;
     for (const Instr& in : p.code()) {
+        Unit::Step step{in.op, false, in.d, in.c, static_cast<std::uint32_t>(u.operands.size()), 0,
+                        static_cast<std::uint32_t>(u.backs.size()), 0};
         switch (ShapeOf(in.op)) {
         case Shape::kUnary:
             u.operands.push_back(in.a);
@@ -74,20 +73,26 @@ bool Describe(Unit& u)
                 u.operands.push_back(p.argRegisters()[in.a + k]);
             break;
         case Shape::kEnd:
-            break;
+            continue;
         case Shape::kUnknown:
             return false;
         }
-        const std::uint32_t from = u.first.back();
-        const std::uint32_t to = static_cast<std::uint32_t>(u.operands.size());
-        for (std::uint32_t j = from; j < to; ++j) {
-            if (u.active[u.operands[j]]) {
-                u.active[in.d] = in.op != kReturn;
+        step.count = static_cast<std::uint32_t>(u.operands.size()) - step.first;
+        for (std::uint32_t j = step.first; j < step.first + step.count; ++j) {
+            if (u.active[u.operands[j]])
                 u.backs.emplace_back(u.operands[j], j);
-            }
         }
-        u.first.push_back(to);
-        u.backFirst.push_back(static_cast<std::uint32_t>(u.backs.size()));
+        step.backCount = static_cast<std::uint32_t>(u.backs.size()) - step.back;
+        step.active = step.backCount > 0;
+        u.active[in.d] = step.active;
+        u.steps.push_back(step);
+    }
+    u.tape.assign(u.operands.size(), 0.0);
+    for (const Unit::Step& step : u.steps) {
+        if (step.op == kAdd || step.op == kSub) {
+            u.tape[step.first] = 1.0;
+            u.tape[step.first + 1] = step.op == kAdd ? 1.0 : -1.0;
+        }
     }
     return true;
 }

@@ -45,17 +45,26 @@ struct Unit {
     std::unique_ptr<Program> program;  // null: only the tree evaluates it
     std::vector<Callee> callees;       // by the c of kCall
 
-    // Reverse-mode tables. The operands of instruction i are
-    // operands[first[i] .. first[i + 1]); the partial of its result by
-    // operand j sits on the tape at the same position j.
+    // The instructions as the one-point runner reads them, the return left
+    // out. The operands of a step are operands[first .. first + count); the
+    // partial of its result by operand j goes to the tape at position j.
+    struct Step {
+        std::uint8_t op;
+        bool active;  // whether its result depends on a parameter
+        std::uint32_t d;
+        std::uint32_t c;
+        std::uint32_t first;
+        std::uint32_t count;
+        // (register, tape position) of the operands that depend on a
+        // parameter: backs[back .. back + backCount).
+        std::uint32_t back;
+        std::uint32_t backCount;
+    };
+    std::vector<Step> steps;
     std::vector<std::uint32_t> operands;
-    std::vector<std::uint32_t> first;
-    // Registers whose value depends on a parameter.
-    std::vector<bool> active;
-    // (register, tape position) of the active operands of each instruction,
-    // in backs[backFirst[i] .. backFirst[i + 1]).
     std::vector<std::pair<std::uint32_t, std::uint32_t> > backs;
-    std::vector<std::uint32_t> backFirst;
+    std::vector<char> active;  // by register
+    std::vector<double> tape;  // the partials that never change (of + and -)
 
     // Whether count arguments are enough for the program.
     bool Runs(int count) const { return program && count >= program->neededParams(); }

@@ -64,21 +64,23 @@ StopReason Differenced(const std::vector<int>& shifted, std::size_t level, doubl
     return kGoes;
 }
 
-StopReason Call(const Unit& u, Space& s, const Instr& in, const std::uint32_t* ops, int n, double* r, double* t)
+// A central difference of a built-in, or a call of another unit.
+StopReason Call(const Unit& u, Space& s, const Unit::Step& step, const std::uint32_t* ops, double* r, double* t)
 {
-    if (in.op == kNumDiff) {
+    const int n = static_cast<int>(step.count);
+    if (step.op == kNumDiff) {
         double args[kMaxArgs];
         for (int k = 0; k < n; ++k)
             args[k] = r[ops[k]];
-        const DiffChain& chain = u.program->chains()[in.c];
+        const DiffChain& chain = u.program->chains()[step.c];
         if (!t)
-            return CentralDifference(chain, args, n, r[in.d]) ? kGoes : kRefusal;
+            return CentralDifference(chain, args, n, r[step.d]) ? kGoes : kRefusal;
         auto base = [&](double* at, double& value, double* partials) {
             return BuiltinGradient(static_cast<Op>(chain.base), at, n, value, partials) ? kGoes : kRefusal;
         };
-        return Differenced(chain.shifted, 0, args, n, r[in.d], t, base);
+        return Differenced(chain.shifted, 0, args, n, r[step.d], t, base);
     }
-    const Callee& c = u.callees[in.c];
+    const Callee& c = u.callees[step.c];
     if (!c.unit || !c.unit->program)
         return kTreeOnly;
     if (!c.unit->Runs(n))
@@ -89,71 +91,7 @@ StopReason Call(const Unit& u, Space& s, const Instr& in, const std::uint32_t* o
     auto base = [&](double* at, double& value, double* partials) {
         return RunPoint(*c.unit, s, at, n, value, partials);
     };
-    return Differenced(c.shifted, 0, args.data(), n, r[in.d], t, base);
-}
-
-// One instruction over its n operand registers ops, with the partials of its
-// result by them on the tape t where t is not null.
-StopReason Step(const Unit& u, Space& s, const Instr& in, const std::uint32_t* ops, int n, double* r, double* t)
-{
-    switch (in.op) {
-    case kAdd:
-        r[in.d] = Sum(r[in.b], r[in.a]);
-        if (t) {
-            t[0] = 1.0;
-            t[1] = 1.0;
-        }
-        return kGoes;
-    case kSub:
-        r[in.d] = Difference(r[in.a], r[in.b]);
-        if (t) {
-            t[0] = 1.0;
-            t[1] = -1.0;
-        }
-        return kGoes;
-    case kMul:
-        r[in.d] = Product(r[in.a], r[in.b]);
-        if (t) {
-            t[0] = r[in.b];
-            t[1] = r[in.a];
-        }
-        return kGoes;
-    case kDiv: {
-        const double divisor = r[in.b];
-        if (!(0 < divisor || 0 > divisor))
-            return kZeroDivisor;
-        const double q = Quotient(r[in.a], divisor);
-        r[in.d] = q;
-        if (t) {
-            t[0] = 1.0 / divisor;
-            t[1] = -q / divisor;
-        }
-        return kGoes;
-    }
-    case kPow: {
-        const double x = r[in.a];
-        const double y = r[in.b];
-        const double power = std::pow(x, y);
-        r[in.d] = power;
-        if (t) {
-            // Only what can reach a parameter: the logarithm of a negative
-            // base would be NaN for a constant exponent.
-            t[0] = u.active[in.a] ? PowerByBase(x, y, power) : 0.0;
-            t[1] = u.active[in.b] && power != 0.0 ? power * std::log(x) : 0.0;
-        }
-        return kGoes;
-    }
-    case kNumDiff:
-    case kCall:
-        return Call(u, s, in, ops, n, r, t);
-    default:
-        break;
-    }
-    // The built-ins.
-    double args[kMaxArgs];
-    for (int k = 0; k < n; ++k)
-        args[k] = r[ops[k]];
-    return BuiltinGradient(static_cast<Op>(in.op), args, n, r[in.d], t) ? kGoes : kRefusal;
+    return Differenced(c.shifted, 0, args.data(), n, r[step.d], t, base);
 }
 
 }  // namespace
@@ -164,22 +102,76 @@ StopReason RunPoint(const Unit& u, Space& s, const double* args, int count, doub
     UnitSpace& us = s.of(u);
     if (us.regs.empty()) {
         us.regs = p.initialRegisters();
-        us.tape.resize(u.operands.size());
+        us.tape = u.tape;
         us.adjoint.resize(us.regs.size());
     }
     double* r = us.regs.data();
     for (const auto& load : p.paramLoads())
         r[load.second] = args[load.first];
-    const std::vector<Instr>& code = p.code();
-    const std::size_t steps = code.size() - 1;  // the last is the return
-    for (std::size_t i = 0; i < steps; ++i) {
-        const Instr& in = code[i];
-        double* t = partials && u.active[in.d] ? us.tape.data() + u.first[i] : nullptr;
-        const std::uint32_t* ops = u.operands.data() + u.first[i];
-        const int n = static_cast<int>(u.first[i + 1] - u.first[i]);
-        const StopReason why = Step(u, s, in, ops, n, r, t);
-        if (why != kGoes)
-            return why;
+    double* tape = partials ? us.tape.data() : nullptr;
+    const std::uint32_t* operands = u.operands.data();
+    for (const Unit::Step& step : u.steps) {
+        const std::uint32_t* o = operands + step.first;
+        // The partials of a result that depends on no parameter are never read.
+        double* t = tape && step.active ? tape + step.first : nullptr;
+        switch (step.op) {
+        case kAdd:
+            r[step.d] = Sum(r[o[1]], r[o[0]]);
+            continue;
+        case kSub:
+            r[step.d] = Difference(r[o[0]], r[o[1]]);
+            continue;
+        case kMul: {
+            const double a = r[o[0]];
+            const double b = r[o[1]];
+            r[step.d] = Product(a, b);
+            if (t) {
+                t[0] = b;
+                t[1] = a;
+            }
+            continue;
+        }
+        case kDiv: {
+            const double divisor = r[o[1]];
+            if (!(0 < divisor || 0 > divisor))
+                return kZeroDivisor;
+            const double q = Quotient(r[o[0]], divisor);
+            r[step.d] = q;
+            if (t) {
+                t[0] = 1.0 / divisor;
+                t[1] = -q / divisor;
+            }
+            continue;
+        }
+        case kPow: {
+            const double x = r[o[0]];
+            const double y = r[o[1]];
+            const double power = std::pow(x, y);
+            r[step.d] = power;
+            if (t) {
+                // Only what can reach a parameter: the logarithm of a
+                // negative base would be NaN for a constant exponent.
+                t[0] = u.active[o[0]] ? PowerByBase(x, y, power) : 0.0;
+                t[1] = u.active[o[1]] && power != 0.0 ? power * std::log(x) : 0.0;
+            }
+            continue;
+        }
+        case kNumDiff:
+        case kCall: {
+            const StopReason why = Call(u, s, step, o, r, t);
+            if (why != kGoes)
+                return why;
+            continue;
+        }
+        default: {
+            double a[kMaxArgs];
+            for (std::uint32_t k = 0; k < step.count; ++k)
+                a[k] = r[o[k]];
+            if (!BuiltinGradient(static_cast<Op>(step.op), a, static_cast<int>(step.count), r[step.d], t))
+                return kRefusal;
+            continue;
+        }
+        }
     }
     value = r[p.resultRegister()];
     if (!partials)
@@ -188,15 +180,15 @@ StopReason RunPoint(const Unit& u, Space& s, const double* args, int count, doub
     double* adjoint = us.adjoint.data();
     std::fill(us.adjoint.begin(), us.adjoint.end(), 0.0);
     adjoint[p.resultRegister()] = 1.0;
-    const double* tape = us.tape.data();
-    for (std::size_t i = steps; i-- > 0;) {
-        const double g = adjoint[code[i].d];
+    const auto* backs = u.backs.data();
+    for (auto step = u.steps.rbegin(); step != u.steps.rend(); ++step) {
+        const double g = adjoint[step->d];
         // A value that cannot reach the result adds nothing, even through
         // an infinite or undefined partial of its own.
         if (g == 0.0)
             continue;
-        for (std::uint32_t j = u.backFirst[i]; j < u.backFirst[i + 1]; ++j)
-            adjoint[u.backs[j].first] += g * tape[u.backs[j].second];
+        for (std::uint32_t j = step->back; j < step->back + step->backCount; ++j)
+            adjoint[backs[j].first] += g * tape[backs[j].second];
     }
     std::fill(partials, partials + count, 0.0);
     for (const auto& load : p.paramLoads())
