@@ -58,8 +58,7 @@ bool Describe(Unit& u)
     for (const auto& load : p.paramLoads())
         u.active[load.second] = 1;
     for (const Instr& in : p.code()) {
-        Unit::Step step{in.op, false, in.d, in.c, static_cast<std::uint32_t>(u.operands.size()), 0,
-                        static_cast<std::uint32_t>(u.backs.size()), 0};
+        Unit::Step step{in.op, false, in.d, in.c, static_cast<std::uint32_t>(u.operands.size()), 0};
         switch (ShapeOf(in.op)) {
         case Shape::kUnary:
             u.operands.push_back(in.a);
@@ -78,14 +77,20 @@ bool Describe(Unit& u)
             return false;
         }
         step.count = static_cast<std::uint32_t>(u.operands.size()) - step.first;
-        for (std::uint32_t j = step.first; j < step.first + step.count; ++j) {
-            if (u.active[u.operands[j]])
-                u.backs.emplace_back(u.operands[j], j);
-        }
-        step.backCount = static_cast<std::uint32_t>(u.backs.size()) - step.back;
-        step.active = step.backCount > 0;
+        for (std::uint32_t j = step.first; j < step.first + step.count; ++j)
+            step.active = step.active || u.active[u.operands[j]];
         u.active[in.d] = step.active;
         u.steps.push_back(step);
+    }
+    for (auto step = u.steps.rbegin(); step != u.steps.rend(); ++step) {
+        for (std::uint32_t j = step->first; j < step->first + step->count; ++j) {
+            if (u.active[u.operands[j]])
+                u.backs.push_back({step->d, u.operands[j], j});
+        }
+    }
+    for (std::uint32_t r = 0; r < u.active.size(); ++r) {
+        if (u.active[r])
+            u.activeRegisters.push_back(r);
     }
     u.tape.assign(u.operands.size(), 0.0);
     for (const Unit::Step& step : u.steps) {

@@ -55,15 +55,20 @@ struct Unit {
         std::uint32_t c;
         std::uint32_t first;
         std::uint32_t count;
-        // (register, tape position) of the operands that depend on a
-        // parameter: backs[back .. back + backCount).
-        std::uint32_t back;
-        std::uint32_t backCount;
     };
     std::vector<Step> steps;
     std::vector<std::uint32_t> operands;
-    std::vector<std::pair<std::uint32_t, std::uint32_t> > backs;
+    // The reverse sweep, last instruction first: d register += d result /
+    // d register of its result (the tape at position) times d result / d
+    // its result, for every operand that depends on a parameter.
+    struct Back {
+        std::uint32_t result;
+        std::uint32_t operand;
+        std::uint32_t position;
+    };
+    std::vector<Back> backs;
     std::vector<char> active;  // by register
+    std::vector<std::uint32_t> activeRegisters;
     std::vector<double> tape;  // the partials that never change (of + and -)
 
     // Whether count arguments are enough for the program.

@@ -177,20 +177,20 @@ StopReason RunPoint(const Unit& u, Space& s, const double* args, int count, doub
     if (!partials)
         return kGoes;
 
+    // Only registers that depend on a parameter carry a derivative.
     double* adjoint = us.adjoint.data();
-    std::fill(us.adjoint.begin(), us.adjoint.end(), 0.0);
+    for (const std::uint32_t reg : u.activeRegisters)
+        adjoint[reg] = 0.0;
     adjoint[p.resultRegister()] = 1.0;
-    const auto* backs = u.backs.data();
-    for (auto step = u.steps.rbegin(); step != u.steps.rend(); ++step) {
-        const double g = adjoint[step->d];
+    for (const Unit::Back& back : u.backs) {
+        const double g = adjoint[back.result];
         // A value that cannot reach the result adds nothing, even through
         // an infinite or undefined partial of its own.
-        if (g == 0.0)
-            continue;
-        for (std::uint32_t j = step->back; j < step->back + step->backCount; ++j)
-            adjoint[backs[j].first] += g * tape[backs[j].second];
+        if (g != 0.0)
+            adjoint[back.operand] += g * tape[back.position];
     }
-    std::fill(partials, partials + count, 0.0);
+    for (int k = 0; k < count; ++k)
+        partials[k] = 0.0;
     for (const auto& load : p.paramLoads())
         partials[load.first] = adjoint[load.second];
     return kGoes;
