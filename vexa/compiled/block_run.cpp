@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <vector>
 
 #include "vexa/calc/builtin_math.h"
@@ -88,6 +89,50 @@ void Series(double* d, const double* const* v, int n, int lead, int lanes, F f)
 void CallLanes(const Callee& c, std::size_t level, Space& s, const double** args, int count, int lanes, double* out,
                std::uint8_t* stop);
 
+bool NoNaN(const double* const* v, int n, int lanes)
+{
+    bool clean = true;
+    for (int k = 0; k < n; ++k) {
+        for (int i = 0; i < lanes; ++i)
+            clean &= v[k][i] == v[k][i];
+    }
+    return clean;
+}
+
+// STEP, STEP5 and HAVSIN over lanes none of whose arguments is a NaN, with
+// the formulas of vexa/calc/builtin_math.cpp written out (keep them alike),
+// so that the loop vectorises and needs no call per lane. The compiler may
+// swap the operands of + and * here, which changes a result only where two
+// NaNs of different bits meet; without a NaN argument, the only NaN that
+// can arise is the one invalid operations make, the same in every lane.
+void Steps(Op op, double* d, const double* const* v, int lanes)
+{
+    const double* x = v[0];
+    const double* x0 = v[1];
+    const double* h0 = v[2];
+    const double* x1 = v[3];
+    const double* h1 = v[4];
+    if (op == kHavsin) {
+        for (int i = 0; i < lanes; ++i) {
+            if (!(x[i] > x0[i])) {
+                d[i] = h0[i];
+            } else if (x[i] >= x1[i]) {
+                d[i] = h1[i];
+            } else {
+                const double a = (x[i] - x0[i]) / (x1[i] - x0[i]);
+                d[i] = ((h1[i] + h0[i]) + (h1[i] - h0[i]) * std::sin(kPi * a - kPi / 2.0)) * 0.5;
+            }
+        }
+        return;
+    }
+    for (int i = 0; i < lanes; ++i) {
+        const double a = (x[i] - x0[i]) / (x1[i] - x0[i]);
+        const double ramp = op == kStep ? (3.0 - (a + a)) * (h1[i] - h0[i]) * (a * a) + h0[i]
+                                        : ((6.0 * a) * a + (10.0 - 15.0 * a)) * (h1[i] - h0[i]) * a * (a * a) + h0[i];
+        d[i] = !(x[i] > x0[i]) ? h0[i] : x[i] >= x1[i] ? h1[i] : ramp;
+    }
+}
+
 // The instructions over one or two registers; false for the others.
 bool Simple(const Instr& in, double* d, const double* const* at, int lanes, std::uint8_t* stop)
 {
@@ -149,16 +194,19 @@ void Instruction(const Unit& u, Space& s, const Instr& in, int lanes, std::uint8
             d[i] = If(x[0][i], x[1][i], x[2][i], x[3][i]);
         return;
     case kStep:
-        for (int i = 0; i < lanes; ++i)
-            d[i] = CubicStep(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i]);
-        return;
     case kStep5:
-        for (int i = 0; i < lanes; ++i)
-            d[i] = QuinticStep(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i]);
-        return;
     case kHavsin:
-        for (int i = 0; i < lanes; ++i)
-            d[i] = Havsin(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i]);
+        if (NoNaN(x, 5, lanes))
+            Steps(static_cast<Op>(in.op), d, x, lanes);
+        else if (in.op == kStep)
+            for (int i = 0; i < lanes; ++i)
+                d[i] = CubicStep(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i]);
+        else if (in.op == kStep5)
+            for (int i = 0; i < lanes; ++i)
+                d[i] = QuinticStep(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i]);
+        else
+            for (int i = 0; i < lanes; ++i)
+                d[i] = Havsin(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i]);
         return;
     case kShf:
         for (int i = 0; i < lanes; ++i)
@@ -266,7 +314,7 @@ void Prepare(const Unit& u, UnitSpace& us)
 
 }  // namespace
 
-void RunBlock(const Unit& u, Space& s, const double* const* args, int lanes, double* out, std::uint8_t* stop)
+bool RunBlock(const Unit& u, Space& s, const double* const* args, int lanes, double* out, std::uint8_t* stop)
 {
     const Program& p = *u.program;
     UnitSpace& us = s.of(u);
@@ -279,6 +327,14 @@ void RunBlock(const Unit& u, Space& s, const double* const* args, int lanes, dou
         Instruction(u, s, code[i], lanes, stop);
     const double* result = us.at[p.resultRegister()];
     std::copy(result, result + lanes, out);
+    // Eight lanes at a time: stops are rare.
+    std::uint64_t any = 0;
+    for (int i = 0; i < lanes; i += 8) {
+        std::uint64_t word = 0;
+        std::memcpy(&word, stop + i, static_cast<std::size_t>(std::min(8, lanes - i)));
+        any |= word;
+    }
+    return any != 0;
 }
 
 }  // namespace vexa_compiled

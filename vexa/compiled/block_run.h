@@ -13,8 +13,8 @@ namespace vexa_compiled {
 // by lane. Writes lanes results to out and, in stop (zeroed by the caller),
 // the first reason each lane could not finish. A stopped lane's result is
 // meaningless; the other lanes are exactly what the program computes for
-// one point.
-void RunBlock(const Unit& u, Space& s, const double* const* args, int lanes, double* out, std::uint8_t* stop);
+// one point. Answers whether any lane stopped.
+bool RunBlock(const Unit& u, Space& s, const double* const* args, int lanes, double* out, std::uint8_t* stop);
 
 }  // namespace vexa_compiled
 

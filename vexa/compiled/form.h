@@ -18,7 +18,7 @@ namespace vexa_compiled {
 // Points per block of the many-point runner: every instruction runs over a
 // whole block, so its dispatch is paid once per block, and a block of every
 // register of a typical expression stays in the first-level cache.
-constexpr int kBlock = 128;
+constexpr int kBlock = 256;
 
 // Why a run could not finish a point: the first reason, in the order the
 // tree evaluates its nodes, which is the order of the instructions.
