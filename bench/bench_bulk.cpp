@@ -219,14 +219,6 @@ struct Mean {
     double value() const { return count ? std::exp(logs / count) : 0.0; }
 };
 
-std::string Narrow(const wchar_t* w)
-{
-    std::string s;
-    for (; *w; ++w)
-        s.push_back(static_cast<char>(*w));
-    return s;
-}
-
 }  // namespace
 
 int main(int argc, char** argv)

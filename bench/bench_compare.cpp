@@ -165,14 +165,6 @@ public:
     std::map<std::string, double> times;
 };
 
-std::string Narrow(const wchar_t* w)
-{
-    std::string s;
-    for (; *w; ++w)
-        s.push_back(static_cast<char>(*w));
-    return s;
-}
-
 }  // namespace
 
 int main(int argc, char** argv)

@@ -313,6 +313,16 @@ void Partials(Op op, const double* v, int n, double* g)
     }
 }
 
+// A one-argument built-in's value, and its slope where it is asked for.
+template <typename Slope>
+bool Set(double& value, double* g, double y, Slope slope)
+{
+    value = y;
+    if (g)
+        g[0] = slope();
+    return true;
+}
+
 }  // namespace
 
 // Each value is computed by the very functions EvalBuiltin calls, so it is
@@ -322,82 +332,48 @@ bool BuiltinGradient(Op op, const double* v, int n, double& value, double* g)
     using namespace vexa_math;
     const double x = v[0];
     switch (op) {
-    case kAbs:
-        value = std::fabs(x);
-        if (g)
-            g[0] = SlopeOfAbs(x);
-        return true;
-    case kSin:
-        value = std::sin(x);
-        if (g)
-            g[0] = std::cos(x);
-        return true;
-    case kCos:
-        value = std::cos(x);
-        if (g)
-            g[0] = -std::sin(x);
-        return true;
-    case kTan:
-        value = std::tan(x);
-        if (g)
-            g[0] = 1.0 + value * value;
-        return true;
-    case kSinh:
-        value = std::sinh(x);
-        if (g)
-            g[0] = std::cosh(x);
-        return true;
-    case kCosh:
-        value = std::cosh(x);
-        if (g)
-            g[0] = std::sinh(x);
-        return true;
-    case kTanh:
-        value = std::tanh(x);
-        if (g) {
-            const double c = std::cosh(x);
-            g[0] = 1.0 / (c * c);
-        }
-        return true;
-    case kAtan:
-        value = std::atan(x);
-        if (g)
-            g[0] = 1.0 / (1.0 + x * x);
-        return true;
-    case kExp:
-        value = std::exp(x);
-        if (g)
-            g[0] = value;
-        return true;
-    case kAint:
-    case kAnint:
-        value = op == kAint ? Trunc(x) : Anint(x);
-        if (g)
-            g[0] = 0.0;
-        return true;
+    case kAbs: return Set(value, g, std::fabs(x), [x] { return SlopeOfAbs(x); });
+    case kSin: return Set(value, g, std::sin(x), [x] { return std::cos(x); });
+    case kCos: return Set(value, g, std::cos(x), [x] { return -std::sin(x); });
+    case kTan: {
+        const double y = std::tan(x);
+        return Set(value, g, y, [y] { return 1.0 + y * y; });
+    }
+    case kSinh: return Set(value, g, std::sinh(x), [x] { return std::cosh(x); });
+    case kCosh: return Set(value, g, std::cosh(x), [x] { return std::sinh(x); });
+    case kTanh: {
+        // 1 - tanh^2 loses every digit where tanh rounds to 1.
+        const double c = std::cosh(x);
+        return Set(value, g, std::tanh(x), [c] { return 1.0 / (c * c); });
+    }
+    case kAtan: return Set(value, g, std::atan(x), [x] { return 1.0 / (1.0 + x * x); });
+    case kExp: {
+        const double y = std::exp(x);
+        return Set(value, g, y, [y] { return y; });
+    }
+    case kAint: return Set(value, g, Trunc(x), [] { return 0.0; });
+    case kAnint: return Set(value, g, Anint(x), [] { return 0.0; });
     case kAsin:
-    case kAcos:
+    case kAcos: {
         if (!InArcDomain(x))
             return false;
-        value = op == kAsin ? std::asin(x) : std::acos(x);
-        if (g)
-            g[0] = (op == kAsin ? 1.0 : -1.0) / std::sqrt((1.0 - x) * (1.0 + x));
-        return true;
+        const double sign = op == kAsin ? 1.0 : -1.0;
+        return Set(value, g, op == kAsin ? std::asin(x) : std::acos(x),
+                   [x, sign] { return sign / std::sqrt((1.0 - x) * (1.0 + x)); });
+    }
     case kLog:
-    case kLog10:
+    case kLog10: {
         if (!InLogDomain(x))
             return false;
-        value = op == kLog ? std::log(x) : std::log10(x);
-        if (g)
-            g[0] = (op == kLog ? 1.0 : 0.43429448190325176) / x;
-        return true;
-    case kSqrt:
+        const double scale = op == kLog ? 1.0 : 0.43429448190325176;  // 1 / ln 10
+        return Set(value, g, op == kLog ? std::log(x) : std::log10(x), [x, scale] { return scale / x; });
+    }
+    case kSqrt: {
         if (!InSqrtDomain(x))
             return false;
-        value = std::sqrt(x);
-        if (g)
-            g[0] = 0.5 / value;
-        return true;
+        const double y = std::sqrt(x);
+        return Set(value, g, y, [y] { return 0.5 / y; });
+    }
     case kAtan2:
         value = std::atan2(x, v[1]);
         break;

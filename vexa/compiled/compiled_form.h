@@ -67,7 +67,9 @@ struct Report {
 struct Options {
     // Ordinary evaluation follows Evaluate: LOG(X) + 5 at X = -1 is 5, since
     // the refused LOG gives a null value and null + 5 is 5. Strict evaluation
-    // reports such a point (kRefused) instead.
+    // reports such a point (kRefused) instead, wherever the expression runs
+    // as a program; a point only the tree can evaluate (a cross product, a
+    // function whose tree has no program) is evaluated ordinarily.
     bool strict = false;
     // Threads to split the points over; 0 means one per hardware thread.
     int threads = 1;
@@ -111,6 +113,7 @@ public:
     // evaluated as a tree, correctly but slowly, and has no exact gradient).
     bool runsAsProgram() const;
 
+    // One point: params holds paramCount() values.
     Outcome Evaluate(const double* params, Workspace& ws, bool strict = false) const;
 
     // results[i] for point i of n; columns has paramCount() entries.
