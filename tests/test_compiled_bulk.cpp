@@ -94,6 +94,19 @@ TEST_F(CompiledBulk, ManyPointsMatchEvaluateBitForBit)
     EXPECT_GT(programs, checked / 2);
 }
 
+TEST_F(CompiledBulk, ProgramsWithManyRegistersRunInNarrowerBlocks)
+{
+    // The derivative of a long sum: thousands of registers.
+    std::string text = "x";
+    for (int k = 1; k < 300; ++k)
+        text += "+SIN(x*" + std::to_string(k) + ")/y";
+    Calc calc = Parse(text);
+    ASSERT_TRUE(calc);
+    Calc d(calc->getDerivativeCalculator(0));
+    Generator g(3u, {}, false);
+    EXPECT_TRUE(Check(d.get(), g, "d/dx of a sum of 300 terms", 2));
+}
+
 TEST_F(CompiledBulk, StrictModeReportsWhatOrdinaryEvaluationAbsorbs)
 {
     using vexa::Failure;

@@ -174,7 +174,7 @@ void Instruction(const Unit& u, Space& s, const Instr& in, int lanes, std::uint8
     const Program& p = *u.program;
     UnitSpace& us = s.of(u);
     const double* const* at = us.at.data();
-    double* d = us.block.data() + static_cast<std::size_t>(in.d) * kBlock;
+    double* d = us.block.data() + static_cast<std::size_t>(in.d) * s.form.block;
     if (Simple(in, d, at, lanes, stop))
         return;
 
@@ -280,10 +280,11 @@ void CallLanes(const Callee& c, std::size_t level, Space& s, const double** args
         return;
     }
     const int n = Grouped(lanes);
-    std::vector<double> space(3 * static_cast<std::size_t>(kBlock));
+    const int block = s.form.block;
+    std::vector<double> space(3 * static_cast<std::size_t>(block));
     double* shifted = space.data();
-    double* f1 = shifted + kBlock;
-    double* f2 = f1 + kBlock;
+    double* f1 = shifted + block;
+    double* f2 = f1 + block;
     const double* x = args[k];
     const double* h = StepLanes();
     SumLanes(shifted, h, x, n);
@@ -298,16 +299,16 @@ void CallLanes(const Callee& c, std::size_t level, Space& s, const double** args
     std::copy(shifted, shifted + lanes, out);
 }
 
-void Prepare(const Unit& u, UnitSpace& us)
+void Prepare(const Unit& u, UnitSpace& us, int block)
 {
     if (!us.block.empty())
         return;
     const std::vector<double>& init = u.program->initialRegisters();
-    us.block.resize(init.size() * kBlock);
+    us.block.resize(init.size() * static_cast<std::size_t>(block));
     us.at.resize(init.size());
     for (std::size_t r = 0; r < init.size(); ++r) {
-        double* lanes = us.block.data() + r * kBlock;
-        std::fill(lanes, lanes + kBlock, init[r]);
+        double* lanes = us.block.data() + r * static_cast<std::size_t>(block);
+        std::fill(lanes, lanes + block, init[r]);
         us.at[r] = lanes;
     }
 }
@@ -318,7 +319,7 @@ bool RunBlock(const Unit& u, Space& s, const double* const* args, int lanes, dou
 {
     const Program& p = *u.program;
     UnitSpace& us = s.of(u);
-    Prepare(u, us);
+    Prepare(u, us, s.form.block);
     for (const auto& load : p.paramLoads())
         us.at[load.second] = args[load.first];
     const std::vector<Instr>& code = p.code();

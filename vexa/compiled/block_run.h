@@ -9,8 +9,8 @@
 namespace vexa_compiled {
 
 // Runs u's program (present, given enough arguments) over lanes points,
-// lanes <= kBlock: args[k] holds kBlock readable values of argument k, lane
-// by lane. Writes lanes results to out and, in stop (zeroed by the caller),
+// lanes <= s.form.block: args[k] holds s.form.block readable values of
+// argument k, lane by lane. Writes lanes results to out and, in stop (zeroed by the caller),
 // the first reason each lane could not finish. A stopped lane's result is
 // meaningless; the other lanes are exactly what the program computes for
 // one point. Answers whether any lane stopped.

@@ -118,11 +118,11 @@ void Gather(const Column* columns, int count, std::size_t point, double* out)
         out[k] = columns[k].data[static_cast<std::ptrdiff_t>(point) * columns[k].stride];
 }
 
-// Block k of a column: in place where its values lie side by side,
-// otherwise gathered into space (kBlock values).
-const double* ColumnBlock(const Column& c, std::size_t from, int lanes, double* space)
+// A block of a column: in place where its values lie side by side and the
+// block is whole, otherwise gathered into space (a block of values).
+const double* ColumnBlock(const Column& c, std::size_t from, int lanes, int block, double* space)
 {
-    if (c.stride == 1 && lanes == kBlock)
+    if (c.stride == 1 && lanes == block)
         return c.data + from;
     for (int i = 0; i < lanes; ++i)
         space[i] = c.data[static_cast<std::ptrdiff_t>(from + static_cast<std::size_t>(i)) * c.stride];
@@ -133,11 +133,11 @@ const double* ColumnBlock(const Column& c, std::size_t from, int lanes, double* 
 // reads each column in short bursts, one instruction at a time, which the
 // processor's own prefetching does not foresee as it does a loop over the
 // points.
-void Prefetch(const Column& c, std::size_t from, std::size_t end)
+void Prefetch(const Column& c, std::size_t from, int block, std::size_t end)
 {
-    if (c.stride != 1 || from + kBlock > end)
+    if (c.stride != 1 || from + static_cast<std::size_t>(block) > end)
         return;
-    for (int i = 0; i < kBlock; i += 8)
+    for (int i = 0; i < block; i += 8)
         __builtin_prefetch(c.data + from + i);
 }
 
@@ -157,15 +157,16 @@ void EvaluateRange(Space& s, std::size_t begin, std::size_t end, const Column* c
         }
         return;
     }
-    s.columns.resize(static_cast<std::size_t>(count) * kBlock);
+    const int block = f.block;
+    s.columns.resize(static_cast<std::size_t>(count) * static_cast<std::size_t>(block));
     std::vector<const double*> args(static_cast<std::size_t>(count));
     std::uint8_t stop[kBlock];
-    for (std::size_t from = begin; from < end; from += kBlock) {
-        const int lanes = static_cast<int>(std::min<std::size_t>(kBlock, end - from));
+    for (std::size_t from = begin; from < end; from += static_cast<std::size_t>(block)) {
+        const int lanes = static_cast<int>(std::min<std::size_t>(static_cast<std::size_t>(block), end - from));
         for (int k = 0; k < count; ++k) {
-            args[static_cast<std::size_t>(k)] =
-                ColumnBlock(columns[k], from, lanes, s.columns.data() + static_cast<std::size_t>(k) * kBlock);
-            Prefetch(columns[k], from + kBlock, end);
+            double* space = s.columns.data() + static_cast<std::size_t>(k) * static_cast<std::size_t>(block);
+            args[static_cast<std::size_t>(k)] = ColumnBlock(columns[k], from, lanes, block, space);
+            Prefetch(columns[k], from + static_cast<std::size_t>(block), block, end);
         }
         std::memset(stop, 0, sizeof stop);
         if (!RunBlock(f.top(), s, args.data(), lanes, results + from, stop))
@@ -204,11 +205,12 @@ Report Split(const Form& f, std::size_t n, const Options& options, Work work)
 {
     std::size_t threads = options.threads > 0 ? static_cast<std::size_t>(options.threads)
                                               : std::max(1u, std::thread::hardware_concurrency());
-    const std::size_t blocks = (n + kBlock - 1) / kBlock;
+    const std::size_t block = static_cast<std::size_t>(f.block);
+    const std::size_t blocks = (n + block - 1) / block;
     threads = std::max<std::size_t>(1, std::min(threads, blocks));
     std::vector<std::size_t> bounds(threads + 1);
     for (std::size_t t = 0; t <= threads; ++t)
-        bounds[t] = std::min(n, blocks * t / threads * kBlock);
+        bounds[t] = std::min(n, blocks * t / threads * block);
     std::vector<Report> parts(threads);
     std::vector<std::exception_ptr> errors(threads);
     auto run = [&](std::size_t t) {

@@ -1,11 +1,13 @@
 #include "vexa/compiled/form.h"
 
+#include <algorithm>
 #include <map>
 #include <typeinfo>
 
 #include "vexa/calc/calculator_access.h"
 #include "vexa/calc/expression_access.h"
 #include "vexa/compiled/compiler.h"
+#include "vexa/compiled/lanes.h"
 #include "vexa/compiled/snapshot.h"
 #include "vexa/tree/owning_step_calculator.h"
 #include "vexa/tree/variable_param.h"
@@ -178,6 +180,14 @@ std::unique_ptr<Form> MakeForm(Expression& e, int params, std::string& why)
     Builder builder(*form);
     builder.UnitOf(*form->snapshot);
     form->params = params >= 0 ? params : ReadCount(*form->snapshot);
+    // A derivative tree can compile into tens of thousands of registers.
+    const std::size_t kMostBlockBytes = 4u << 20;
+    std::size_t registers = 0;
+    for (const auto& u : form->units)
+        registers += u->program ? u->program->initialRegisters().size() : 0;
+    const std::size_t fits = kMostBlockBytes / sizeof(double) / std::max<std::size_t>(registers, 1);
+    form->block = static_cast<int>(std::max<std::size_t>(kLaneGroup, std::min<std::size_t>(kBlock, fits)) /
+                                   kLaneGroup * kLaneGroup);
     return form;
 }
 

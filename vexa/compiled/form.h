@@ -15,9 +15,9 @@ class Expression;
 // thread runs them in. Internal.
 namespace vexa_compiled {
 
-// Points per block of the many-point runner: every instruction runs over a
-// whole block, so its dispatch is paid once per block, and a block of every
-// register of a typical expression stays in the first-level cache.
+// Points per block of the many-point runner, at most: every instruction runs
+// over a whole block, so its dispatch is paid once per block, and a block of
+// every register of a typical expression stays in the nearest caches.
 constexpr int kBlock = 256;
 
 // Why a run could not finish a point: the first reason, in the order the
@@ -78,6 +78,9 @@ struct Unit {
 struct Form {
     Expression* snapshot = nullptr;  // the private copy; owns what the units run
     int params = 0;
+    // Points per block: fewer than kBlock where the programs have so many
+    // registers that a workspace would grow too large.
+    int block = kBlock;
     std::vector<std::unique_ptr<Unit> > units;  // units[0] is the expression itself
 
     const Unit& top() const { return *units[0]; }
@@ -90,7 +93,7 @@ std::unique_ptr<Form> MakeForm(Expression& e, int params, std::string& why);
 
 // The registers and tables of one unit for one thread.
 struct UnitSpace {
-    std::vector<double> block;        // registers x kBlock values
+    std::vector<double> block;        // registers x form.block values
     std::vector<const double*> at;    // where each register's block lies
     std::vector<double> regs;         // one point: the registers
     std::vector<double> tape;         // one point: partials of each instruction
