@@ -71,7 +71,8 @@ struct Options {
     // as a program; a point only the tree can evaluate (a cross product, a
     // function whose tree has no program) is evaluated ordinarily.
     bool strict = false;
-    // Threads to split the points over; 0 means one per hardware thread.
+    // Threads to split the points over; 0 or less means one per hardware
+    // thread. Each takes a whole number of blocks.
     int threads = 1;
     std::size_t max_reported = 100;
 };
@@ -113,10 +114,13 @@ public:
     // evaluated as a tree, correctly but slowly, and has no exact gradient).
     bool runsAsProgram() const;
 
-    // One point: params holds paramCount() values.
+    // One point: params holds paramCount() values. No int is thrown: a code
+    // comes back in the Outcome. A workspace made for another form is
+    // refused with std::invalid_argument.
     Outcome Evaluate(const double* params, Workspace& ws, bool strict = false) const;
 
-    // results[i] for point i of n; columns has paramCount() entries.
+    // results[i] for point i of n; columns has paramCount() entries, and
+    // results must not overlap them.
     Report EvaluateMany(std::size_t n, const Column* columns, double* results,
                         const Options& options = Options()) const;
 
