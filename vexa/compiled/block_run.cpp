@@ -16,6 +16,14 @@ using namespace vexa_math;
 
 constexpr int kMaxArgs = 3 + kMaxCoefficients;
 
+// Doubles from one register's block to the next. Blocks a multiple of 4 KiB
+// apart would make every store look, to the processor, like one to the
+// address the next load reads from, and wait for it.
+std::size_t Stride(int block)
+{
+    return static_cast<std::size_t>(block) + 8;
+}
+
 int Grouped(int lanes)
 {
     return (lanes + kLaneGroup - 1) / kLaneGroup * kLaneGroup;
@@ -174,7 +182,7 @@ void Instruction(const Unit& u, Space& s, const Instr& in, int lanes, std::uint8
     const Program& p = *u.program;
     UnitSpace& us = s.of(u);
     const double* const* at = us.at.data();
-    double* d = us.block.data() + static_cast<std::size_t>(in.d) * s.form.block;
+    double* d = us.block.data() + static_cast<std::size_t>(in.d) * Stride(s.form.block);
     if (Simple(in, d, at, lanes, stop))
         return;
 
@@ -281,10 +289,10 @@ void CallLanes(const Callee& c, std::size_t level, Space& s, const double** args
     }
     const int n = Grouped(lanes);
     const int block = s.form.block;
-    std::vector<double> space(3 * static_cast<std::size_t>(block));
+    std::vector<double> space(3 * Stride(block));
     double* shifted = space.data();
-    double* f1 = shifted + block;
-    double* f2 = f1 + block;
+    double* f1 = shifted + Stride(block);
+    double* f2 = f1 + Stride(block);
     const double* x = args[k];
     const double* h = StepLanes();
     SumLanes(shifted, h, x, n);
@@ -304,10 +312,10 @@ void Prepare(const Unit& u, UnitSpace& us, int block)
     if (!us.block.empty())
         return;
     const std::vector<double>& init = u.program->initialRegisters();
-    us.block.resize(init.size() * static_cast<std::size_t>(block));
+    us.block.resize(init.size() * Stride(block));
     us.at.resize(init.size());
     for (std::size_t r = 0; r < init.size(); ++r) {
-        double* lanes = us.block.data() + r * static_cast<std::size_t>(block);
+        double* lanes = us.block.data() + r * Stride(block);
         std::fill(lanes, lanes + block, init[r]);
         us.at[r] = lanes;
     }
@@ -328,11 +336,12 @@ bool RunBlock(const Unit& u, Space& s, const double* const* args, int lanes, dou
         Instruction(u, s, code[i], lanes, stop);
     const double* result = us.at[p.resultRegister()];
     std::copy(result, result + lanes, out);
-    // Eight lanes at a time: stops are rare.
+    // Eight lanes at a time: stops are rare, and the caller cleared the
+    // lanes of the last group beyond lanes.
     std::uint64_t any = 0;
     for (int i = 0; i < lanes; i += 8) {
-        std::uint64_t word = 0;
-        std::memcpy(&word, stop + i, static_cast<std::size_t>(std::min(8, lanes - i)));
+        std::uint64_t word;
+        std::memcpy(&word, stop + i, sizeof word);
         any |= word;
     }
     return any != 0;

@@ -129,18 +129,6 @@ const double* ColumnBlock(const Column& c, std::size_t from, int lanes, int bloc
     return space;
 }
 
-// Asks for the next block of a column while this one runs: the runner
-// reads each column in short bursts, one instruction at a time, which the
-// processor's own prefetching does not foresee as it does a loop over the
-// points.
-void Prefetch(const Column& c, std::size_t from, int block, std::size_t end)
-{
-    if (c.stride != 1 || from + static_cast<std::size_t>(block) > end)
-        return;
-    for (int i = 0; i < block; i += 8)
-        __builtin_prefetch(c.data + from + i);
-}
-
 void EvaluateRange(Space& s, std::size_t begin, std::size_t end, const Column* columns, double* results,
                    const Options& options, Report& report)
 {
@@ -166,7 +154,6 @@ void EvaluateRange(Space& s, std::size_t begin, std::size_t end, const Column* c
         for (int k = 0; k < count; ++k) {
             double* space = s.columns.data() + static_cast<std::size_t>(k) * static_cast<std::size_t>(block);
             args[static_cast<std::size_t>(k)] = ColumnBlock(columns[k], from, lanes, block, space);
-            Prefetch(columns[k], from + static_cast<std::size_t>(block), block, end);
         }
         std::memset(stop, 0, sizeof stop);
         if (!RunBlock(f.top(), s, args.data(), lanes, results + from, stop))
