@@ -181,7 +181,7 @@ std::unique_ptr<Form> MakeForm(Expression& e, int params, std::string& why)
     builder.UnitOf(*form->snapshot);
     form->params = params >= 0 ? params : ReadCount(*form->snapshot);
     // A derivative tree can compile into tens of thousands of registers.
-    const std::size_t kMostBlockBytes = 4u << 20;
+    const std::size_t kMostBlockBytes = 1u << 20;
     std::size_t registers = 0;
     for (const auto& u : form->units)
         registers += u->program ? u->program->initialRegisters().size() : 0;
