@@ -121,15 +121,19 @@ void Steps(Op op, double* d, const double* const* v, int lanes)
     const double* x1 = v[3];
     const double* h1 = v[4];
     if (op == kHavsin) {
+        // The ends and the angles in one vectorised pass, the sines only
+        // where the ramp is.
+        double angle[kBlock];
+        bool ramp[kBlock];
         for (int i = 0; i < lanes; ++i) {
-            if (!(x[i] > x0[i])) {
-                d[i] = h0[i];
-            } else if (x[i] >= x1[i]) {
-                d[i] = h1[i];
-            } else {
-                const double a = (x[i] - x0[i]) / (x1[i] - x0[i]);
-                d[i] = ((h1[i] + h0[i]) + (h1[i] - h0[i]) * std::sin(kPi * a - kPi / 2.0)) * 0.5;
-            }
+            const double a = (x[i] - x0[i]) / (x1[i] - x0[i]);
+            angle[i] = kPi * a - kPi / 2.0;
+            ramp[i] = x[i] > x0[i] && !(x[i] >= x1[i]);
+            d[i] = !(x[i] > x0[i]) ? h0[i] : h1[i];
+        }
+        for (int i = 0; i < lanes; ++i) {
+            if (ramp[i])
+                d[i] = ((h1[i] + h0[i]) + (h1[i] - h0[i]) * std::sin(angle[i])) * 0.5;
         }
         return;
     }
