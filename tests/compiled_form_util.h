@@ -120,8 +120,11 @@ public:
                                           std::numeric_limits<double>::quiet_NaN()};
         if (!m_smooth && Pick(0, 3) == 0)
             return kSpecial[Pick(0, sizeof kSpecial / sizeof kSpecial[0] - 1)];
-        return std::uniform_real_distribution<double>(m_smooth ? 0.1 : -3.0, 3.0)(m_rng);
+        return Ordinary();
     }
+
+    // A number, never an awkward one.
+    double Ordinary() { return std::uniform_real_distribution<double>(m_smooth ? 0.1 : -3.0, 3.0)(m_rng); }
 
     int Pick(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(m_rng); }
 

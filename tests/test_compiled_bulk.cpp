@@ -34,14 +34,16 @@ bool Check(ICalculator* calc, Generator& g, const std::string& text, int threads
     EXPECT_TRUE(form) << text << ": " << why;
     if (!form)
         return false;
-    // Two whole blocks and a part; y interleaved with other data, z held.
+    // Whole blocks and a part; y interleaved with other data, z held. The
+    // first half has no awkward value, so that whole blocks run the paths
+    // kept for blocks without a NaN.
     const std::size_t n = 300;
     std::vector<double> x(n), yz(2 * n), results(n);
     for (std::size_t i = 0; i < n; ++i) {
-        x[i] = g.Value();
-        yz[2 * i] = g.Value();
+        x[i] = i < n / 2 ? g.Ordinary() : g.Value();
+        yz[2 * i] = i < n / 2 ? g.Ordinary() : g.Value();
     }
-    const double z = g.Value();
+    const double z = g.Pick(0, 1) ? g.Ordinary() : g.Value();
     const vexa::Column columns[] = {vexa::Column::Values(x.data()), {yz.data(), 2}, vexa::Column::Held(&z)};
     vexa::Options options;
     options.threads = threads;
@@ -92,6 +94,22 @@ TEST_F(CompiledBulk, ManyPointsMatchEvaluateBitForBit)
     std::printf("%d expressions, %d as programs\n", checked, programs);
     EXPECT_GT(checked, 200);
     EXPECT_GT(programs, checked / 2);
+}
+
+TEST_F(CompiledBulk, ShapedFunctionsOverWholeBlocksOnEveryBranch)
+{
+    // Ordinary values between 0.1 and 3, so that whole blocks take the
+    // vectorised paths, with the ramps between 0.5 and 2.5.
+    const char* const texts[] = {
+        "STEP(x,0.5,y,2.5,z)", "STEP5(x,y,-1,2.5,z)", "HAVSIN(x,0.5,z,y+0.5,2)", "-SIGN(1,x-1)*STEP(ABS(x-1),0,0,y,1)",
+        "IMPACT({D},{V},1,z,1.5,y,0.5)", "SWEEP(x,y,0.5,1,2.5,z,1)", "IF(x-1:y,z,x)*MAX(x,y)-MIN(y,z)",
+    };
+    Generator g(9u, {}, true);
+    for (const char* text : texts) {
+        Calc calc = Parse(text);
+        ASSERT_TRUE(calc) << text;
+        Check(calc.get(), g, text, 1);
+    }
 }
 
 TEST_F(CompiledBulk, ProgramsWithManyRegistersRunInNarrowerBlocks)
