@@ -67,9 +67,12 @@ template <typename In, typename F>
 void Checked(double* d, const double* a, int lanes, std::uint8_t* stop, In in, F f)
 {
     for (int i = 0; i < lanes; ++i) {
-        if (!in(a[i]))
+        if (in(a[i])) {
+            d[i] = f(a[i]);
+        } else {
             Mark(stop, i, kRefusal);
-        d[i] = f(a[i]);
+            d[i] = 0.0;
+        }
     }
 }
 
