@@ -5,6 +5,10 @@
 #include <cstring>
 #include <vector>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "vexa/calc/builtin_math.h"
 #include "vexa/compiled/lanes.h"
 
@@ -100,14 +104,36 @@ void Series(double* d, const double* const* v, int n, int lead, int lanes, F f)
 void CallLanes(const Callee& c, std::size_t level, Space& s, const double** args, int count, int lanes, double* out,
                std::uint8_t* stop);
 
-bool NoNaN(const double* const* v, int n, int lanes)
+bool AnyNaN(const double* a, int lanes)
 {
-    bool clean = true;
-    for (int k = 0; k < n; ++k) {
-        for (int i = 0; i < lanes; ++i)
-            clean &= v[k][i] == v[k][i];
+#if defined(__SSE2__)
+    // The comparison a compiler will not vectorise for fear of a signalling
+    // NaN's exception, which the quiet unordered compare never raises.
+    __m128d unordered = _mm_setzero_pd();
+    int i = 0;
+    for (; i + 2 <= lanes; i += 2) {
+        const __m128d v = _mm_loadu_pd(a + i);
+        unordered = _mm_or_pd(unordered, _mm_cmpunord_pd(v, v));
     }
-    return clean;
+    bool nan = _mm_movemask_pd(unordered) != 0;
+#else
+    int i = 0;
+    bool nan = false;
+#endif
+    for (; i < lanes; ++i)
+        nan = nan || a[i] != a[i];
+    return nan;
+}
+
+// Whether no lane of the n argument registers regs holds a NaN; constants
+// were looked at once, when the program was made.
+bool NoNaN(const Unit& u, const double* const* v, const std::uint32_t* regs, int n, int lanes)
+{
+    for (int k = 0; k < n; ++k) {
+        if (!u.numberConstant[regs[k]] && AnyNaN(v[k], lanes))
+            return false;
+    }
+    return true;
 }
 
 // STEP, STEP5 and HAVSIN over lanes none of whose arguments is a NaN, with
@@ -211,7 +237,7 @@ void Instruction(const Unit& u, Space& s, const Instr& in, int lanes, std::uint8
     case kStep:
     case kStep5:
     case kHavsin:
-        if (NoNaN(x, 5, lanes))
+        if (NoNaN(u, x, list, 5, lanes))
             Steps(static_cast<Op>(in.op), d, x, lanes);
         else if (in.op == kStep)
             for (int i = 0; i < lanes; ++i)

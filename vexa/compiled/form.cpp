@@ -94,6 +94,17 @@ bool Describe(Unit& u)
         if (u.active[r])
             u.activeRegisters.push_back(r);
     }
+    // Registers no instruction writes and no parameter loads hold constants.
+    const std::vector<double>& init = p.initialRegisters();
+    u.numberConstant.assign(init.size(), 1);
+    for (const auto& load : p.paramLoads())
+        u.numberConstant[load.second] = 0;
+    for (const Instr& in : p.code())
+        u.numberConstant[in.d] = 0;
+    for (std::size_t r = 0; r < init.size(); ++r) {
+        if (init[r] != init[r])
+            u.numberConstant[r] = 0;
+    }
     u.tape.assign(u.operands.size(), 0.0);
     for (const Unit::Step& step : u.steps) {
         if (step.op == kAdd || step.op == kSub) {

@@ -70,6 +70,8 @@ struct Unit {
     };
     std::vector<Back> backs;
     std::vector<char> active;  // by register
+    // By register: a constant that is a number (not a NaN).
+    std::vector<char> numberConstant;
     std::vector<std::uint32_t> activeRegisters;
     std::vector<double> tape;  // the partials that never change (of + and -)
 
