@@ -13,12 +13,6 @@ using vexa_math::kPi;
 
 const double kTwoPi = 2.0 * kPi;
 
-// The slope of |x|, as SIGN(1, x) gives it: -1 at 0.
-double SlopeOfAbs(double x)
-{
-    return x > 0.0 ? 1.0 : -1.0;
-}
-
 // STEP, STEP5 and HAVSIN over (x, x0, h0, x1, h1): each is h0 + (h1 - h0) *
 // shape(a) with a = (x - x0) / (x1 - x0) between x0 and x1.
 void StepPartials(Op op, const double* v, double* g)
@@ -237,27 +231,9 @@ void Partials(Op op, const double* v, int n, double* g)
         g[1] = -v[0] / r / r;
         return;
     }
-    case kMax:
-        g[0] = v[0] >= v[1] ? 1.0 : 0.0;
-        g[1] = 1.0 - g[0];
-        return;
-    case kMin:
-        g[1] = v[1] < v[0] ? 1.0 : 0.0;
-        g[0] = 1.0 - g[1];
-        return;
     case kMod:
         g[0] = 1.0;
         g[1] = -vexa_math::Trunc(v[0] / v[1]);
-        return;
-    case kSign:
-        g[0] = (v[1] > 0.0 ? 1.0 : -1.0) * SlopeOfAbs(x);
-        g[1] = 0.0;
-        return;
-    case kIf:
-        g[0] = 0.0;
-        g[1] = x < 0.0 ? 1.0 : 0.0;
-        g[2] = x == 0.0 ? 1.0 : 0.0;
-        g[3] = x < 0.0 || x == 0.0 ? 0.0 : 1.0;
         return;
     case kStep:
     case kStep5:
@@ -330,9 +306,10 @@ bool Set(double& value, double* g, double y, Slope slope)
 bool BuiltinGradient(Op op, const double* v, int n, double& value, double* g)
 {
     using namespace vexa_math;
+    if (SelectionGradient(op, v, value, g))
+        return true;
     const double x = v[0];
     switch (op) {
-    case kAbs: return Set(value, g, std::fabs(x), [x] { return SlopeOfAbs(x); });
     case kSin: return Set(value, g, std::sin(x), [x] { return std::cos(x); });
     case kCos: return Set(value, g, std::cos(x), [x] { return -std::sin(x); });
     case kTan: {
@@ -377,11 +354,7 @@ bool BuiltinGradient(Op op, const double* v, int n, double& value, double* g)
     case kAtan2:
         value = std::atan2(x, v[1]);
         break;
-    case kMax: value = Max(x, v[1]); break;
-    case kMin: value = Min(x, v[1]); break;
     case kMod: value = Mod(x, v[1]); break;
-    case kSign: value = Sign(x, v[1]); break;
-    case kIf: value = If(x, v[1], v[2], v[3]); break;
     case kStep: value = CubicStep(x, v[1], v[2], v[3], v[4]); break;
     case kStep5: value = QuinticStep(x, v[1], v[2], v[3], v[4]); break;
     case kHavsin: value = Havsin(x, v[1], v[2], v[3], v[4]); break;

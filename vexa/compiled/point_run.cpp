@@ -163,6 +163,16 @@ StopReason RunPoint(const Unit& u, Space& s, const double* args, int count, doub
                 return why;
             continue;
         }
+        case kAbs:
+        case kMax:
+        case kMin:
+        case kSign:
+        case kIf: {
+            const double a[4] = {r[o[0]], step.count > 1 ? r[o[1]] : 0.0, step.count > 2 ? r[o[2]] : 0.0,
+                                 step.count > 3 ? r[o[3]] : 0.0};
+            SelectionGradient(static_cast<Op>(step.op), a, r[step.d], t);
+            continue;
+        }
         default: {
             double a[kMaxArgs];
             for (std::uint32_t k = 0; k < step.count; ++k)
