@@ -17,12 +17,13 @@ set(VEXA_PUBLIC_HEADERS
   vexa/tree/operater_node.h vexa/tree/function_node.h
   vexa/calc/icalculator.h vexa/calc/expression.h vexa/calc/complex_step_calculator.h
   vexa/calc/buidin_function.h vexa/calc/function_factory.h
-  vexa/parser/vexa_parser.h
-  vexa/compiled/compiled_form.h)
+  vexa/parser/vexa_parser.h)
 foreach(h ${VEXA_PUBLIC_HEADERS})
   get_filename_component(dir ${h} DIRECTORY)
   install(FILES ${PROJECT_SOURCE_DIR}/${h} DESTINATION include/${dir})
 endforeach()
+# The compiled form: many points, many threads, exact gradients.
+install(FILES ${PROJECT_SOURCE_DIR}/vexa/compiled/compiled_form.h DESTINATION include/vexa/compiled)
 
 install(EXPORT vexaTargets NAMESPACE vexa:: DESTINATION lib/cmake/vexa)
 

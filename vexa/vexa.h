@@ -2,8 +2,7 @@
 #define VEXA_VEXA_H
 
 // Everything a host uses: values, strings, the timing aid, the parser,
-// calculators, the function registry, the expression-tree nodes, and the
-// compiled form for many points, many threads and exact gradients.
+// calculators, the function registry and the expression-tree nodes.
 #include "vexa/core/export.h"
 #include "vexa/core/data.h"
 #include "vexa/core/wstring.h"
@@ -18,7 +17,7 @@
 #include "vexa/calc/complex_step_calculator.h"
 #include "vexa/calc/buidin_function.h"
 #include "vexa/calc/function_factory.h"
-#include "vexa/parser/vexa_parser.h"
 #include "vexa/compiled/compiled_form.h"
+#include "vexa/parser/vexa_parser.h"
 
 #endif
