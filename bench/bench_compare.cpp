@@ -18,24 +18,13 @@
 #include <string>
 #include <vector>
 
+#include "bench_case.h"
 #include "native_functions.h"
 #include "vexa/vexa.h"
 
 namespace {
 
-constexpr int kMaxParams = 16;
 constexpr int kSets = 1024;
-
-struct BenchCase {
-    const char* file;
-    const wchar_t* text;
-    const char* peer;
-    int params;
-    const char* names;
-    double lo[kMaxParams];
-    double hi[kMaxParams];
-    double (*native)(const double*);
-};
 
 #include "bench_cases.inc"
 
@@ -182,14 +171,6 @@ public:
     }
     std::map<std::string, double> times;
 };
-
-std::string Narrow(const wchar_t* w)
-{
-    std::string s;
-    for (; *w; ++w)
-        s.push_back(static_cast<char>(*w));
-    return s;
-}
 
 }  // namespace
 

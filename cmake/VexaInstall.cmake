@@ -22,6 +22,8 @@ foreach(h ${VEXA_PUBLIC_HEADERS})
   get_filename_component(dir ${h} DIRECTORY)
   install(FILES ${PROJECT_SOURCE_DIR}/${h} DESTINATION include/${dir})
 endforeach()
+# The compiled form: many points, many threads, exact gradients.
+install(FILES ${PROJECT_SOURCE_DIR}/vexa/compiled/compiled_form.h DESTINATION include/vexa/compiled)
 
 install(EXPORT vexaTargets NAMESPACE vexa:: DESTINATION lib/cmake/vexa)
 

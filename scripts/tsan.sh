@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The thread test under ThreadSanitizer, in a build of its own
+# The thread tests under ThreadSanitizer, in a build of its own
 # ($VEXA_TSAN_BUILD, default build-tsan). Fails on any reported data race.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -10,13 +10,16 @@ cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DVEXA_BUILD_TOOLS=OFF -DVEXA_BUILD_EXAMPLES=OFF -DVEXA_BUILD_BENCH=OFF -DVEXA_SANITIZE=OFF \
   -DCMAKE_CXX_FLAGS="$flags" \
   -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=thread" -DCMAKE_SHARED_LINKER_FLAGS="-fsanitize=thread" >/dev/null
-cmake --build "$build" --target test_threads -j2
+tests=(test_threads test_threads_compiled)
+cmake --build "$build" --target "${tests[@]}" -j2
 export TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 ${TSAN_OPTIONS:-}"
-test=$build/tests/test_threads
 # Kernels with high mmap randomisation break the sanitizer's memory layout;
 # running without address randomisation avoids that where setarch allows it.
-if setarch "$(uname -m)" -R true 2>/dev/null; then
-  setarch "$(uname -m)" -R "$test"
-else
-  "$test"
-fi
+for name in "${tests[@]}"; do
+  test=$build/tests/$name
+  if setarch "$(uname -m)" -R true 2>/dev/null; then
+    setarch "$(uname -m)" -R "$test"
+  else
+    "$test"
+  fi
+done

@@ -23,6 +23,7 @@
 #include "vexa/calc/complex_step_calculator.h"
 #include "vexa/calc/buidin_function.h"
 #include "vexa/calc/function_factory.h"
+#include "vexa/compiled/compiled_form.h"
 #include "vexa/parser/vexa_parser.h"
 #include "vexa/parser/parse_diagnosis.h"
 

@@ -12,7 +12,7 @@ namespace vexa_tree {
 // only borrows. Internal to the library.
 class OwningStepCalculator : public ComplexStepCalculator {
 public:
-    explicit OwningStepCalculator(ICalculator* function) : ComplexStepCalculator(function, 0)
+    explicit OwningStepCalculator(ICalculator* function, int index = 0) : ComplexStepCalculator(function, index)
     {
         if (m_calculator)
             m_calculator->AddRef();

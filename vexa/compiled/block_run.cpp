@@ -1,0 +1,383 @@
+#include "vexa/compiled/block_run.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include "vexa/calc/builtin_math.h"
+#include "vexa/compiled/lanes.h"
+
+namespace vexa_compiled {
+
+namespace {
+
+using namespace vexa_math;
+
+constexpr int kMaxArgs = 3 + kMaxCoefficients;
+
+// Doubles from one register's block to the next. Blocks a multiple of 4 KiB
+// apart would make every store look, to the processor, like one to the
+// address the next load reads from, and wait for it.
+std::size_t Stride(int block)
+{
+    return static_cast<std::size_t>(block) + 8;
+}
+
+int Grouped(int lanes)
+{
+    return (lanes + kLaneGroup - 1) / kLaneGroup * kLaneGroup;
+}
+
+void Mark(std::uint8_t* stop, int lane, StopReason why)
+{
+    if (!stop[lane])
+        stop[lane] = why;
+}
+
+void MarkAll(std::uint8_t* stop, int lanes, StopReason why)
+{
+    for (int i = 0; i < lanes; ++i)
+        Mark(stop, i, why);
+}
+
+// The step of the central differences, in every lane.
+const double* StepLanes()
+{
+    static const std::vector<double> h(kBlock, 0.001);
+    return h.data();
+}
+
+template <typename F>
+void Each(double* d, const double* a, int lanes, F f)
+{
+    for (int i = 0; i < lanes; ++i)
+        d[i] = f(a[i]);
+}
+
+template <typename F>
+void Each(double* d, const double* a, const double* b, int lanes, F f)
+{
+    for (int i = 0; i < lanes; ++i)
+        d[i] = f(a[i], b[i]);
+}
+
+// A one-argument built-in that refuses values outside its domain.
+template <typename In, typename F>
+void Checked(double* d, const double* a, int lanes, std::uint8_t* stop, In in, F f)
+{
+    for (int i = 0; i < lanes; ++i) {
+        if (in(a[i])) {
+            d[i] = f(a[i]);
+        } else {
+            Mark(stop, i, kRefusal);
+            d[i] = 0.0;
+        }
+    }
+}
+
+void Divide(double* d, const double* a, const double* b, int lanes, std::uint8_t* stop)
+{
+    QuotientLanes(d, a, b, Grouped(lanes));
+    for (int i = 0; i < lanes; ++i) {
+        if (!(0 < b[i] || 0 > b[i]))
+            Mark(stop, i, kZeroDivisor);
+    }
+}
+
+// The series built-ins: lead arguments, then coefficients, gathered per lane.
+template <typename F>
+void Series(double* d, const double* const* v, int n, int lead, int lanes, F f)
+{
+    double c[kMaxArgs];
+    for (int i = 0; i < lanes; ++i) {
+        for (int k = lead; k < n; ++k)
+            c[k - lead] = v[k][i];
+        d[i] = f(i, c, n - lead);
+    }
+}
+
+void CallLanes(const Callee& c, std::size_t level, Space& s, const double** args, int count, int lanes, double* out,
+               std::uint8_t* stop);
+
+bool AnyNaN(const double* a, int lanes)
+{
+#if defined(__SSE2__)
+    // The comparison a compiler will not vectorise for fear of a signalling
+    // NaN's exception, which the quiet unordered compare never raises.
+    __m128d unordered = _mm_setzero_pd();
+    int i = 0;
+    for (; i + 2 <= lanes; i += 2) {
+        const __m128d v = _mm_loadu_pd(a + i);
+        unordered = _mm_or_pd(unordered, _mm_cmpunord_pd(v, v));
+    }
+    bool nan = _mm_movemask_pd(unordered) != 0;
+#else
+    int i = 0;
+    bool nan = false;
+#endif
+    for (; i < lanes; ++i)
+        nan = nan || a[i] != a[i];
+    return nan;
+}
+
+// Whether no lane of the n argument registers regs holds a NaN; constants
+// were looked at once, when the program was made.
+bool NoNaN(const Unit& u, const double* const* v, const std::uint32_t* regs, int n, int lanes)
+{
+    for (int k = 0; k < n; ++k) {
+        if (!u.numberConstant[regs[k]] && AnyNaN(v[k], lanes))
+            return false;
+    }
+    return true;
+}
+
+// STEP, STEP5 and HAVSIN over lanes none of whose arguments is a NaN, with
+// the formulas of vexa/calc/builtin_math.cpp written out (keep them alike),
+// so that the loop vectorises and needs no call per lane. The compiler may
+// swap the operands of + and * here, which changes a result only where two
+// NaNs of different bits meet; without a NaN argument, the only NaN that
+// can arise is the one invalid operations make, the same in every lane.
+void Steps(Op op, double* d, const double* const* v, int lanes)
+{
+    const double* x = v[0];
+    const double* x0 = v[1];
+    const double* h0 = v[2];
+    const double* x1 = v[3];
+    const double* h1 = v[4];
+    if (op == kHavsin) {
+        // The ends and the angles in one vectorised pass, the sines only
+        // where the ramp is.
+        double angle[kBlock];
+        bool ramp[kBlock];
+        for (int i = 0; i < lanes; ++i) {
+            const double a = (x[i] - x0[i]) / (x1[i] - x0[i]);
+            angle[i] = kPi * a - kPi / 2.0;
+            ramp[i] = x[i] > x0[i] && !(x[i] >= x1[i]);
+            d[i] = !(x[i] > x0[i]) ? h0[i] : h1[i];
+        }
+        for (int i = 0; i < lanes; ++i) {
+            if (ramp[i])
+                d[i] = ((h1[i] + h0[i]) + (h1[i] - h0[i]) * std::sin(angle[i])) * 0.5;
+        }
+        return;
+    }
+    for (int i = 0; i < lanes; ++i) {
+        const double a = (x[i] - x0[i]) / (x1[i] - x0[i]);
+        const double ramp = op == kStep ? (3.0 - (a + a)) * (h1[i] - h0[i]) * (a * a) + h0[i]
+                                        : ((6.0 * a) * a + (10.0 - 15.0 * a)) * (h1[i] - h0[i]) * a * (a * a) + h0[i];
+        d[i] = !(x[i] > x0[i]) ? h0[i] : x[i] >= x1[i] ? h1[i] : ramp;
+    }
+}
+
+// The instructions over one or two registers; false for the others.
+bool Simple(const Instr& in, double* d, const double* const* at, int lanes, std::uint8_t* stop)
+{
+    const auto a = [&] { return at[in.a]; };
+    const auto b = [&] { return at[in.b]; };
+    switch (in.op) {
+    case kAdd: SumLanes(d, b(), a(), Grouped(lanes)); return true;
+    case kSub: DifferenceLanes(d, a(), b(), Grouped(lanes)); return true;
+    case kMul: ProductLanes(d, a(), b(), Grouped(lanes)); return true;
+    case kDiv: Divide(d, a(), b(), lanes, stop); return true;
+    case kPow: Each(d, a(), b(), lanes, [](double x, double y) { return std::pow(x, y); }); return true;
+    case kAbs: Each(d, a(), lanes, [](double x) { return std::fabs(x); }); return true;
+    case kSin: Each(d, a(), lanes, [](double x) { return std::sin(x); }); return true;
+    case kCos: Each(d, a(), lanes, [](double x) { return std::cos(x); }); return true;
+    case kTan: Each(d, a(), lanes, [](double x) { return std::tan(x); }); return true;
+    case kSinh: Each(d, a(), lanes, [](double x) { return std::sinh(x); }); return true;
+    case kCosh: Each(d, a(), lanes, [](double x) { return std::cosh(x); }); return true;
+    case kTanh: Each(d, a(), lanes, [](double x) { return std::tanh(x); }); return true;
+    case kAtan: Each(d, a(), lanes, [](double x) { return std::atan(x); }); return true;
+    case kExp: Each(d, a(), lanes, [](double x) { return std::exp(x); }); return true;
+    case kAint: Each(d, a(), lanes, Trunc); return true;
+    case kAnint: Each(d, a(), lanes, Anint); return true;
+    case kAsin: Checked(d, a(), lanes, stop, InArcDomain, [](double x) { return std::asin(x); }); return true;
+    case kAcos: Checked(d, a(), lanes, stop, InArcDomain, [](double x) { return std::acos(x); }); return true;
+    case kLog: Checked(d, a(), lanes, stop, InLogDomain, [](double x) { return std::log(x); }); return true;
+    case kLog10: Checked(d, a(), lanes, stop, InLogDomain, [](double x) { return std::log10(x); }); return true;
+    case kSqrt: Checked(d, a(), lanes, stop, InSqrtDomain, [](double x) { return std::sqrt(x); }); return true;
+    case kAtan2: Each(d, a(), b(), lanes, [](double x, double y) { return std::atan2(x, y); }); return true;
+    case kMax: Each(d, a(), b(), lanes, Max); return true;
+    case kMin: Each(d, a(), b(), lanes, Min); return true;
+    case kMod: Each(d, a(), b(), lanes, Mod); return true;
+    case kSign: Each(d, a(), b(), lanes, Sign); return true;
+    default: return false;
+    }
+}
+
+void Instruction(const Unit& u, Space& s, const Instr& in, int lanes, std::uint8_t* stop)
+{
+    const Program& p = *u.program;
+    UnitSpace& us = s.of(u);
+    const double* const* at = us.at.data();
+    double* d = us.block.data() + static_cast<std::size_t>(in.d) * Stride(s.form.block);
+    if (Simple(in, d, at, lanes, stop))
+        return;
+
+    // The rest take an argument list.
+    const int n = static_cast<int>(in.b);
+    const std::uint32_t* list = p.argRegisters().data() + in.a;
+    // Calls of other expressions may pass more arguments than any built-in.
+    const double* fixed[kMaxArgs];
+    std::vector<const double*> more(n > kMaxArgs ? static_cast<std::size_t>(n) : 0);
+    const double** v = n > kMaxArgs ? more.data() : fixed;
+    for (int k = 0; k < n; ++k)
+        v[k] = at[list[k]];
+    const double* const* x = v;
+    switch (in.op) {
+    case kIf:
+        for (int i = 0; i < lanes; ++i)
+            d[i] = If(x[0][i], x[1][i], x[2][i], x[3][i]);
+        return;
+    case kStep:
+    case kStep5:
+    case kHavsin:
+        if (NoNaN(u, x, list, 5, lanes))
+            Steps(static_cast<Op>(in.op), d, x, lanes);
+        else if (in.op == kStep)
+            for (int i = 0; i < lanes; ++i)
+                d[i] = CubicStep(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i]);
+        else if (in.op == kStep5)
+            for (int i = 0; i < lanes; ++i)
+                d[i] = QuinticStep(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i]);
+        else
+            for (int i = 0; i < lanes; ++i)
+                d[i] = Havsin(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i]);
+        return;
+    case kShf:
+        for (int i = 0; i < lanes; ++i)
+            d[i] = Shf(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i], x[5][i]);
+        return;
+    case kImpact:
+        for (int i = 0; i < lanes; ++i)
+            d[i] = Impact(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i], x[5][i], x[6][i]);
+        return;
+    case kSweep:
+        for (int i = 0; i < lanes; ++i)
+            d[i] = Sweep(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i], x[5][i], x[6][i]);
+        return;
+    case kBistop:
+        for (int i = 0; i < lanes; ++i)
+            d[i] = Bistop(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i], x[5][i], x[6][i], x[7][i]);
+        return;
+    case kPoly:
+        Series(d, x, n, 2, lanes, [x](int i, const double* c, int m) { return Poly(x[0][i], x[1][i], c, m); });
+        return;
+    case kCheby:
+        Series(d, x, n, 2, lanes, [x](int i, const double* c, int m) { return Cheby(x[0][i], x[1][i], c, m); });
+        return;
+    case kForcos:
+        Series(d, x, n, 3, lanes,
+               [x](int i, const double* c, int m) { return Forcos(x[0][i], x[1][i], x[2][i], c, m); });
+        return;
+    case kForsin:
+        Series(d, x, n, 3, lanes,
+               [x](int i, const double* c, int m) { return Forsin(x[0][i], x[1][i], x[2][i], c, m); });
+        return;
+    case kNumDiff: {
+        double args[kMaxArgs];
+        for (int i = 0; i < lanes; ++i) {
+            for (int k = 0; k < n; ++k)
+                args[k] = x[k][i];
+            if (!CentralDifference(p.chains()[in.c], args, n, d[i]))
+                Mark(stop, i, kRefusal);
+        }
+        return;
+    }
+    case kCall: {
+        const Callee& c = u.callees[in.c];
+        if (!c.unit || !c.unit->program)
+            MarkAll(stop, lanes, kTreeOnly);
+        else if (!c.unit->Runs(n))
+            MarkAll(stop, lanes, kRefusal);
+        else
+            CallLanes(c, 0, s, v, n, lanes, d, stop);
+        return;
+    }
+    default:
+        MarkAll(stop, lanes, kTreeOnly);
+        return;
+    }
+}
+
+// A call of another unit, under the central differences of its wrappers,
+// formed exactly as the step calculator forms them from values: the shifted
+// argument is h + x, then x - h, and the quotient (f1 - f2) / (h + h).
+void CallLanes(const Callee& c, std::size_t level, Space& s, const double** args, int count, int lanes, double* out,
+               std::uint8_t* stop)
+{
+    if (level == c.shifted.size()) {
+        RunBlock(*c.unit, s, args, lanes, out, stop);
+        return;
+    }
+    const int k = c.shifted[level];
+    if (k < 0 || k >= count) {
+        MarkAll(stop, lanes, kRefusal);
+        return;
+    }
+    const int n = Grouped(lanes);
+    const int block = s.form.block;
+    std::vector<double> space(3 * Stride(block));
+    double* shifted = space.data();
+    double* f1 = shifted + Stride(block);
+    double* f2 = f1 + Stride(block);
+    const double* x = args[k];
+    const double* h = StepLanes();
+    SumLanes(shifted, h, x, n);
+    args[k] = shifted;
+    CallLanes(c, level + 1, s, args, count, lanes, f1, stop);
+    DifferenceLanes(shifted, x, h, n);
+    CallLanes(c, level + 1, s, args, count, lanes, f2, stop);
+    args[k] = x;
+    DifferenceLanes(f1, f1, f2, n);
+    SumLanes(f2, h, h, n);
+    QuotientLanes(shifted, f1, f2, n);
+    std::copy(shifted, shifted + lanes, out);
+}
+
+void Prepare(const Unit& u, UnitSpace& us, int block)
+{
+    if (!us.block.empty())
+        return;
+    const std::vector<double>& init = u.program->initialRegisters();
+    us.block.resize(init.size() * Stride(block));
+    us.at.resize(init.size());
+    for (std::size_t r = 0; r < init.size(); ++r) {
+        double* lanes = us.block.data() + r * Stride(block);
+        std::fill(lanes, lanes + block, init[r]);
+        us.at[r] = lanes;
+    }
+}
+
+}  // namespace
+
+bool RunBlock(const Unit& u, Space& s, const double* const* args, int lanes, double* out, std::uint8_t* stop)
+{
+    const Program& p = *u.program;
+    UnitSpace& us = s.of(u);
+    Prepare(u, us, s.form.block);
+    for (const auto& load : p.paramLoads())
+        us.at[load.second] = args[load.first];
+    const std::vector<Instr>& code = p.code();
+    // The last instruction is the return.
+    for (std::size_t i = 0; i + 1 < code.size(); ++i)
+        Instruction(u, s, code[i], lanes, stop);
+    const double* result = us.at[p.resultRegister()];
+    std::copy(result, result + lanes, out);
+    // Eight lanes at a time: stops are rare, and the caller cleared the
+    // lanes of the last group beyond lanes.
+    std::uint64_t any = 0;
+    for (int i = 0; i < lanes; i += 8) {
+        std::uint64_t word;
+        std::memcpy(&word, stop + i, sizeof word);
+        any |= word;
+    }
+    return any != 0;
+}
+
+}  // namespace vexa_compiled

@@ -1,0 +1,344 @@
+#include "vexa/compiled/compiled_form.h"
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+#include <limits>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
+#include <typeinfo>
+
+#include "vexa/calc/expression.h"
+#include "vexa/compiled/block_run.h"
+#include "vexa/compiled/form.h"
+#include "vexa/compiled/point_run.h"
+#include "vexa/compiled/snapshot.h"
+#include "vexa/core/data_access.h"
+
+namespace vexa {
+
+namespace {
+
+using namespace vexa_compiled;
+using vexa_core::DataAccess;
+
+const double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+Outcome Failed(Failure failure, int code = 0)
+{
+    return {kNaN, failure, code};
+}
+
+// calc->Evaluate at params, through values (count of them, reused).
+Outcome EvaluateCalculator(ICalculator* calc, std::vector<VEXA_Data>& values, const double* params, int count)
+{
+    values.resize(static_cast<std::size_t>(count));
+    for (int k = 0; k < count; ++k)
+        DataAccess::AssignScalar(values[static_cast<std::size_t>(k)], params[k]);
+    VEXA_Data result;
+    try {
+        calc->Evaluate(count, values.data(), result);
+    } catch (int code) {
+        return Failed(Failure::kThrown, code);
+    }
+    if (result.getType() == DT_NULL)
+        return Failed(Failure::kNull);
+    if (!DataAccess::IsScalar(result))
+        return Failed(Failure::kNotScalar);
+    return {DataAccess::Scalar(result), Failure::kNone, 0};
+}
+
+// What calc->Evaluate gives at params, from the workspace's own copy of the
+// tree (made on first need: most forms never need it).
+Outcome TreeOutcome(Space& s, const double* params)
+{
+    if (!s.tree) {
+        std::string why;
+        s.tree = PrivateCopy(*s.form.snapshot, why);
+        // The snapshot was copied once already, so it copies again.
+        if (!s.tree)
+            throw std::logic_error("vexa: the private copy of a compiled expression cannot be copied: " + why);
+    }
+    return EvaluateCalculator(s.tree, s.values, params, s.form.params);
+}
+
+// The answer at a point the program stopped at. At a zero divisor the tree
+// throws -10001 there: everything before it went as in the program.
+Outcome AfterStop(Space& s, StopReason why, bool strict, const double* params)
+{
+    if (why == kZeroDivisor)
+        return Failed(Failure::kThrown, -10001);
+    if (strict && why == kRefusal)
+        return Failed(Failure::kRefused);
+    return TreeOutcome(s, params);
+}
+
+Outcome ValueAt(Space& s, const double* params, bool strict)
+{
+    const Form& f = s.form;
+    if (!f.top().Runs(f.params))
+        return TreeOutcome(s, params);
+    double value;
+    const StopReason why = RunPoint(f.top(), s, params, f.params, value, nullptr);
+    if (why == kGoes)
+        return {value, Failure::kNone, 0};
+    return AfterStop(s, why, strict, params);
+}
+
+Outcome GradientAt(Space& s, const double* params, double* grad)
+{
+    const Form& f = s.form;
+    StopReason why = kTreeOnly;
+    double value = kNaN;
+    if (f.top().Runs(f.params))
+        why = RunPoint(f.top(), s, params, f.params, value, grad);
+    if (why == kGoes)
+        return {value, Failure::kNone, 0};
+    std::fill(grad, grad + f.params, kNaN);
+    if (why != kTreeOnly)
+        return AfterStop(s, why, true, params);
+    // The tree may fail here anyway, which says more than that it has no
+    // gradient.
+    const Outcome tree = TreeOutcome(s, params);
+    return tree.ok() ? Failed(Failure::kNoGradient) : tree;
+}
+
+void Note(Report& report, std::size_t max, std::size_t index, const Outcome& o)
+{
+    ++report.failed;
+    ++report.by_kind[static_cast<int>(o.failure)];
+    if (report.first.size() < max)
+        report.first.push_back({index, o.failure, o.code});
+}
+
+void Gather(const Column* columns, int count, std::size_t point, double* out)
+{
+    for (int k = 0; k < count; ++k)
+        out[k] = columns[k].data[static_cast<std::ptrdiff_t>(point) * columns[k].stride];
+}
+
+// A block of a column: in place where its values lie side by side and the
+// block is whole, otherwise gathered into space (a block of values).
+const double* ColumnBlock(const Column& c, std::size_t from, int lanes, int block, double* space)
+{
+    if (c.stride == 1 && lanes == block)
+        return c.data + from;
+    for (int i = 0; i < lanes; ++i)
+        space[i] = c.data[static_cast<std::ptrdiff_t>(from + static_cast<std::size_t>(i)) * c.stride];
+    return space;
+}
+
+void EvaluateRange(Space& s, std::size_t begin, std::size_t end, const Column* columns, double* results,
+                   const Options& options, Report& report)
+{
+    const Form& f = s.form;
+    const int count = f.params;
+    std::vector<double> point(static_cast<std::size_t>(count));
+    if (!f.top().Runs(count)) {
+        for (std::size_t i = begin; i < end; ++i) {
+            Gather(columns, count, i, point.data());
+            const Outcome o = TreeOutcome(s, point.data());
+            results[i] = o.value;
+            if (!o.ok())
+                Note(report, options.max_reported, i, o);
+        }
+        return;
+    }
+    const int block = f.block;
+    s.columns.resize(static_cast<std::size_t>(count) * static_cast<std::size_t>(block));
+    std::vector<const double*> args(static_cast<std::size_t>(count));
+    std::uint8_t stop[kBlock];
+    for (std::size_t from = begin; from < end; from += static_cast<std::size_t>(block)) {
+        const int lanes = static_cast<int>(std::min<std::size_t>(static_cast<std::size_t>(block), end - from));
+        for (int k = 0; k < count; ++k) {
+            double* space = s.columns.data() + static_cast<std::size_t>(k) * static_cast<std::size_t>(block);
+            args[static_cast<std::size_t>(k)] = ColumnBlock(columns[k], from, lanes, block, space);
+        }
+        std::memset(stop, 0, sizeof stop);
+        if (!RunBlock(f.top(), s, args.data(), lanes, results + from, stop))
+            continue;
+        for (int i = 0; i < lanes; ++i) {
+            if (!stop[i])
+                continue;
+            const std::size_t index = from + static_cast<std::size_t>(i);
+            Gather(columns, count, index, point.data());
+            const Outcome o = AfterStop(s, static_cast<StopReason>(stop[i]), options.strict, point.data());
+            results[index] = o.value;
+            if (!o.ok())
+                Note(report, options.max_reported, index, o);
+        }
+    }
+}
+
+void GradientRange(Space& s, std::size_t begin, std::size_t end, const Column* columns, double* values,
+                   double* grads, const Options& options, Report& report)
+{
+    const int count = s.form.params;
+    std::vector<double> point(static_cast<std::size_t>(count));
+    for (std::size_t i = begin; i < end; ++i) {
+        Gather(columns, count, i, point.data());
+        const Outcome o = GradientAt(s, point.data(), grads + i * static_cast<std::size_t>(count));
+        values[i] = o.value;
+        if (!o.ok())
+            Note(report, options.max_reported, i, o);
+    }
+}
+
+// Splits the points into one run of whole blocks per thread, each with a
+// workspace of its own, and joins the reports in the order of the points.
+template <typename Work>
+Report Split(const Form& f, std::size_t n, const Options& options, Work work)
+{
+    std::size_t threads = options.threads > 0 ? static_cast<std::size_t>(options.threads)
+                                              : std::max(1u, std::thread::hardware_concurrency());
+    const std::size_t block = static_cast<std::size_t>(f.block);
+    const std::size_t blocks = (n + block - 1) / block;
+    threads = std::max<std::size_t>(1, std::min(threads, blocks));
+    std::vector<std::size_t> bounds(threads + 1);
+    for (std::size_t t = 0; t <= threads; ++t)
+        bounds[t] = std::min(n, blocks * t / threads * block);
+    std::vector<Report> parts(threads);
+    std::vector<std::exception_ptr> errors(threads);
+    auto run = [&](std::size_t t) {
+        try {
+            Space s(f);
+            work(s, bounds[t], bounds[t + 1], parts[t]);
+        } catch (...) {
+            errors[t] = std::current_exception();
+        }
+    };
+    std::vector<std::thread> pool;
+    std::vector<std::size_t> here;
+    for (std::size_t t = 1; t < threads; ++t) {
+        try {
+            pool.emplace_back(run, t);
+        } catch (const std::system_error&) {
+            // No thread to be had: this one does that share too.
+            here.push_back(t);
+        }
+    }
+    run(0);
+    for (std::size_t t : here)
+        run(t);
+    for (std::thread& th : pool)
+        th.join();
+    for (const std::exception_ptr& e : errors) {
+        if (e)
+            std::rethrow_exception(e);
+    }
+    Report report = std::move(parts[0]);
+    for (std::size_t t = 1; t < threads; ++t) {
+        report.failed += parts[t].failed;
+        for (int k = 0; k < kFailureKinds; ++k)
+            report.by_kind[k] += parts[t].by_kind[k];
+        for (const PointFailure& p : parts[t].first) {
+            if (report.first.size() < options.max_reported)
+                report.first.push_back(p);
+        }
+    }
+    return report;
+}
+
+}  // namespace
+
+CompiledExpression::CompiledExpression(Form* form) : m_form(form) {}
+
+CompiledExpression::~CompiledExpression()
+{
+    delete m_form;
+}
+
+std::unique_ptr<CompiledExpression> CompiledExpression::Make(ICalculator* calc, int params, std::string* why)
+{
+    std::string reason;
+    // Only the library's own Expression: a host's class derived from it may
+    // compute otherwise than its tree says.
+    if (!calc) {
+        reason = "no calculator";
+    } else if (typeid(*calc) != typeid(Expression)) {
+        reason = "the calculator is not an Expression";
+    } else {
+        std::unique_ptr<Form> form = MakeForm(static_cast<Expression&>(*calc), params < 0 ? -1 : params, reason);
+        if (form)
+            return std::unique_ptr<CompiledExpression>(new CompiledExpression(form.release()));
+    }
+    if (why)
+        *why = "the expression cannot be compiled: " + reason;
+    return nullptr;
+}
+
+int CompiledExpression::paramCount() const
+{
+    return m_form->params;
+}
+
+bool CompiledExpression::runsAsProgram() const
+{
+    return m_form->top().Runs(m_form->params);
+}
+
+namespace {
+
+Space& SpaceFor(const Form* form, Space* space)
+{
+    if (&space->form != form)
+        throw std::invalid_argument("vexa: a workspace of another compiled expression");
+    return *space;
+}
+
+}  // namespace
+
+Outcome CompiledExpression::Evaluate(const double* params, Workspace& ws, bool strict) const
+{
+    return ValueAt(SpaceFor(m_form, ws.m_space), params, strict);
+}
+
+Outcome CompiledExpression::Gradient(const double* params, double* grad, Workspace& ws) const
+{
+    return GradientAt(SpaceFor(m_form, ws.m_space), params, grad);
+}
+
+Report CompiledExpression::EvaluateMany(std::size_t n, const Column* columns, double* results,
+                                        const Options& options) const
+{
+    return Split(*m_form, n, options, [&](Space& s, std::size_t begin, std::size_t end, Report& report) {
+        EvaluateRange(s, begin, end, columns, results, options, report);
+    });
+}
+
+Report CompiledExpression::GradientMany(std::size_t n, const Column* columns, double* values, double* grads,
+                                        const Options& options) const
+{
+    return Split(*m_form, n, options, [&](Space& s, std::size_t begin, std::size_t end, Report& report) {
+        GradientRange(s, begin, end, columns, values, grads, options, report);
+    });
+}
+
+Workspace::Workspace(const CompiledExpression& e) : m_space(new Space(*e.m_form)) {}
+
+Workspace::~Workspace()
+{
+    delete m_space;
+}
+
+Report EvaluateMany(ICalculator* calc, int params, std::size_t n, const Column* columns, double* results,
+                    const Options& options)
+{
+    if (std::unique_ptr<CompiledExpression> form = CompiledExpression::Make(calc, params))
+        return form->EvaluateMany(n, columns, results, options);
+    Report report;
+    const int count = std::max(params, 0);
+    std::vector<double> point(static_cast<std::size_t>(count));
+    std::vector<VEXA_Data> values;
+    for (std::size_t i = 0; i < n; ++i) {
+        Gather(columns, count, i, point.data());
+        const Outcome o = calc ? EvaluateCalculator(calc, values, point.data(), count) : Failed(Failure::kNull);
+        results[i] = o.value;
+        if (!o.ok())
+            Note(report, options.max_reported, i, o);
+    }
+    return report;
+}
+
+}  // namespace vexa

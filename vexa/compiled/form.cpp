@@ -1,0 +1,213 @@
+#include "vexa/compiled/form.h"
+
+#include <algorithm>
+#include <map>
+#include <typeinfo>
+
+#include "vexa/calc/calculator_access.h"
+#include "vexa/calc/expression_access.h"
+#include "vexa/compiled/compiler.h"
+#include "vexa/compiled/lanes.h"
+#include "vexa/compiled/snapshot.h"
+#include "vexa/tree/owning_step_calculator.h"
+#include "vexa/tree/variable_param.h"
+
+namespace vexa_compiled {
+
+namespace {
+
+using vexa_calc::CalculatorAccess;
+using vexa_calc::ExpressionAccess;
+
+// Wrappers nested deeper than this take 2^64 evaluations: never finished.
+constexpr std::size_t kMaxDiffLevels = 64;
+
+enum class Shape { kUnary, kBinary, kList, kEnd, kUnknown };
+
+// Spelled out op by op, so that an op added to the program later is never
+// run by a runner that does not know it: its program is left to the tree.
+Shape ShapeOf(std::uint8_t op)
+{
+    switch (op) {
+    case kAbs: case kSin: case kCos: case kTan: case kSinh: case kCosh: case kTanh: case kAtan:
+    case kExp: case kAint: case kAnint: case kAsin: case kAcos: case kLog: case kLog10: case kSqrt:
+        return Shape::kUnary;
+    case kAdd: case kSub: case kMul: case kDiv: case kPow:
+    case kAtan2: case kMax: case kMin: case kMod: case kSign:
+        return Shape::kBinary;
+    case kIf: case kStep: case kStep5: case kHavsin: case kShf: case kImpact: case kSweep: case kBistop:
+    case kPoly: case kCheby: case kForcos: case kForsin: case kNumDiff: case kCall:
+        return Shape::kList;
+    case kReturn:
+        return Shape::kEnd;
+    default:
+        return Shape::kUnknown;
+    }
+}
+
+bool IsStep(const ICalculator& c)
+{
+    const std::type_info& t = typeid(c);
+    return t == typeid(ComplexStepCalculator) || t == typeid(vexa_tree::OwningStepCalculator);
+}
+
+// Fills the tables of the one-point runner; false for a program with an op
+// the runners do not know.
+bool Describe(Unit& u)
+{
+    const Program& p = *u.program;
+    u.active.assign(p.initialRegisters().size(), 0);
+    for (const auto& load : p.paramLoads())
+        u.active[load.second] = 1;
+    for (const Instr& in : p.code()) {
+        Unit::Step step{in.op, false, in.d, in.c, static_cast<std::uint32_t>(u.operands.size()), 0};
+        switch (ShapeOf(in.op)) {
+        case Shape::kUnary:
+            u.operands.push_back(in.a);
+            break;
+        case Shape::kBinary:
+            u.operands.push_back(in.a);
+            u.operands.push_back(in.b);
+            break;
+        case Shape::kList:
+            for (std::uint32_t k = 0; k < in.b; ++k)
+                u.operands.push_back(p.argRegisters()[in.a + k]);
+            break;
+        case Shape::kEnd:
+            continue;
+        case Shape::kUnknown:
+            return false;
+        }
+        step.count = static_cast<std::uint32_t>(u.operands.size()) - step.first;
+        for (std::uint32_t j = step.first; j < step.first + step.count; ++j)
+            step.active = step.active || u.active[u.operands[j]];
+        u.active[in.d] = step.active;
+        u.steps.push_back(step);
+    }
+    for (auto step = u.steps.rbegin(); step != u.steps.rend(); ++step) {
+        for (std::uint32_t j = step->first; j < step->first + step->count; ++j) {
+            if (u.active[u.operands[j]])
+                u.backs.push_back({step->d, u.operands[j], j});
+        }
+    }
+    for (std::uint32_t r = 0; r < u.active.size(); ++r) {
+        if (u.active[r])
+            u.activeRegisters.push_back(r);
+    }
+    // Registers no instruction writes and no parameter loads hold constants.
+    const std::vector<double>& init = p.initialRegisters();
+    u.numberConstant.assign(init.size(), 1);
+    for (const auto& load : p.paramLoads())
+        u.numberConstant[load.second] = 0;
+    for (const Instr& in : p.code())
+        u.numberConstant[in.d] = 0;
+    for (std::size_t r = 0; r < init.size(); ++r) {
+        if (init[r] != init[r])
+            u.numberConstant[r] = 0;
+    }
+    u.tape.assign(u.operands.size(), 0.0);
+    for (const Unit::Step& step : u.steps) {
+        if (step.op == kAdd || step.op == kSub) {
+            u.tape[step.first] = 1.0;
+            u.tape[step.first + 1] = step.op == kAdd ? 1.0 : -1.0;
+        }
+    }
+    return true;
+}
+
+class Builder {
+public:
+    explicit Builder(Form& form) : m_form(form) {}
+
+    const Unit* UnitOf(Expression& e)
+    {
+        const auto found = m_units.find(&e);
+        if (found != m_units.end())
+            return found->second;
+        std::unique_ptr<Unit> made(new Unit());
+        Unit* u = made.get();
+        u->id = static_cast<int>(m_form.units.size());
+        m_form.units.push_back(std::move(made));
+        m_units.emplace(&e, u);
+        u->program = Compile(ExpressionAccess::Root(e), &e);
+        if (u->program && !Describe(*u)) {
+            u->program.reset();
+            return u;
+        }
+        if (u->program) {
+            for (ICalculator* c : u->program->calls())
+                u->callees.push_back(CalleeOf(c));
+        }
+        return u;
+    }
+
+private:
+    Callee CalleeOf(ICalculator* c)
+    {
+        Callee callee;
+        while (c && IsStep(*c) && callee.shifted.size() <= kMaxDiffLevels) {
+            const ComplexStepCalculator& step = static_cast<ComplexStepCalculator&>(*c);
+            callee.shifted.push_back(CalculatorAccess::Index(step));
+            c = CalculatorAccess::Inner(step);
+        }
+        if (c && typeid(*c) == typeid(Expression) && callee.shifted.size() <= kMaxDiffLevels)
+            callee.unit = UnitOf(static_cast<Expression&>(*c));
+        return callee;
+    }
+
+    Form& m_form;
+    std::map<Expression*, const Unit*> m_units;
+};
+
+// One more than the highest parameter index the tree reads.
+int ReadCount(Expression& e)
+{
+    std::vector<VariableParam*> leaves;
+    if (INode* root = ExpressionAccess::Root(e))
+        root->getVariableParams(leaves);
+    int count = 0;
+    for (const VariableParam* leaf : leaves) {
+        if (leaf->m_index >= count)
+            count = leaf->m_index + 1;
+    }
+    return count;
+}
+
+}  // namespace
+
+Form::~Form()
+{
+    units.clear();
+    if (snapshot)
+        snapshot->Release();
+}
+
+std::unique_ptr<Form> MakeForm(Expression& e, int params, std::string& why)
+{
+    std::unique_ptr<Form> form(new Form());
+    form->snapshot = PrivateCopy(e, why);
+    if (!form->snapshot)
+        return nullptr;
+    Builder builder(*form);
+    builder.UnitOf(*form->snapshot);
+    form->params = params >= 0 ? params : ReadCount(*form->snapshot);
+    // A derivative tree can compile into tens of thousands of registers.
+    const std::size_t kMostBlockBytes = 1u << 20;
+    std::size_t registers = 0;
+    for (const auto& u : form->units)
+        registers += u->program ? u->program->initialRegisters().size() : 0;
+    const std::size_t fits = kMostBlockBytes / sizeof(double) / std::max<std::size_t>(registers, 1);
+    form->block = static_cast<int>(std::max<std::size_t>(kLaneGroup, std::min<std::size_t>(kBlock, fits)) /
+                                   kLaneGroup * kLaneGroup);
+    return form;
+}
+
+Space::Space(const Form& f) : form(f), units(f.units.size()) {}
+
+Space::~Space()
+{
+    if (tree)
+        tree->Release();
+}
+
+}  // namespace vexa_compiled

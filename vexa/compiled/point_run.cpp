@@ -1,0 +1,209 @@
+#include "vexa/compiled/point_run.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "vexa/calc/builtin_math.h"
+#include "vexa/compiled/builtin_gradient.h"
+#include "vexa/core/float_ops.h"
+
+namespace vexa_compiled {
+
+namespace {
+
+using vexa_core::Difference;
+using vexa_core::Product;
+using vexa_core::Quotient;
+using vexa_core::Sum;
+
+constexpr int kMaxArgs = 3 + vexa_math::kMaxCoefficients;
+
+// d x^y / d x. Where the power is an ordinary number, y x^y / x costs no
+// second power.
+double PowerByBase(double x, double y, double power)
+{
+    if (x != 0.0 && power != 0.0 && std::isfinite(power))
+        return y * (power / x);
+    return y * std::pow(x, y - 1.0);
+}
+
+// A central difference of base with respect to the arguments shifted,
+// level by level, formed exactly as the step calculator forms it from
+// values (h + x, then x - h, and (f1 - f2) / (h + h)); its partials are the
+// same differences of base's partials. args is restored before returning.
+template <typename Base>
+StopReason Differenced(const std::vector<int>& shifted, std::size_t level, double* args, int n, double& value,
+                       double* partials, Base& base)
+{
+    if (level == shifted.size())
+        return base(args, value, partials);
+    const int k = shifted[level];
+    if (k < 0 || k >= n)
+        return kRefusal;
+    const double h = 0.001;
+    const double x = args[k];
+    std::vector<double> slopes(partials ? 2 * static_cast<std::size_t>(n) : 0);
+    double* g1 = partials ? slopes.data() : nullptr;
+    double* g2 = partials ? g1 + n : nullptr;
+    double f1;
+    double f2;
+    args[k] = Sum(h, x);
+    StopReason why = Differenced(shifted, level + 1, args, n, f1, g1, base);
+    if (why == kGoes) {
+        args[k] = Difference(x, h);
+        why = Differenced(shifted, level + 1, args, n, f2, g2, base);
+    }
+    args[k] = x;
+    if (why != kGoes)
+        return why;
+    const double twice = Sum(h, h);
+    value = Quotient(Difference(f1, f2), twice);
+    for (int j = 0; partials && j < n; ++j)
+        partials[j] = (g1[j] - g2[j]) / twice;
+    return kGoes;
+}
+
+// A central difference of a built-in, or a call of another unit.
+StopReason Call(const Unit& u, Space& s, const Unit::Step& step, const std::uint32_t* ops, double* r, double* t)
+{
+    const int n = static_cast<int>(step.count);
+    if (step.op == kNumDiff) {
+        double args[kMaxArgs];
+        for (int k = 0; k < n; ++k)
+            args[k] = r[ops[k]];
+        const DiffChain& chain = u.program->chains()[step.c];
+        if (!t)
+            return CentralDifference(chain, args, n, r[step.d]) ? kGoes : kRefusal;
+        auto base = [&](double* at, double& value, double* partials) {
+            return BuiltinGradient(static_cast<Op>(chain.base), at, n, value, partials) ? kGoes : kRefusal;
+        };
+        return Differenced(chain.shifted, 0, args, n, r[step.d], t, base);
+    }
+    const Callee& c = u.callees[step.c];
+    if (!c.unit || !c.unit->program)
+        return kTreeOnly;
+    if (!c.unit->Runs(n))
+        return kRefusal;
+    std::vector<double> args(static_cast<std::size_t>(n));
+    for (int k = 0; k < n; ++k)
+        args[static_cast<std::size_t>(k)] = r[ops[k]];
+    auto base = [&](double* at, double& value, double* partials) {
+        return RunPoint(*c.unit, s, at, n, value, partials);
+    };
+    return Differenced(c.shifted, 0, args.data(), n, r[step.d], t, base);
+}
+
+}  // namespace
+
+StopReason RunPoint(const Unit& u, Space& s, const double* args, int count, double& value, double* partials)
+{
+    const Program& p = *u.program;
+    UnitSpace& us = s.of(u);
+    if (us.regs.empty()) {
+        us.regs = p.initialRegisters();
+        us.tape = u.tape;
+        us.adjoint.resize(us.regs.size());
+    }
+    double* r = us.regs.data();
+    for (const auto& load : p.paramLoads())
+        r[load.second] = args[load.first];
+    double* tape = partials ? us.tape.data() : nullptr;
+    const std::uint32_t* operands = u.operands.data();
+    for (const Unit::Step& step : u.steps) {
+        const std::uint32_t* o = operands + step.first;
+        // The partials of a result that depends on no parameter are never read.
+        double* t = tape && step.active ? tape + step.first : nullptr;
+        switch (step.op) {
+        case kAdd:
+            r[step.d] = Sum(r[o[1]], r[o[0]]);
+            continue;
+        case kSub:
+            r[step.d] = Difference(r[o[0]], r[o[1]]);
+            continue;
+        case kMul: {
+            const double a = r[o[0]];
+            const double b = r[o[1]];
+            r[step.d] = Product(a, b);
+            if (t) {
+                t[0] = b;
+                t[1] = a;
+            }
+            continue;
+        }
+        case kDiv: {
+            const double divisor = r[o[1]];
+            if (!(0 < divisor || 0 > divisor))
+                return kZeroDivisor;
+            const double q = Quotient(r[o[0]], divisor);
+            r[step.d] = q;
+            if (t) {
+                t[0] = 1.0 / divisor;
+                t[1] = -q / divisor;
+            }
+            continue;
+        }
+        case kPow: {
+            const double x = r[o[0]];
+            const double y = r[o[1]];
+            const double power = std::pow(x, y);
+            r[step.d] = power;
+            if (t) {
+                // Only what can reach a parameter: the logarithm of a
+                // negative base would be NaN for a constant exponent.
+                t[0] = u.active[o[0]] ? PowerByBase(x, y, power) : 0.0;
+                t[1] = u.active[o[1]] && power != 0.0 ? power * std::log(x) : 0.0;
+            }
+            continue;
+        }
+        case kNumDiff:
+        case kCall: {
+            const StopReason why = Call(u, s, step, o, r, t);
+            if (why != kGoes)
+                return why;
+            continue;
+        }
+        case kAbs:
+        case kMax:
+        case kMin:
+        case kSign:
+        case kIf: {
+            const double a[4] = {r[o[0]], step.count > 1 ? r[o[1]] : 0.0, step.count > 2 ? r[o[2]] : 0.0,
+                                 step.count > 3 ? r[o[3]] : 0.0};
+            SelectionGradient(static_cast<Op>(step.op), a, r[step.d], t);
+            continue;
+        }
+        default: {
+            double a[kMaxArgs];
+            for (std::uint32_t k = 0; k < step.count; ++k)
+                a[k] = r[o[k]];
+            if (!BuiltinGradient(static_cast<Op>(step.op), a, static_cast<int>(step.count), r[step.d], t))
+                return kRefusal;
+            continue;
+        }
+        }
+    }
+    value = r[p.resultRegister()];
+    if (!partials)
+        return kGoes;
+
+    // Only registers that depend on a parameter carry a derivative.
+    double* adjoint = us.adjoint.data();
+    for (const std::uint32_t reg : u.activeRegisters)
+        adjoint[reg] = 0.0;
+    adjoint[p.resultRegister()] = 1.0;
+    for (const Unit::Back& back : u.backs) {
+        const double g = adjoint[back.result];
+        // A value that cannot reach the result adds nothing, even through
+        // an infinite or undefined partial of its own.
+        if (g != 0.0)
+            adjoint[back.operand] += g * tape[back.position];
+    }
+    for (int k = 0; k < count; ++k)
+        partials[k] = 0.0;
+    for (const auto& load : p.paramLoads())
+        partials[load.first] = adjoint[load.second];
+    return kGoes;
+}
+
+}  // namespace vexa_compiled
