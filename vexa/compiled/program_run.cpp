@@ -48,6 +48,23 @@ bool StepDifference(const DiffChain& chain, std::size_t level, const double* arg
     return true;
 }
 
+// The called calculator keeps the values it is given, where the host can
+// read them: they go in exactly as the tree passes them. False where the
+// call gives no scalar. (A function of its own: the dispatch may not jump
+// past the result value's destructor.)
+bool CallCalculator(ICalculator* calc, const std::uint32_t* regs, int n, const double* r, CallSpace& space,
+                    double& out)
+{
+    for (int k = 0; k < n; ++k)
+        DataAccess::AssignScalar(space.args[static_cast<std::size_t>(k)], r[regs[k]]);
+    VEXA_Data result;
+    vexa_calc::CallFunction(calc, n, space.args.data(), result);
+    if (!DataAccess::IsScalar(result))
+        return false;
+    out = DataAccess::Scalar(result);
+    return true;
+}
+
 }  // namespace
 
 bool CentralDifference(const DiffChain& chain, const double* args, int n, double& out)
@@ -191,20 +208,10 @@ op_numdiff: {
         return RunResult::kUseTree;
     VEXA_NEXT();
 }
-op_call: {
-    // The called calculator keeps the values it is given, where the host
-    // can read them: they go in exactly as the tree passes them.
-    const std::uint32_t* regs = argRegs + ip->a;
-    const int n = static_cast<int>(ip->b);
-    for (int k = 0; k < n; ++k)
-        DataAccess::AssignScalar(space.args[k], r[regs[k]]);
-    VEXA_Data result;
-    vexa_calc::CallFunction(m_calls[ip->c], n, space.args.data(), result);
-    if (!DataAccess::IsScalar(result))
+op_call:
+    if (!CallCalculator(m_calls[ip->c], argRegs + ip->a, static_cast<int>(ip->b), r, space, r[ip->d]))
         return RunResult::kUseTree;
-    r[ip->d] = DataAccess::Scalar(result);
     VEXA_NEXT();
-}
 op_stop:
     return RunResult::kUseTree;
 op_return:
