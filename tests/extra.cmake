@@ -10,3 +10,8 @@ endif()
 # the first 64 evaluations of an expression).
 add_test(NAME compiled_differential_machine_code COMMAND test_compiled_differential)
 set_tests_properties(compiled_differential_machine_code PROPERTIES ENVIRONMENT "VEXA_MACHINE_CODE_AFTER=0")
+
+# The gradient tests once more without machine code: the runner, which the
+# gradient's machine code must match.
+add_test(NAME compiled_gradient_interpreted COMMAND test_compiled_gradient)
+set_tests_properties(compiled_gradient_interpreted PROPERTIES ENVIRONMENT "VEXA_MACHINE_CODE_AFTER=-1")

@@ -1,4 +1,3 @@
-#include <cstdlib>
 #include <memory>
 #include <new>
 #include <vector>
@@ -40,20 +39,6 @@ inline bool Run(CompiledRoot& c, const VEXA_Data* held, VEXA_Data& result)
         return false;
     DataAccess::AssignScalar(result, r[program.resultRegister()]);
     return true;
-}
-
-// How many one-step evaluations run in the interpreter before the program is
-// turned into machine code: an expression evaluated a few times does not
-// repay the translation (and the page of memory its code takes).
-// VEXA_MACHINE_CODE_AFTER sets another count; a negative one never
-// translates (the interpreter then runs everything).
-int RunsBeforeMachineCode()
-{
-    static const int runs = [] {
-        const char* text = std::getenv("VEXA_MACHINE_CODE_AFTER");
-        return text && *text ? std::atoi(text) : 64;
-    }();
-    return runs;
 }
 
 bool LongExit(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result)
@@ -101,7 +86,8 @@ bool FastEvaluate(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& re
     CompiledRoot& c = *ExpressionAccess::Compiled(e);
     if (count != ExpressionAccess::ParamCount(e) || count < c.program->neededParams())
         return LongExit(self, count, params, result);
-    if (c.runs >= 0 && ++c.runs > RunsBeforeMachineCode() && RunsBeforeMachineCode() >= 0) {
+    if (c.runs >= 0 && ++c.runs > vexa_compiled::RunsBeforeMachineCode() &&
+        vexa_compiled::RunsBeforeMachineCode() >= 0) {
         c.runs = -1;  // one attempt
         MakeMachineCode(e, c, count);
         if (c.machine)

@@ -12,6 +12,7 @@
 #include "vexa/calc/expression.h"
 #include "vexa/compiled/block_run.h"
 #include "vexa/compiled/form.h"
+#include "vexa/compiled/machine_gradient.h"
 #include "vexa/compiled/point_run.h"
 #include "vexa/compiled/snapshot.h"
 #include "vexa/core/data_access.h"
@@ -91,8 +92,21 @@ Outcome GradientAt(Space& s, const double* params, double* grad)
     const Form& f = s.form;
     StopReason why = kTreeOnly;
     double value = kNaN;
-    if (f.top().Runs(f.params))
+    if (f.gradient) {
+        // The machine code runs in this thread's registers of the unit,
+        // made on first use as the runner makes them.
+        UnitSpace& us = s.of(f.top());
+        if (us.regs.empty()) {
+            us.regs = f.top().program->initialRegisters();
+            us.tape = f.top().tape;
+            us.adjoint.resize(us.regs.size());
+        }
+        GradientCall call{params, us.regs.data(), us.tape.data(), us.adjoint.data(), grad, &s, 0.0};
+        why = f.gradient->Run(call);
+        value = call.value;
+    } else if (f.top().Runs(f.params)) {
         why = RunPoint(f.top(), s, params, f.params, value, grad);
+    }
     if (why == kGoes)
         return {value, Failure::kNone, 0};
     std::fill(grad, grad + f.params, kNaN);

@@ -1,5 +1,6 @@
 #include "vexa/compiled/form.h"
 
+
 #include <algorithm>
 #include <map>
 #include <typeinfo>
@@ -8,6 +9,7 @@
 #include "vexa/calc/expression_access.h"
 #include "vexa/compiled/compiler.h"
 #include "vexa/compiled/lanes.h"
+#include "vexa/compiled/machine_gradient.h"
 #include "vexa/compiled/snapshot.h"
 #include "vexa/tree/owning_step_calculator.h"
 #include "vexa/tree/variable_param.h"
@@ -177,6 +179,7 @@ int ReadCount(Expression& e)
 
 Form::~Form()
 {
+    gradient.reset();
     units.clear();
     if (snapshot)
         snapshot->Release();
@@ -199,6 +202,8 @@ std::unique_ptr<Form> MakeForm(Expression& e, int params, std::string& why)
     const std::size_t fits = kMostBlockBytes / sizeof(double) / std::max<std::size_t>(registers, 1);
     form->block = static_cast<int>(std::max<std::size_t>(kLaneGroup, std::min<std::size_t>(kBlock, fits)) /
                                    kLaneGroup * kLaneGroup);
+    if (form->top().Runs(form->params))
+        form->gradient = GradientCode::Make(form->top(), form->params);
     return form;
 }
 

@@ -32,6 +32,7 @@ enum StopReason : std::uint8_t {
 };
 
 struct Unit;
+class GradientCode;
 
 // What a kCall instruction calls: a unit, under central differences (the
 // wrappers of derivative calculators) shifting these arguments, outermost
@@ -86,6 +87,8 @@ struct Form {
     // registers that a workspace would grow too large.
     int block = kBlock;
     std::vector<std::unique_ptr<Unit> > units;  // units[0] is the expression itself
+    // The top unit's gradient run as machine code, where it could be made.
+    std::unique_ptr<GradientCode> gradient;
 
     const Unit& top() const { return *units[0]; }
     ~Form();

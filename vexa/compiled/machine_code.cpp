@@ -1,6 +1,7 @@
 #include "vexa/compiled/machine_code.h"
 
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <limits>
@@ -15,6 +16,15 @@
 #include "vexa/core/float_ops.h"
 
 namespace vexa_compiled {
+
+int RunsBeforeMachineCode()
+{
+    static const int runs = [] {
+        const char* text = std::getenv("VEXA_MACHINE_CODE_AFTER");
+        return text && *text ? std::atoi(text) : 64;
+    }();
+    return runs;
+}
 
 #if defined(__x86_64__) && (defined(__unix__) || defined(__APPLE__))
 

@@ -22,6 +22,14 @@ namespace vexa_compiled {
 
 typedef bool (*FastEvaluate)(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result);
 
+// How many one-step evaluations of an Expression run in the interpreter
+// before its program is turned into machine code: an expression evaluated a
+// few times does not repay the translation (and the page of memory its code
+// takes). VEXA_MACHINE_CODE_AFTER sets another count; a negative one turns
+// machine code off everywhere, gradients included (the interpreters then run
+// everything), for comparing the two.
+int RunsBeforeMachineCode();
+
 // Where the fields the machine code reads and writes lie.
 struct Layout {
     std::int32_t param_count;  // ICalculator's held parameter count

@@ -94,7 +94,87 @@ StopReason Call(const Unit& u, Space& s, const Unit::Step& step, const std::uint
     return Differenced(c.shifted, 0, args.data(), n, r[step.d], t, base);
 }
 
+// One instruction at one point: its value into r and, with t (where the
+// partials of its result by each operand go), its partials.
+inline StopReason Step(const Unit& u, Space& s, const Unit::Step& step, double* r, double* t)
+{
+    const std::uint32_t* o = u.operands.data() + step.first;
+    switch (step.op) {
+    case kAdd:
+        r[step.d] = Sum(r[o[1]], r[o[0]]);
+        return kGoes;
+    case kSub:
+        r[step.d] = Difference(r[o[0]], r[o[1]]);
+        return kGoes;
+    case kMul: {
+        const double a = r[o[0]];
+        const double b = r[o[1]];
+        r[step.d] = Product(a, b);
+        if (t) {
+            t[0] = b;
+            t[1] = a;
+        }
+        return kGoes;
+    }
+    case kDiv: {
+        const double divisor = r[o[1]];
+        if (!(0 < divisor || 0 > divisor))
+            return kZeroDivisor;
+        const double q = Quotient(r[o[0]], divisor);
+        r[step.d] = q;
+        if (t) {
+            t[0] = 1.0 / divisor;
+            t[1] = -q / divisor;
+        }
+        return kGoes;
+    }
+    case kPow: {
+        const double x = r[o[0]];
+        const double y = r[o[1]];
+        const double power = std::pow(x, y);
+        r[step.d] = power;
+        if (t) {
+            // Only what can reach a parameter: the logarithm of a
+            // negative base would be NaN for a constant exponent.
+            t[0] = u.active[o[0]] ? PowerByBase(x, y, power) : 0.0;
+            t[1] = u.active[o[1]] && power != 0.0 ? power * std::log(x) : 0.0;
+        }
+        return kGoes;
+    }
+    case kNumDiff:
+    case kCall: {
+        const StopReason why = Call(u, s, step, o, r, t);
+        if (why != kGoes)
+            return why;
+        return kGoes;
+    }
+    case kAbs:
+    case kMax:
+    case kMin:
+    case kSign:
+    case kIf: {
+        const double a[4] = {r[o[0]], step.count > 1 ? r[o[1]] : 0.0, step.count > 2 ? r[o[2]] : 0.0,
+                             step.count > 3 ? r[o[3]] : 0.0};
+        SelectionGradient(static_cast<Op>(step.op), a, r[step.d], t);
+        return kGoes;
+    }
+    default: {
+        double a[kMaxArgs];
+        for (std::uint32_t k = 0; k < step.count; ++k)
+            a[k] = r[o[k]];
+        if (!BuiltinGradient(static_cast<Op>(step.op), a, static_cast<int>(step.count), r[step.d], t))
+            return kRefusal;
+        return kGoes;
+    }
+    }
+}
+
 }  // namespace
+
+StopReason RunStep(const Unit& u, Space& s, const Unit::Step& step, double* r, double* tape)
+{
+    return Step(u, s, step, r, tape && step.active ? tape + step.first : nullptr);
+}
 
 StopReason RunPoint(const Unit& u, Space& s, const double* args, int count, double& value, double* partials)
 {
@@ -109,79 +189,11 @@ StopReason RunPoint(const Unit& u, Space& s, const double* args, int count, doub
     for (const auto& load : p.paramLoads())
         r[load.second] = args[load.first];
     double* tape = partials ? us.tape.data() : nullptr;
-    const std::uint32_t* operands = u.operands.data();
     for (const Unit::Step& step : u.steps) {
-        const std::uint32_t* o = operands + step.first;
         // The partials of a result that depends on no parameter are never read.
-        double* t = tape && step.active ? tape + step.first : nullptr;
-        switch (step.op) {
-        case kAdd:
-            r[step.d] = Sum(r[o[1]], r[o[0]]);
-            continue;
-        case kSub:
-            r[step.d] = Difference(r[o[0]], r[o[1]]);
-            continue;
-        case kMul: {
-            const double a = r[o[0]];
-            const double b = r[o[1]];
-            r[step.d] = Product(a, b);
-            if (t) {
-                t[0] = b;
-                t[1] = a;
-            }
-            continue;
-        }
-        case kDiv: {
-            const double divisor = r[o[1]];
-            if (!(0 < divisor || 0 > divisor))
-                return kZeroDivisor;
-            const double q = Quotient(r[o[0]], divisor);
-            r[step.d] = q;
-            if (t) {
-                t[0] = 1.0 / divisor;
-                t[1] = -q / divisor;
-            }
-            continue;
-        }
-        case kPow: {
-            const double x = r[o[0]];
-            const double y = r[o[1]];
-            const double power = std::pow(x, y);
-            r[step.d] = power;
-            if (t) {
-                // Only what can reach a parameter: the logarithm of a
-                // negative base would be NaN for a constant exponent.
-                t[0] = u.active[o[0]] ? PowerByBase(x, y, power) : 0.0;
-                t[1] = u.active[o[1]] && power != 0.0 ? power * std::log(x) : 0.0;
-            }
-            continue;
-        }
-        case kNumDiff:
-        case kCall: {
-            const StopReason why = Call(u, s, step, o, r, t);
-            if (why != kGoes)
-                return why;
-            continue;
-        }
-        case kAbs:
-        case kMax:
-        case kMin:
-        case kSign:
-        case kIf: {
-            const double a[4] = {r[o[0]], step.count > 1 ? r[o[1]] : 0.0, step.count > 2 ? r[o[2]] : 0.0,
-                                 step.count > 3 ? r[o[3]] : 0.0};
-            SelectionGradient(static_cast<Op>(step.op), a, r[step.d], t);
-            continue;
-        }
-        default: {
-            double a[kMaxArgs];
-            for (std::uint32_t k = 0; k < step.count; ++k)
-                a[k] = r[o[k]];
-            if (!BuiltinGradient(static_cast<Op>(step.op), a, static_cast<int>(step.count), r[step.d], t))
-                return kRefusal;
-            continue;
-        }
-        }
+        const StopReason why = Step(u, s, step, r, tape && step.active ? tape + step.first : nullptr);
+        if (why != kGoes)
+            return why;
     }
     value = r[p.resultRegister()];
     if (!partials)

@@ -12,6 +12,11 @@ namespace vexa_compiled {
 // answer is kGoes, or the first reason the point could not finish.
 StopReason RunPoint(const Unit& u, Space& s, const double* args, int count, double& value, double* partials);
 
+// One instruction of RunPoint: its value into the registers r and, with
+// tape (the unit's partials), its partials when its result depends on a
+// parameter. For machine code that does the rest of a run itself.
+StopReason RunStep(const Unit& u, Space& s, const Unit::Step& step, double* r, double* tape);
+
 }  // namespace vexa_compiled
 
 #endif

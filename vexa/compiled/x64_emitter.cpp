@@ -229,6 +229,7 @@ void Emitter::Arith(std::uint8_t op, int x, Mem m) { Sse(0xF2, op, x, m); }
 void Emitter::ArithPool(std::uint8_t op, int x, int constant) { SsePool(0xF2, op, x, constant); }
 void Emitter::AndpdPool(int x, int constant) { SsePool(0x66, 0x54, x, constant); }
 void Emitter::Xorpd(int dst, int src) { SseReg(0x66, 0x57, dst, src); }
+void Emitter::XorpdPool(int x, int constant) { SsePool(0x66, 0x57, x, constant); }
 void Emitter::Ucomisd(int x, int src) { SseReg(0x66, 0x2E, x, src); }
 void Emitter::Ucomisd(int x, Mem m) { Sse(0x66, 0x2E, x, m); }
 void Emitter::UcomisdPool(int x, int constant) { SsePool(0x66, 0x2E, x, constant); }

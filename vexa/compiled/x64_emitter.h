@@ -69,6 +69,7 @@ public:
     void ArithPool(std::uint8_t op, int x, int constant);
     void AndpdPool(int x, int constant);
     void Xorpd(int dst, int src);
+    void XorpdPool(int x, int constant);
     void Ucomisd(int x, int src);
     void Ucomisd(int x, Mem m);
     void UcomisdPool(int x, int constant);

@@ -1,0 +1,45 @@
+#ifndef VEXA_COMPILED_MACHINE_GRADIENT_H
+#define VEXA_COMPILED_MACHINE_GRADIENT_H
+
+#include <memory>
+
+#include "vexa/compiled/form.h"
+#include "vexa/core/executable_memory.h"
+
+// The one-point run with its reverse sweep (vexa/compiled/point_run.cpp) as
+// x86-64 machine code: the four operations and their partials, and the
+// sweep, are written out; every other instruction is the runner's own step,
+// called. Same values, same partials, same reasons to stop. The code is
+// read-only and takes everything a thread owns as arguments, so any number of
+// threads may run it at once. Internal.
+namespace vexa_compiled {
+
+// What one run reads and writes.
+struct GradientCall {
+    const double* args;  // the point
+    double* regs;        // the unit's registers in this thread's workspace
+    double* tape;        // its partials
+    double* adjoint;     // d result / d register
+    double* grad;        // out: d value / d args[k], for k < count
+    Space* space;
+    double value;        // out
+};
+
+class GradientCode {
+public:
+    // Code for u's program at count arguments; null where the platform gives
+    // no executable memory or the program is larger than this back end takes.
+    static std::unique_ptr<GradientCode> Make(const Unit& u, int count);
+
+    // kGoes, or why the point could not finish.
+    StopReason Run(GradientCall& call) const { return static_cast<StopReason>(m_entry(&call)); }
+
+private:
+    typedef int (*Entry)(GradientCall* call);
+    vexa_platform::ExecutableMemory m_memory;
+    Entry m_entry = nullptr;
+};
+
+}  // namespace vexa_compiled
+
+#endif
