@@ -81,13 +81,17 @@ inline double sweep(double x, double a, double x0, double f0, double x1, double 
     return a * step5(x, 0.0, 0.0, dx, 1.0) * std::sin(phase);
 }
 
-// Horner's rule over n coefficients of (x - x0).
+// The language defines POLY as the sum of c[i] (x - x0)^i with the powers
+// taken by pow, and an evaluator that must match it bit for bit cannot use
+// Horner's rule (another formula, rounding differently); so neither does the
+// native side, which would otherwise measure the choice of formula rather
+// than the cost of evaluating one.
 inline double poly(double x, double x0, const double* c, int n)
 {
     const double t = x - x0;
     double s = 0.0;
-    for (int i = n - 1; i >= 0; --i)
-        s = s * t + c[i];
+    for (int i = 0; i < n; ++i)
+        s += std::pow(t, static_cast<double>(i)) * c[i];
     return s;
 }
 
