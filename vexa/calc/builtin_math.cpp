@@ -4,6 +4,18 @@ namespace vexa_math {
 
 namespace {
 
+// h0 unless x > x0 (so a NaN x stays at h0), h1 from x1 on, otherwise the
+// ramp at the fraction a = (x - x0) / (x1 - x0) of the way.
+template <typename Ramp>
+double Step(double x, double x0, double h0, double x1, double h1, Ramp ramp)
+{
+    if (!(x > x0))
+        return h0;
+    if (x >= x1)
+        return h1;
+    return ramp((x - x0) / (x1 - x0));
+}
+
 // Penetration force below the lower stop; damping ramps in over depth d.
 double LowerContact(double x, double v, double x1, double k, double e, double cmax, double d)
 {
@@ -36,32 +48,19 @@ double Mod(double a, double b)
 
 double CubicStep(double x, double x0, double h0, double x1, double h1)
 {
-    if (!(x > x0))
-        return h0;
-    if (x >= x1)
-        return h1;
-    const double a = (x - x0) / (x1 - x0);
-    return (3.0 - (a + a)) * (h1 - h0) * (a * a) + h0;
+    return Step(x, x0, h0, x1, h1, [&](double a) { return (3.0 - (a + a)) * (h1 - h0) * (a * a) + h0; });
 }
 
 double QuinticStep(double x, double x0, double h0, double x1, double h1)
 {
-    if (!(x > x0))
-        return h0;
-    if (x >= x1)
-        return h1;
-    const double a = (x - x0) / (x1 - x0);
-    return ((6.0 * a) * a + (10.0 - 15.0 * a)) * (h1 - h0) * a * (a * a) + h0;
+    return Step(x, x0, h0, x1, h1,
+                [&](double a) { return ((6.0 * a) * a + (10.0 - 15.0 * a)) * (h1 - h0) * a * (a * a) + h0; });
 }
 
 double Havsin(double x, double x0, double h0, double x1, double h1)
 {
-    if (!(x > x0))
-        return h0;
-    if (x >= x1)
-        return h1;
-    const double a = (x - x0) / (x1 - x0);
-    return ((h1 + h0) + (h1 - h0) * std::sin(kPi * a - kPi / 2.0)) * 0.5;
+    return Step(x, x0, h0, x1, h1,
+                [&](double a) { return ((h1 + h0) + (h1 - h0) * std::sin(kPi * a - kPi / 2.0)) * 0.5; });
 }
 
 double Shf(double x, double x0, double a, double w, double phi, double b)

@@ -868,10 +868,7 @@ std::unique_ptr<MachineCode> MachineCode::Make(const Program& program, int count
         return nullptr;
     const std::vector<std::uint8_t> bytes = generator.Finish();
     std::unique_ptr<MachineCode> code(new MachineCode());
-    if (!code->m_memory.Allocate(bytes.size()))
-        return nullptr;
-    std::memcpy(code->m_memory.data(), bytes.data(), bytes.size());
-    if (!code->m_memory.Seal())
+    if (!code->m_memory.Load(bytes.data(), bytes.size()))
         return nullptr;
     code->m_entry = reinterpret_cast<FastEvaluate>(code->m_memory.data());
     return code;

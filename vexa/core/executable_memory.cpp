@@ -1,5 +1,7 @@
 #include "vexa/core/executable_memory.h"
 
+#include <cstring>
+
 #if defined(__unix__) || defined(__APPLE__)
 #include <sys/mman.h>
 #include <unistd.h>
@@ -7,6 +9,14 @@
 #endif
 
 namespace vexa_platform {
+
+bool ExecutableMemory::Load(const unsigned char* code, std::size_t size)
+{
+    if (!Allocate(size))
+        return false;
+    std::memcpy(m_data, code, size);
+    return Seal();
+}
 
 #if VEXA_HAS_MMAP
 

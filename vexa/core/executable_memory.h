@@ -22,6 +22,8 @@ public:
     unsigned char* data() const { return m_data; }
     // Makes the bytes executable and read-only; false where that is refused.
     bool Seal();
+    // Allocate, copy size bytes of code in, Seal: false where any step fails.
+    bool Load(const unsigned char* code, std::size_t size);
 
 private:
     unsigned char* m_data = nullptr;
