@@ -202,10 +202,15 @@ std::uint64_t Kernel(Op op, int& lead)
     return SeriesFunction(op, lead);
 }
 
+bool IsSelection(Op op)
+{
+    return op == kMax || op == kMin || op == kSign || op == kIf;
+}
+
 bool IsCallLike(Op op)
 {
     if (op == kAdd || op == kSub || op == kMul || op == kDiv || op == kAbs || op == kSqrt || op == kAint ||
-        op == kReturn)
+        op == kReturn || IsSelection(op))
         return false;
     return true;
 }
@@ -257,6 +262,9 @@ private:
     void Arithmetic(const Instr& in, std::size_t at);
     void Unary(const Instr& in, std::size_t at);
     void Binary(const Instr& in, std::size_t at);
+    void Select(const Instr& in, std::size_t at);
+    void MoveTo(int xmm, std::uint32_t reg);
+    void CompareWith(int xmm, std::uint32_t reg);
     void List(const Instr& in, std::size_t at);
     void WriteArgs(const Instr& in, int from);
     void Difference(const Instr& in, std::size_t at);
@@ -281,6 +289,8 @@ private:
     int m_slow_result = 0;
     int m_abs = 0;
     int m_one = 0;
+    int m_zero = 0;
+    int m_sign = 0;
     int m_step = 0;     // the step of the central difference
     int m_two_steps = 0;
 
@@ -520,6 +530,71 @@ void Generator::Binary(const Instr& in, std::size_t at)
     LoadTo(1, in.b);
     CallAddress(Address(BinaryFunction(static_cast<Op>(in.op))));
     DefineFromXmm0(in.d);
+}
+
+void Generator::MoveTo(int xmm, std::uint32_t reg)
+{
+    if (m_xmm[reg] == xmm)
+        return;
+    if (m_xmm[reg] != kNoXmm)
+        m_em.Movapd(xmm, m_xmm[reg]);
+    else
+        m_em.MovsdLoad(xmm, Home(reg));
+}
+
+void Generator::CompareWith(int xmm, std::uint32_t reg)
+{
+    if (m_xmm[reg] != kNoXmm)
+        m_em.Ucomisd(xmm, m_xmm[reg]);
+    else
+        m_em.Ucomisd(xmm, Home(reg));
+}
+
+// MAX, MIN, SIGN and IF only pick an argument or flip a sign, so they are
+// written out with the compares of their definitions (a NaN compares
+// unordered, which every branch below treats as the definitions do).
+void Generator::Select(const Instr& in, std::size_t at)
+{
+    const Op op = static_cast<Op>(in.op);
+    std::vector<std::uint32_t> ops;
+    Operands(in, ops);
+    const int done = m_em.NewLabel();
+    int x;
+    if (op == kMax || op == kMin) {
+        // a >= b ? a : b, and b < a ? b : a
+        x = Target(ops[0], ops[1], at);
+        CompareWith(x, ops[1]);
+        m_em.Jump(op == kMax ? kAboveOrEqual : kBelowOrEqual, done);
+        MoveTo(x, ops[1]);
+    } else if (op == kSign) {
+        // b > 0 ? |a| : -|a|
+        x = Target(ops[0], ops[1], at);
+        m_em.AndpdPool(x, m_abs);
+        MoveTo(0, ops[1]);
+        m_em.UcomisdPool(0, m_zero);
+        m_em.Jump(kAbove, done);
+        m_em.XorpdPool(x, m_sign);
+    } else {
+        // x < 0 ? n : x == 0 ? z : p; a NaN x is neither, and takes p
+        x = FreeXmm(static_cast<std::ptrdiff_t>(at));
+        const int positive = m_em.NewLabel();
+        const int negative = m_em.NewLabel();
+        MoveTo(0, ops[0]);
+        m_em.UcomisdPool(0, m_zero);
+        m_em.Jump(kParity, positive);
+        m_em.Jump(kBelow, negative);
+        m_em.Jump(kNotEqual, positive);
+        MoveTo(x, ops[2]);
+        m_em.Jump(done);
+        m_em.Bind(negative);
+        MoveTo(x, ops[1]);
+        m_em.Jump(done);
+        m_em.Bind(positive);
+        MoveTo(x, ops[3]);
+    }
+    m_em.Bind(done);
+    ReleaseDead(ops, at);
+    Define(in.d, x);
 }
 
 // Argument values from index from on, into the scratch room.
@@ -815,6 +890,8 @@ bool Generator::Emit()
     m_slow_result = m_em.NewLabel();
     m_abs = m_em.Constant(kAbsMask);
     m_one = m_em.Constant(kOne);
+    m_zero = m_em.Constant(0);
+    m_sign = m_em.Constant(~kAbsMask);
     const double h = 0.001;
     const double twoSteps = vexa_core::Sum(h, h);
     std::uint64_t bits;
@@ -837,6 +914,8 @@ bool Generator::Emit()
         const Op op = static_cast<Op>(in.op);
         if (op <= kDiv)
             Arithmetic(in, i);
+        else if (IsSelection(op))
+            Select(in, i);
         else if (op >= kAbs && op <= kSqrt)
             Unary(in, i);
         else if (op == kPow || (op >= kAtan2 && op <= kSign))

@@ -17,10 +17,11 @@ enum Reg : int { rax, rcx, rdx, rbx, rsp, rbp, rsi, rdi, r8, r9, r10, r11, r12, 
 
 // Condition codes of the jumps, as after ucomisd or cmp.
 enum Cond : std::uint8_t {
-    kBelow = 0x2,         // CF
+    kBelow = 0x2,         // CF (also unordered after ucomisd)
     kAboveOrEqual = 0x3,  // !CF
     kEqual = 0x4,         // ZF (also unordered after ucomisd)
     kNotEqual = 0x5,
+    kBelowOrEqual = 0x6,  // CF || ZF (also unordered after ucomisd)
     kAbove = 0x7,  // !CF && !ZF (false when unordered)
     kParity = 0xA,
 };
