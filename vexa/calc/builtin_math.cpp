@@ -1,6 +1,13 @@
 #include "vexa/calc/builtin_math.h"
 
+#include "vexa/core/float_ops.h"
+
 namespace vexa_math {
+
+using vexa_core::Difference;
+using vexa_core::Product;
+using vexa_core::Quotient;
+using vexa_core::Sum;
 
 namespace {
 
@@ -13,7 +20,7 @@ double Step(double x, double x0, double h0, double x1, double h1, Ramp ramp)
         return h0;
     if (x >= x1)
         return h1;
-    return ramp((x - x0) / (x1 - x0));
+    return ramp(Quotient(Difference(x, x0), Difference(x1, x0)));
 }
 
 // Penetration force below the lower stop; damping ramps in over depth d.
@@ -46,15 +53,25 @@ double Mod(double a, double b)
     return a - Trunc(a / b) * b;
 }
 
+// The two polynomial steps spell out the order of their operands, so that
+// the compiled evaluation's machine code, which writes them out, matches them
+// to the NaN: (3 - (a + a)) (h1 - h0) (a a) + h0, and
+// ((6a) a + (10 - 15a)) (h1 - h0) a (a a) + h0, left to right.
 double CubicStep(double x, double x0, double h0, double x1, double h1)
 {
-    return Step(x, x0, h0, x1, h1, [&](double a) { return (3.0 - (a + a)) * (h1 - h0) * (a * a) + h0; });
+    return Step(x, x0, h0, x1, h1, [&](double a) {
+        const double rise = Product(Difference(3.0, Sum(a, a)), Difference(h1, h0));
+        return Sum(Product(rise, Product(a, a)), h0);
+    });
 }
 
 double QuinticStep(double x, double x0, double h0, double x1, double h1)
 {
-    return Step(x, x0, h0, x1, h1,
-                [&](double a) { return ((6.0 * a) * a + (10.0 - 15.0 * a)) * (h1 - h0) * a * (a * a) + h0; });
+    return Step(x, x0, h0, x1, h1, [&](double a) {
+        const double shape = Sum(Product(Product(6.0, a), a), Difference(10.0, Product(15.0, a)));
+        const double rise = Product(Product(shape, Difference(h1, h0)), a);
+        return Sum(Product(rise, Product(a, a)), h0);
+    });
 }
 
 double Havsin(double x, double x0, double h0, double x1, double h1)

@@ -210,7 +210,7 @@ bool IsSelection(Op op)
 bool IsCallLike(Op op)
 {
     if (op == kAdd || op == kSub || op == kMul || op == kDiv || op == kAbs || op == kSqrt || op == kAint ||
-        op == kReturn || IsSelection(op))
+        op == kReturn || op == kStep || op == kStep5 || IsSelection(op))
         return false;
     return true;
 }
@@ -263,6 +263,7 @@ private:
     void Unary(const Instr& in, std::size_t at);
     void Binary(const Instr& in, std::size_t at);
     void Select(const Instr& in, std::size_t at);
+    void PolynomialStep(const Instr& in, std::size_t at);
     void MoveTo(int xmm, std::uint32_t reg);
     void CompareWith(int xmm, std::uint32_t reg);
     void List(const Instr& in, std::size_t at);
@@ -291,6 +292,10 @@ private:
     int m_one = 0;
     int m_zero = 0;
     int m_sign = 0;
+    int m_three = 0;
+    int m_six = 0;
+    int m_ten = 0;
+    int m_fifteen = 0;
     int m_step = 0;     // the step of the central difference
     int m_two_steps = 0;
 
@@ -597,6 +602,67 @@ void Generator::Select(const Instr& in, std::size_t at)
     Define(in.d, x);
 }
 
+// STEP and STEP5 written out, in the order of operations vexa_math spells out
+// for them (the same bits, NaNs included), on xmm0..xmm7 after the spill:
+// x, x0, h0, x1, h1 in xmm0..xmm4, a in xmm5, h1 - h0 in xmm6.
+void Generator::PolynomialStep(const Instr& in, std::size_t at)
+{
+    const std::uint32_t* regs = m_program.argRegisters().data() + in.a;
+    SpillAll(at);
+    for (int k = 0; k < 5; ++k)
+        LoadTo(k, regs[k]);
+    const int done = m_em.NewLabel();
+    const int rising = m_em.NewLabel();
+    const int high = m_em.NewLabel();
+    // h0 unless x > x0; h1 from x1 on (a NaN compares unordered: neither).
+    m_em.Ucomisd(0, 1);
+    m_em.Jump(kAbove, rising);
+    m_em.Movapd(0, 2);
+    m_em.Jump(done);
+    m_em.Bind(rising);
+    m_em.Ucomisd(0, 3);
+    m_em.Jump(kAboveOrEqual, high);
+    m_em.Movapd(5, 0);
+    m_em.Arith(0x5C, 5, 1);  // x - x0
+    m_em.Movapd(6, 3);
+    m_em.Arith(0x5C, 6, 1);  // x1 - x0
+    m_em.Arith(0x5E, 5, 6);  // a
+    m_em.Movapd(6, 4);
+    m_em.Arith(0x5C, 6, 2);  // h1 - h0
+    if (in.op == kStep) {
+        m_em.Movapd(7, 5);
+        m_em.Arith(0x58, 7, 5);  // a + a
+        m_em.MovsdLoadPool(0, m_three);
+        m_em.Arith(0x5C, 0, 7);  // 3 - (a + a)
+        m_em.Arith(0x59, 0, 6);  // rise
+        m_em.Movapd(7, 5);
+        m_em.Arith(0x59, 7, 5);  // a a
+        m_em.Arith(0x59, 0, 7);
+        m_em.Arith(0x58, 0, 2);  // + h0
+    } else {
+        m_em.MovsdLoadPool(7, m_six);
+        m_em.Arith(0x59, 7, 5);
+        m_em.Arith(0x59, 7, 5);  // (6a) a
+        m_em.MovsdLoadPool(0, m_fifteen);
+        m_em.Arith(0x59, 0, 5);  // 15a
+        m_em.MovsdLoadPool(3, m_ten);
+        m_em.Arith(0x5C, 3, 0);  // 10 - 15a
+        m_em.Arith(0x58, 7, 3);  // shape
+        m_em.Arith(0x59, 7, 6);
+        m_em.Arith(0x59, 7, 5);  // rise
+        m_em.Movapd(0, 5);
+        m_em.Arith(0x59, 0, 5);  // a a
+        m_em.Arith(0x59, 7, 0);
+        m_em.Arith(0x58, 7, 2);  // + h0
+        m_em.Movapd(0, 7);
+    }
+    m_em.Jump(done);
+    m_em.Bind(high);
+    m_em.Movapd(0, 4);
+    m_em.Bind(done);
+    DefineFromXmm0(in.d);
+}
+
 // Argument values from index from on, into the scratch room.
 void Generator::WriteArgs(const Instr& in, int from)
 {
@@ -892,6 +958,10 @@ bool Generator::Emit()
     m_one = m_em.Constant(kOne);
     m_zero = m_em.Constant(0);
     m_sign = m_em.Constant(~kAbsMask);
+    m_three = m_em.Constant(0x4008000000000000ULL);
+    m_six = m_em.Constant(0x4018000000000000ULL);
+    m_ten = m_em.Constant(0x4024000000000000ULL);
+    m_fifteen = m_em.Constant(0x402E000000000000ULL);
     const double h = 0.001;
     const double twoSteps = vexa_core::Sum(h, h);
     std::uint64_t bits;
@@ -916,6 +986,8 @@ bool Generator::Emit()
             Arithmetic(in, i);
         else if (IsSelection(op))
             Select(in, i);
+        else if (op == kStep || op == kStep5)
+            PolynomialStep(in, i);
         else if (op >= kAbs && op <= kSqrt)
             Unary(in, i);
         else if (op == kPow || (op >= kAtan2 && op <= kSign))
