@@ -134,12 +134,6 @@ bool ResolveDerivatives(const std::vector<std::string>& names, const std::vector
     return true;
 }
 
-bool AllScalar(const std::vector<VEXA_Data>& values) {
-    for (const VEXA_Data& v : values)
-        if (v.getType() != DT_SCALAR) return false;
-    return true;
-}
-
 // The value's troubles that evaluation lets pass: a NaN, and terms dropped
 // because a function refused its arguments. Warnings, or errors when strict.
 bool CheckValue(const Parsed& p, const EvalResult& r, bool strict) {

@@ -204,10 +204,8 @@ bool TableAt(const DemoEntry& e, const Parsed& p) {
             return false;
         }
     }
-    bool scalars = true;
-    for (const VEXA_Data& v : valueSets[0]) scalars = scalars && v.getType() == DT_SCALAR;
     std::unique_ptr<vexa::CompiledExpression> form =
-        scalars ? vexa::CompiledExpression::Make(p.calc.get(), static_cast<int>(p.params.size())) : nullptr;
+        AllScalar(valueSets[0]) ? vexa::CompiledExpression::Make(p.calc.get(), static_cast<int>(p.params.size())) : nullptr;
     // A derivative by a vector or matrix parameter has no meaning here.
     std::vector<int> wrt;
     std::vector<HostDerivative> hosts;

@@ -5,6 +5,7 @@
 
 #include "tools/errors.h"
 #include "tools/session.h"
+#include "tools/tree_nodes.h"
 #include "tools/wide.h"
 
 namespace vexa_cli {
@@ -26,27 +27,14 @@ std::string Ordinal(int k) {
 // arguments holding p that it does not follow.
 void NoteStep(ICalculator* calc, int p, const std::vector<std::wstring>& params, std::set<std::string>& central,
               std::set<std::string>& blind, int& nested) {
-    std::vector<vexa::TreeNodeInfo> nodes;
-    vexa::WalkTree(calc, [&nodes](const vexa::TreeNodeInfo& n) {
-        nodes.push_back(n);
-        return true;
-    });
-    const std::size_t n = nodes.size();
-    std::vector<std::size_t> end(n, n), open;
-    for (std::size_t i = 0; i < n; ++i) {
-        while (!open.empty() && nodes[open.back()].depth >= nodes[i].depth) {
-            end[open.back()] = i;
-            open.pop_back();
-        }
-        open.push_back(i);
-    }
+    const TreeNodes t(calc);
     auto holds = [&](std::size_t from, std::size_t to) {
         for (std::size_t k = from; k < to; ++k)
-            if (nodes[k].kind == vexa::NodeKind::kParameter && nodes[k].parameter == p) return true;
+            if (t.node(k).kind == vexa::NodeKind::kParameter && t.node(k).parameter == p) return true;
         return false;
     };
-    for (std::size_t i = 0; i < n; ++i) {
-        const vexa::TreeNodeInfo& call = nodes[i];
+    for (std::size_t i = 0; i < t.size(); ++i) {
+        const vexa::TreeNodeInfo& call = t.node(i);
         if (call.kind != vexa::NodeKind::kCall || !call.numeric_derivative) continue;
         std::wstring name = call.function;
         int wraps = 0;
@@ -54,15 +42,15 @@ void NoteStep(ICalculator* calc, int p, const std::vector<std::wstring>& params,
             name = name.substr(5);
             ++wraps;
         }
-        int argument = 0;
-        for (std::size_t j = i + 1; j < end[i]; j = end[j], ++argument) {
-            if (!holds(j, end[j])) continue;
-            if (argument == 0) {
+        const std::vector<std::size_t> args = t.Children(i);
+        for (std::size_t k = 0; k < args.size(); ++k) {
+            if (!holds(args[k], t.End(args[k]))) continue;
+            if (k == 0) {
                 central.insert(ToUtf8(name));
                 nested = std::max(nested, wraps + 1);
             } else {
-                blind.insert(ToUtf8(params[static_cast<std::size_t>(p)]) + " in argument " +
-                             std::to_string(argument + 1) + " of " + ToUtf8(name));
+                blind.insert(ToUtf8(params[static_cast<std::size_t>(p)]) + " in argument " + std::to_string(k + 1) +
+                             " of " + ToUtf8(name));
             }
         }
     }

@@ -5,6 +5,7 @@
 
 #include "tools/call_forms.h"
 #include "tools/errors.h"
+#include "tools/tree_nodes.h"
 #include "tools/values.h"
 #include "tools/wide.h"
 #include "vexa/vexa.h"
@@ -15,42 +16,19 @@ namespace {
 
 // The tree of a calculator in walk order, with each node's value under the
 // parameters of the latest Evaluate, and each call's place in the text.
-class TreeView {
+class TreeView : public TreeNodes {
 public:
     TreeView(ICalculator* calc, const std::wstring& text, const std::vector<std::wstring>& params)
-        : m_text(text), m_params(params)
+        : TreeNodes(calc, &params), m_text(text), m_params(params)
     {
-        vexa::WalkTree(calc, [this](const vexa::TreeNodeInfo& n) {
-            m_nodes.push_back(n);
-            return true;
-        }, &params);
-        const std::size_t n = m_nodes.size();
-        m_end.assign(n, n);
-        m_call.assign(n, -1);
-        std::vector<std::size_t> open;
+        m_call.assign(size(), -1);
         int calls = 0;
-        for (std::size_t i = 0; i < n; ++i) {
-            while (!open.empty() && m_nodes[open.back()].depth >= m_nodes[i].depth) {
-                m_end[open.back()] = i;
-                open.pop_back();
-            }
-            open.push_back(i);
-            if (m_nodes[i].kind == vexa::NodeKind::kCall) m_call[i] = calls++;
-        }
+        for (std::size_t i = 0; i < size(); ++i)
+            if (node(i).kind == vexa::NodeKind::kCall) m_call[i] = calls++;
         m_spans = vexa::LocateCalls(text.c_str());
         if (m_spans.size() != static_cast<std::size_t>(calls)) m_spans.clear();
-        m_values.resize(n);
-        m_known.assign(n, false);
-    }
-
-    std::size_t size() const { return m_nodes.size(); }
-    std::size_t End(std::size_t i) const { return m_end[i]; }
-    const vexa::TreeNodeInfo& node(std::size_t i) const { return m_nodes[i]; }
-
-    std::vector<std::size_t> Children(std::size_t i) const {
-        std::vector<std::size_t> out;
-        for (std::size_t j = i + 1; j < m_end[i]; j = m_end[j]) out.push_back(j);
-        return out;
+        m_values.resize(size());
+        m_known.assign(size(), false);
     }
 
     // The node's value; thrown tells whether it threw (code then holds the int).
@@ -58,7 +36,7 @@ public:
         if (!m_known[i]) {
             EvalResult& r = m_values[i];
             try {
-                r.value = m_nodes[i].node->Calculate();
+                r.value = node(i).node->Calculate();
                 r.ok = r.value.getType() != DT_NULL;
             } catch (int code) {
                 r.thrown = true;
@@ -81,7 +59,7 @@ public:
             const vexa::CallSpan& s = m_spans[static_cast<std::size_t>(m_call[i])];
             return ToUtf8(m_text.substr(static_cast<std::size_t>(s.position), static_cast<std::size_t>(s.length)));
         }
-        return ToUtf8(vexa::TreeText(m_nodes[i].node, &m_params));
+        return ToUtf8(vexa::TreeText(node(i).node, &m_params));
     }
 
     void Place(std::size_t i, Culprit& c) const {
@@ -109,8 +87,6 @@ public:
 private:
     const std::wstring& m_text;
     const std::vector<std::wstring>& m_params;
-    std::vector<vexa::TreeNodeInfo> m_nodes;
-    std::vector<std::size_t> m_end;
     std::vector<int> m_call;
     std::vector<vexa::CallSpan> m_spans;
     std::vector<EvalResult> m_values;

@@ -138,10 +138,6 @@ private:
     std::vector<double> m_held;
 };
 
-bool AllScalars(const std::vector<VEXA_Data>& values) {
-    return std::all_of(values.begin(), values.end(), [](const VEXA_Data& v) { return v.getType() == DT_SCALAR; });
-}
-
 // The bulk sweep: values (and their strict twin), exact first derivatives,
 // and the derivative calculators' values.
 void SweepInBulk(ICalculator* calc, const std::vector<std::wstring>& params, const SweepRequest& req,
@@ -299,7 +295,7 @@ bool RunSweep(ICalculator* calc, const std::wstring& text, const std::vector<std
         }
     }
     Points points(calc, text, params, base, req.index);
-    if (AllScalars(base))
+    if (AllScalar(base))
         SweepInBulk(calc, params, req, hosts, points, out);
     else
         SweepPointByPoint(calc, params, text, req, hosts, points, out);
