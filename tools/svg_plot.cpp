@@ -14,9 +14,9 @@ namespace {
 const int kWidth = 960;
 const int kLeft = 96;
 const int kRight = 28;
-const int kTop = 76;
+const int kTop = 84;
 const int kPanelHeight = 290;
-const int kPanelGap = 64;
+const int kPanelGap = 72;
 const int kBottom = 62;
 // Share of the data's span left free above and below the curves.
 const double kHeadroom = 0.06;
@@ -240,8 +240,6 @@ std::string RenderSvg(const PlotPage& page) {
         o << "<text x=\"" << kLeft + plotW / 2 << "\" y=\"" << bottom + 42 << "\" text-anchor=\"middle\" font-size=\"14\">"
           << Esc(page.xlabel) << "</text>\n";
 
-        // Where the curves pass, to put the legend where it hides least.
-        std::vector<std::pair<double, double>> drawnAt;
         bool anyPoint = false;
         for (std::size_t s = 0; s < panel.series.size(); ++s) {
             const Series& ser = panel.series[s];
@@ -254,11 +252,9 @@ std::string RenderSvg(const PlotPage& page) {
                     pen = false;
                     continue;
                 }
-                const double x = px(page.xs[i]), yy = py(y);
-                d += (pen ? " L" : " M") + C(x) + " " + C(yy);
+                d += (pen ? " L" : " M") + C(px(page.xs[i])) + " " + C(py(y));
                 pen = true;
                 ++drawn;
-                drawnAt.push_back({x, yy});
             }
             if (drawn == 0) continue;
             anyPoint = true;
@@ -281,36 +277,18 @@ std::string RenderSvg(const PlotPage& page) {
               << "\" text-anchor=\"end\" font-size=\"12\" fill=\"#a00\">gaps: no value at " << panel.missing
               << " of " << page.xs.size() << " points</text>\n";
 
-        // One curve needs no legend: the axis names it.
+        // One curve needs no legend: the axis names it. Several get one line
+        // above the panel, where it hides no curve.
         if (panel.series.size() > 1) {
-            std::size_t longest = 0;
-            for (const Series& s : panel.series) longest = std::max(longest, std::min<std::size_t>(s.label.size(), 40));
-            const int w = 52 + static_cast<int>(longest) * 7, h = 10 + 20 * static_cast<int>(panel.series.size());
-            // Top or bottom, left, middle or right: the place fewest points fall in.
-            int lx = kLeft + 10, ly = top + 10;
-            std::size_t fewest = drawnAt.size() + 1;
-            for (int place = 0; place < 6; ++place) {
-                const int x = place % 3 == 0 ? kLeft + 10 : place % 3 == 1 ? kLeft + (plotW - w) / 2 : kLeft + plotW - 10 - w;
-                const int y = place < 3 ? top + 10 : bottom - 10 - h;
-                const std::size_t inside = std::count_if(drawnAt.begin(), drawnAt.end(), [&](const auto& pt) {
-                    return pt.first >= x - 4 && pt.first <= x + w + 4 && pt.second >= y - 4 && pt.second <= y + h + 4;
-                });
-                if (inside < fewest) {
-                    fewest = inside;
-                    lx = x;
-                    ly = y;
-                }
-            }
-            o << "<rect x=\"" << lx << "\" y=\"" << ly << "\" width=\"" << w << "\" height=\"" << h
-              << "\" fill=\"white\" fill-opacity=\"0.85\" stroke=\"#bbb\"/>\n";
+            int lx = kLeft;
             for (std::size_t s = 0; s < panel.series.size(); ++s) {
                 const char* color = kColors[(colorBase + s) % (sizeof kColors / sizeof kColors[0])];
-                const int y = ly + 15 + 20 * static_cast<int>(s);
-                o << "<line x1=\"" << lx + 8 << "\" y1=\"" << y << "\" x2=\"" << lx + 38 << "\" y2=\"" << y
+                const std::string label = Clip(panel.series[s].label, 40);
+                o << "<line x1=\"" << lx << "\" y1=\"" << top - 12 << "\" x2=\"" << lx + 30 << "\" y2=\"" << top - 12
                   << "\" stroke=\"" << color << "\" stroke-width=\"3\""
                   << (panel.series[s].dashed ? " stroke-dasharray=\"7 5\"" : "") << "/>\n";
-                o << "<text x=\"" << lx + 44 << "\" y=\"" << y + 4 << "\" font-size=\"12\">"
-                  << Esc(Clip(panel.series[s].label, 40)) << "</text>\n";
+                o << "<text x=\"" << lx + 36 << "\" y=\"" << top - 8 << "\" font-size=\"12\">" << Esc(label) << "</text>\n";
+                lx += 36 + 7 * static_cast<int>(label.size()) + 22;
             }
         }
         o << "</g>\n";
