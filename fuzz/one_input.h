@@ -26,6 +26,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
 #include <string>
 #include <vector>
 
@@ -328,6 +329,17 @@ inline std::string RunOneInput(const std::uint8_t* data, std::size_t size)
     for (int i = 0; i < parser.getParamsNum(); ++i) {
         std::wstring name = static_cast<std::wstring&>(parser.getParam(i));
         (void)name;
+    }
+    // The review reads any text and list; its pieces lie within what they point into.
+    const std::size_t textLength = std::wcslen(text.data());
+    const std::size_t listLength = newline ? std::wcslen(list.data()) : 0;
+    for (const vexa::TextWarning& w : vexa::ReviewText(text.data(), newline ? list.data() : nullptr)) {
+        if (w.position >= 0 && std::size_t(w.position) + std::size_t(w.length) > (w.in_list ? listLength : textLength))
+            problem = "a warning points outside its text";
+    }
+    for (const vexa::CallSpan& s : vexa::LocateCalls(text.data())) {
+        if (s.position < 0 || s.length < 1 || std::size_t(s.position) + std::size_t(s.length) > textLength)
+            problem = "a call span lies outside the text";
     }
 
     if (threw) {

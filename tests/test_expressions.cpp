@@ -67,6 +67,22 @@ void Check(const CaseLine& c) {
             EXPECT_EQ(Join(calls, L" "), arg);
         } else if (key == L"suggests") {
             EXPECT_EQ(Join(d.suggestions, L","), arg);
+        } else if (key == L"warns" || key == L"nowarning") {
+            // warns KIND P L: ReviewText gives that warning at that piece.
+            std::wstring got;
+            for (const TextWarning& t : ReviewText(text.c_str(), ListOf(c)))
+                got += std::to_wstring(static_cast<int>(t.kind)) + L"@" + std::to_wstring(t.position) + L":" +
+                       std::to_wstring(t.length) + L" ";
+            if (key == L"nowarning")
+                EXPECT_EQ(got, L"");
+            else
+                EXPECT_NE(got.find(w[1] + L"@" + w[2] + L":" + w[3] + L" "), std::wstring::npos) << Narrow(got);
+        } else if (key == L"calls") {
+            std::vector<std::wstring> calls;
+            for (const CallSpan& call : LocateCalls(text.c_str()))
+                calls.push_back(call.function + L"@" + std::to_wstring(call.position) + L":" +
+                                std::to_wstring(call.length));
+            EXPECT_EQ(Join(calls, L" "), arg);
         } else if (key == L"names") {
             EXPECT_EQ(Join(r.names, L","), arg);
         } else if (key == L"plot" || key == L"noplot") {

@@ -19,6 +19,7 @@ std::wstring Describe(const TreeNodeInfo& n) {
                            : n.call == CallKind::kRegistered   ? L" registered"
                            : n.call == CallKind::kNumericDerivative ? L" numeric"
                                                                : L" other");
+        s += n.numeric_derivative ? L" ~d" : L"";
         break;
     case NodeKind::kConstant: s += ValueText(n.value); break;
     case NodeKind::kParameter: s += L"v:" + std::to_wstring(n.parameter) + L" " + n.parameter_name; break;
@@ -44,12 +45,15 @@ TEST(TreeWalk, ParentsFirstChildrenInOrderWithWhatEachNodeHolds) {
     const std::vector<std::wstring> names = {L"x", L"y"};
     EXPECT_EQ(Walk(r.calc.get(), &names), (std::vector<std::wstring>{
                                                L"0 % kind 4 /2", L"1 - kind 1 /2", L"2 0 /0", L"2 ^ kind 6 /2",
-                                               L"3 v:0 x /0", L"3 0.1 /0", L"1 TWICE registered /1",
-                                               L"2 STEP built-in /5", L"3 v:1 y /0", L"3 0 /0", L"3 0 /0",
+                                               L"3 v:0 x /0", L"3 0.1 /0", L"1 TWICE registered ~d /1",
+                                               L"2 STEP built-in ~d /5", L"3 v:1 y /0", L"3 0 /0", L"3 0 /0",
                                                L"3 1 /0", L"3 2.5 /0"}));
     CalcRef d(r.calc->getDerivativeCalculator(1));
     const std::vector<std::wstring> lines = Walk(d.get());
-    EXPECT_NE(std::find(lines.begin(), lines.end(), L"2 wrap:TWICE numeric /1"), lines.end()) << Narrow(Text(d.get()));
+    EXPECT_NE(std::find(lines.begin(), lines.end(), L"2 wrap:TWICE numeric ~d /1"), lines.end()) << Narrow(Text(d.get()));
+
+    // Functions with a symbolic derivative rule are told apart from the rest.
+    EXPECT_EQ(Walk(Parse(L"SIN(MAX(x, 1))", L"x").calc.get())[1], L"1 MAX built-in /2");
 
     // A constant keeps every element and its shape; the visitor can stop the walk.
     CalcRef vec = MakeExpr([](ICalculator*) { return Bin(kMul, Vec3(0.1, 2, -3e-300), C(1)); });

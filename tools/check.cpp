@@ -33,9 +33,13 @@ CheckStats CheckStream(std::istream& in, const std::string& source, const std::o
         Parsed p = ParseText(text, list);
         const std::string where = source + ":" + std::to_string(number) + ": ";
         if (p.status == ParseStatus::Ok) {
+            const std::vector<vexa::TextWarning> warnings =
+                vexa::ReviewText(text.c_str(), list ? list->c_str() : nullptr);
+            for (const vexa::TextWarning& w : warnings) err << where << "warning: " << DescribeWarning(w, text, list);
+            stats.warned += warnings.empty() ? 0 : 1;
             if (verbose)
                 out << where << "ok; parameters: " << JoinNames(p.params)
-                    << (p.can_plot ? "" : " (not plottable: calls IMPACT or BISTOP)") << '\n';
+                    << (p.can_plot ? "" : " (canPlot is false: calls IMPACT or BISTOP)") << '\n';
             continue;
         }
         ++stats.failed;

@@ -10,10 +10,12 @@ namespace vexa_cli {
 struct CheckStats {
     int checked = 0;
     int failed = 0;
+    int warned = 0;  // parsed, with warnings
 };
 
 // Parses every expression line of `in` (blank lines and lines starting with
-// '#' are skipped) and reports each error as "source:line: ...".
+// '#' are skipped) and reports each error and each warning of the library's
+// review as "source:line: ...".
 CheckStats CheckStream(std::istream& in, const std::string& source, const std::optional<std::wstring>& list,
                        bool verbose, std::ostream& out, std::ostream& err);
 

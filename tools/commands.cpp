@@ -7,6 +7,7 @@
 
 #include "tools/call_forms.h"
 #include "tools/check.h"
+#include "tools/derivatives.h"
 #include "tools/dot_tree.h"
 #include "tools/errors.h"
 #include "tools/explain.h"
@@ -81,18 +82,6 @@ bool ResolveParam(const std::string& name, const std::vector<std::wstring>& para
     return false;
 }
 
-// Indices of several parameter names, appended to out; false after the first
-// unknown name, which ResolveParam has reported.
-bool ResolveParams(const std::vector<std::string>& names, const std::vector<std::wstring>& params,
-                   std::vector<int>& out) {
-    for (const std::string& n : names) {
-        int i = 0;
-        if (!ResolveParam(n, params, i)) return false;
-        out.push_back(i);
-    }
-    return true;
-}
-
 std::string FixedValuesText(const std::vector<std::wstring>& params, const std::vector<VEXA_Data>& values, int skip) {
     std::string s;
     for (std::size_t i = 0; i < params.size(); ++i) {
@@ -118,14 +107,67 @@ bool WriteFileText(const std::string& path, const std::string& text, std::string
     return true;
 }
 
+namespace {
+
+// The library's review of the text: what it reads differently from what was
+// probably meant. Warnings go to standard error.
+void PrintWarnings(const Parsed& p) {
+    for (const vexa::TextWarning& w : vexa::ReviewText(p.text.c_str(), p.list ? p.list->c_str() : nullptr))
+        std::cerr << "vexa: warning: " << DescribeWarning(w, p.text, p.list);
+}
+
+std::string WithCaret(const Culprit& c, const std::wstring& text) {
+    return c.position < 0 ? c.message : c.message + "\n" + CaretBlock(text, c.position, c.length);
+}
+
+bool ResolveDerivatives(const std::vector<std::string>& names, const std::vector<std::wstring>& params,
+                        std::vector<DerivativeRequest>& out) {
+    for (const std::string& n : names) {
+        DerivativeRequest d;
+        std::string msg;
+        if (!ParseDerivativeRequest(n, params, d, msg)) {
+            Error(msg);
+            return false;
+        }
+        out.push_back(d);
+    }
+    return true;
+}
+
+// The value's troubles that evaluation lets pass: a NaN, and terms dropped
+// because a function refused its arguments. Warnings, or errors when strict.
+bool CheckValue(const Parsed& p, const EvalResult& r, bool strict) {
+    std::vector<Culprit> problems;
+    for (double v : Elements(r.value))
+        if (std::isnan(v)) {
+            Culprit c = ExplainNaN(p.calc.get(), p.text, p.params);
+            c.message = "the value is not a number (NaN)" + (c.message.empty() ? "" : ": " + c.message);
+            problems.push_back(c);
+            break;
+        }
+    for (Culprit c : DroppedTerms(p.calc.get(), p.text, p.params)) {
+        c.message = "a term was dropped from the value: " + c.message +
+                    "; the arithmetic leaves a term without a value out of a sum";
+        problems.push_back(c);
+    }
+    for (const Culprit& c : problems)
+        std::cerr << "vexa: " << (strict ? "error: " : "warning: ") << WithCaret(c, p.text) << '\n';
+    if (!problems.empty() && !strict)
+        std::cerr << "vexa: note: --strict makes this an error (as vexa::Options::strict does for hosts)\n";
+    return problems.empty() || !strict;
+}
+
+}  // namespace
+
 int RunEval(const ExprArgs& a, const std::vector<std::string>& derivatives) {
     std::vector<Assignment> given;
     if (!LoadAssignments(a.assignments, given)) return kExitUsage;
     Parsed p;
     int rc = kExitOk;
     if (!Load(a, p, rc)) return rc;
-    std::vector<int> dIdx;
-    if (!ResolveParams(derivatives, p.params, dIdx)) return kExitUsage;
+    PrintWarnings(p);
+    std::vector<DerivativeRequest> requests;
+    if (!ResolveDerivatives(derivatives, p.params, requests)) return kExitUsage;
     std::vector<VEXA_Data> values;
     if (!BindOrReport(p.params, given, values)) return kExitUsage;
     std::cout << "parameters: " << JoinNames(p.params) << '\n';
@@ -133,12 +175,10 @@ int RunEval(const ExprArgs& a, const std::vector<std::string>& derivatives) {
         std::cout << "  " << ToUtf8(p.params[i]) << " = " << FormatValue(values[i]) << '\n';
     EvalResult r = EvaluateAt(p.calc.get(), values);
     if (!r.ok) {
-        std::string why = r.thrown ? DescribeThrownCode(r.code) : DescribeNullResult();
-        if (!r.thrown) {
-            const std::string culprit = FindRefusedCall(p.calc.get(), p.params);
-            if (!culprit.empty()) why = "null result: " + culprit;
-        }
-        Error("cannot evaluate '" + a.expression + "': " + why);
+        Culprit c = r.thrown ? ExplainThrow(p.calc.get(), p.text, p.params) : ExplainNull(p.calc.get(), p.text, p.params);
+        if (c.message.empty()) c.message = r.thrown ? DescribeThrownCode(r.code) : DescribeNullResult();
+        else if (!r.thrown) c.message = "null result: " + c.message;
+        Error("cannot evaluate '" + a.expression + "': " + WithCaret(c, p.text));
         return kExitEval;
     }
     auto show = [](const std::string& label, const VEXA_Data& v) {
@@ -147,21 +187,52 @@ int RunEval(const ExprArgs& a, const std::vector<std::string>& derivatives) {
         std::cout << " = " << FormatValue(v) << '\n';
     };
     show("value", r.value);
-    for (int d : dIdx) {
-        int code = 0;
-        vexa::CalcRef h = DerivativeOf(p.calc.get(), d, code);
-        const std::string label = "d/d" + ToUtf8(p.params[d]);
-        if (!h) {
-            Error(label + ": " + (code ? DescribeThrownCode(code)
-                                       : std::string("the derivative tree grew beyond the library's size limit")));
+    if (!CheckValue(p, r, a.strict)) return kExitEval;
+
+    // The exact first derivatives come from the compiled form's gradient.
+    std::vector<double> point, grad;
+    vexa::Outcome exact{0, vexa::Failure::kNoGradient, 0};
+    std::string noExact = "it needs scalar values for every parameter";
+    if (AllScalar(values) && !requests.empty()) {
+        std::string why;
+        auto form = vexa::CompiledExpression::Make(p.calc.get(), static_cast<int>(values.size()), &why);
+        if (form) {
+            for (const VEXA_Data& v : values) point.push_back(v.getValue()[0]);
+            grad.assign(values.size(), 0.0);
+            vexa::Workspace ws(*form);
+            exact = form->Gradient(point.data(), grad.data(), ws);
+            noExact = exact.failure == vexa::Failure::kNoGradient ? "part of the expression runs only as a tree"
+                                                                  : "not defined here";
+        } else {
+            noExact = why;
+        }
+    }
+    for (const DerivativeRequest& d : requests) {
+        const std::string label = DerivativeLabel(p.params, d);
+        HostDerivative h = HostDerivativeOf(p.calc.get(), p.params, d);
+        if (!h.calc) {
+            Error(label + ": " + h.error);
             return kExitEval;
         }
-        EvalResult dr = EvaluateAt(h.get(), values);
-        if (!dr.ok) {
-            Error(label + " has no value here: " + (dr.thrown ? DescribeThrownCode(dr.code) : DescribeNullResult()));
-            return kExitEval;
+        EvalResult dr = EvaluateAt(h.calc.get(), values);
+        const std::string host = dr.ok ? FormatValue(dr.value)
+                                       : "no value (" + (dr.thrown ? DescribeThrownCode(dr.code) : DescribeNullResult()) + ")";
+        const std::string note = h.mark.empty() ? "(symbolic)" : "* not to be trusted here: " + h.mark;
+        if (d.order == 1 && exact.ok()) {
+            double sum = 0;
+            for (std::size_t i = 0; i < p.params.size(); ++i)
+                if (SameNoCase(p.params[i], p.params[static_cast<std::size_t>(d.index)])) sum += grad[i];
+            std::cout << label << " = " << FormatExact(sum) << '\n'
+                      << "  derivative calculator: " << host << "  " << note << '\n';
+        } else {
+            if (!dr.ok) {
+                Error(label + " has no value here: " + host);
+                return kExitEval;
+            }
+            show(label, dr.value);
+            std::cout << "  from the derivative calculator " << note << "; no exact value: "
+                      << (d.order > 1 ? std::string("exact values are of first derivatives") : noExact) << '\n';
         }
-        show(label, dr.value);
     }
     return kExitOk;
 }
@@ -169,10 +240,23 @@ int RunEval(const ExprArgs& a, const std::vector<std::string>& derivatives) {
 int RunSweep(const SweepArgs& a) {
     std::vector<Assignment> given;
     if (!LoadAssignments(a.expr.assignments, given)) return kExitUsage;
-    auto from = ParseNumber(a.from), to = ParseNumber(a.to);
+    auto from = ParseLanguageNumber(a.from), to = ParseLanguageNumber(a.to);
     if (!from || !to || !std::isfinite(*from) || !std::isfinite(*to)) {
-        Error("--from and --to must be finite numbers such as 0, -1.5 or 2e-3 (got '" + a.from + "' and '" + a.to + "')");
+        Error("--from and --to must be finite numbers such as 0, -1.5, 2E-3 or PI/2 (got '" + a.from + "' and '" +
+              a.to + "')");
         return kExitUsage;
+    }
+    PlotUnits units;
+    units.ylabel = a.ylabel;
+    units.yunit = a.yunit;
+    units.xunit = a.xunit;
+    if (!a.yscale.empty()) {
+        auto scale = ParseLanguageNumber(a.yscale);
+        if (!scale || !std::isfinite(*scale) || *scale == 0) {
+            Error("--yscale must be a finite number other than 0, such as 1E3 or RTOD (got '" + a.yscale + "')");
+            return kExitUsage;
+        }
+        units.yscale = *scale;
     }
     if (a.points < 1 || a.points > 1000000) {
         Error("--points must be between 1 and 1000000");
@@ -181,15 +265,12 @@ int RunSweep(const SweepArgs& a) {
     Parsed p;
     int rc = kExitOk;
     if (!Load(a.expr, p, rc)) return rc;
-    if (!a.svg.empty() && !p.can_plot) {
-        Error("this expression calls IMPACT or BISTOP, which the library marks as not plottable; evaluate it at "
-              "chosen values with 'vexa eval' instead (or leave out --svg to get the table)");
-        return kExitUsage;
-    }
+    PrintWarnings(p);
     SweepRequest req;
     req.from = *from;
     req.to = *to;
     req.points = a.points;
+    req.strict = a.expr.strict;
     if (a.over.empty()) {
         if (p.params.size() != 1) {
             Error("say which parameter to sweep with --over NAME; the parameters are: " + JoinNames(p.params));
@@ -199,8 +280,8 @@ int RunSweep(const SweepArgs& a) {
     } else if (!ResolveParam(a.over, p.params, req.index)) {
         return kExitUsage;
     }
-    if (a.derivative) req.derivatives.push_back(req.index);
-    if (!ResolveParams(a.wrt, p.params, req.derivatives)) return kExitUsage;
+    if (a.derivative) req.derivatives.push_back({req.index, 1});
+    if (!ResolveDerivatives(a.wrt, p.params, req.derivatives)) return kExitUsage;
     // The swept parameter needs no value of its own.
     std::vector<Assignment> withX = given;
     Assignment x;
@@ -211,11 +292,11 @@ int RunSweep(const SweepArgs& a) {
     if (!BindOrReport(p.params, withX, values)) return kExitUsage;
     std::string msg;
     SweepResult result;
-    if (!vexa_cli::RunSweep(p.calc.get(), p.params, values, req, result, msg)) {
+    if (!vexa_cli::RunSweep(p.calc.get(), p.text, p.params, values, req, result, msg)) {
         Error(msg);
         return kExitEval;
     }
-    for (const std::string& n : MissingNotes(result)) std::cerr << "vexa: note: " << n << '\n';
+    for (const std::string& n : SweepNotes(result)) std::cerr << "vexa: note: " << n << '\n';
     if (!a.no_table && a.csv != "-") {
         std::cout << "parameters: " << JoinNames(p.params) << '\n';
         const std::string fixed = FixedValuesText(p.params, values, req.index);
@@ -232,9 +313,13 @@ int RunSweep(const SweepArgs& a) {
         if (a.csv != "-") std::cerr << "vexa: wrote " << a.csv << '\n';
     }
     if (!a.svg.empty()) {
+        if (!p.can_plot)
+            std::cerr << "vexa: note: the library marks expressions calling IMPACT or BISTOP as not plottable "
+                         "(canPlot); this plot evaluates it at each point like any other\n";
         const std::string fixed = FixedValuesText(p.params, values, req.index);
         PlotPage page = PlotOfSweep(result, a.title.empty() ? a.expr.expression : a.title,
-                                    (a.title.empty() ? std::string() : a.expr.expression + (fixed.empty() ? "" : "   ")) + fixed);
+                                    (a.title.empty() ? std::string() : a.expr.expression + (fixed.empty() ? "" : "   ")) + fixed,
+                                    units);
         if (!WriteFileText(a.svg, RenderSvg(page), msg)) {
             Error(msg);
             return kExitIo;
@@ -244,40 +329,62 @@ int RunSweep(const SweepArgs& a) {
     return kExitOk;
 }
 
-int RunTree(const ExprArgs& a, const std::vector<std::string>& derivatives, const std::string& dotPath, bool dump) {
+namespace {
+
+std::string Size(std::uint64_t bytes) {
+    char buf[64];
+    if (bytes >= (1ull << 30)) std::snprintf(buf, sizeof buf, "%.1f GB", bytes / 1e9);
+    else if (bytes >= (1ull << 20)) std::snprintf(buf, sizeof buf, "%.1f MB", bytes / 1e6);
+    else std::snprintf(buf, sizeof buf, "%llu bytes", static_cast<unsigned long long>(bytes));
+    return buf;
+}
+
+}  // namespace
+
+int RunTree(const ExprArgs& a, const std::vector<std::string>& derivatives, const std::string& dotPath, bool dump,
+            bool force) {
     Parsed p;
     int rc = kExitOk;
     if (!Load(a, p, rc)) return rc;
-    std::vector<int> dIdx;
-    if (!ResolveParams(derivatives, p.params, dIdx)) return kExitUsage;
+    PrintWarnings(p);
+    std::vector<DerivativeRequest> requests;
+    if (!ResolveDerivatives(derivatives, p.params, requests)) return kExitUsage;
     struct Tree {
         std::string title;
         vexa::CalcRef calc;
     };
     std::vector<Tree> trees;
     trees.push_back({"expression: " + a.expression, vexa::CalcRef::Share(p.calc.get())});
-    for (int d : dIdx) {
-        int code = 0;
-        vexa::CalcRef h = DerivativeOf(p.calc.get(), d, code);
-        if (!h) {
-            Error("cannot differentiate with respect to " + ToUtf8(p.params[d]) + ": " +
-                  (code ? DescribeThrownCode(code) : std::string("the derivative tree grew beyond the library's size limit")));
+    for (const DerivativeRequest& d : requests) {
+        HostDerivative h = HostDerivativeOf(p.calc.get(), p.params, d);
+        if (!h.calc) {
+            Error(DerivativeLabel(p.params, d) + ": " + h.error);
             return kExitEval;
         }
-        trees.push_back({"derivative with respect to " + ToUtf8(p.params[d]), std::move(h)});
+        const std::string name = ToUtf8(p.params[static_cast<std::size_t>(d.index)]);
+        trees.push_back({(d.order == 1 ? "derivative" : DerivativeLabel(p.params, d) + ", the derivative") +
+                             " with respect to " + name + (d.order > 1 ? " taken " + std::to_string(d.order) + " times" : ""),
+                         std::move(h.calc)});
     }
-    // Dump lines are indented ten blanks a level, so a deep derivative tree
-    // can dump to gigabytes; the outline is cheaper, but not by a lot.
-    const std::uint64_t kMaxChars = 64u << 20;
+    // The dump indents each line ten blanks a level, so deep derivative trees
+    // dump to gigabytes, and the library builds the whole dump in memory; the
+    // outline (two blanks a level) is written as the walk goes.
+    const std::uint64_t kMaxBytes = 64u << 20;
     const bool dotToStdout = dotPath == "-";
     for (const Tree& t : trees) {
         const vexa::TreeMeasure m = vexa::MeasureTree(t.calc.get());
-        const std::uint64_t outline = m.dump_chars / 5 + 32 * m.nodes;
-        if (!dotToStdout && (dump ? m.dump_chars : outline) > kMaxChars) {
-            Error("the tree of '" + t.title + "' has " + std::to_string(m.nodes) + " nodes, " + std::to_string(m.depth) +
-                  " levels deep; its " + (dump ? "dump" : "outline") + " would be larger than 64 MiB");
-            return kExitEval;
-        }
+        const std::uint64_t dumpBytes = m.dump_chars + m.nodes;  // line ends
+        const std::uint64_t outline = m.dump_chars / 5 + 24 * m.nodes;
+        const std::uint64_t bytes = dump ? dumpBytes : outline;
+        if (dotToStdout || bytes <= kMaxBytes || (force && !dump)) continue;
+        Error("the tree of the " + t.title.substr(0, t.title.find(':')) + " has " + std::to_string(m.nodes) +
+              " nodes, " + std::to_string(m.depth) + " levels deep: its dump would be " +
+              std::to_string(dumpBytes) + " characters (" + Size(dumpBytes * 4) +
+              " in memory as the library builds it), its outline about " + Size(outline) + ".\n  " +
+              (dump ? std::string("The dump is refused beyond 64 MiB; --force streams the outline instead (without "
+                                  "--dump).")
+                    : std::string("Refused beyond 64 MiB; --force writes it all the same, node by node.")));
+        return kExitEval;
     }
     if (!dotToStdout) {
         std::cout << "parameters:";
@@ -295,7 +402,7 @@ int RunTree(const ExprArgs& a, const std::vector<std::string>& derivatives, cons
                 static_cast<Expression*>(t.calc.get())->Dump(lines);
                 for (const std::wstring& l : lines) std::cout << ToUtf8(l) << '\n';
             } else {
-                std::cout << RenderOutline(t.calc.get(), p.params);
+                WriteOutline(std::cout, t.calc.get(), p.params);
             }
         }
     }
@@ -332,9 +439,10 @@ int RunCheck(const std::vector<std::string>& files, const std::optional<std::str
         }
         total.checked += s.checked;
         total.failed += s.failed;
+        total.warned += s.warned;
     }
     std::cout << total.checked << " expression" << (total.checked == 1 ? "" : "s") << " checked, " << total.failed
-              << " with errors\n";
+              << " with errors, " << total.warned << " with warnings\n";
     if (ioError) return kExitIo;
     return total.failed ? kExitCheckFailed : kExitOk;
 }

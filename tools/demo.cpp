@@ -1,11 +1,15 @@
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <sstream>
 
 #include "tools/check.h"
 #include "tools/commands.h"
+#include "tools/derivatives.h"
+#include "tools/explain.h"
 #include "tools/errors.h"
 #include "tools/numbers.h"
 #include "tools/session.h"
@@ -24,6 +28,9 @@ namespace {
 //   #@set NAME=VALUE ...       values of the other parameters
 //   #@at NAME=VALUE ...        one row of a table of chosen values
 //   #@params LIST              the host's parameter-name list
+//   #@ylabel TEXT              what the value is, for the plot
+//   #@yunit UNIT [FACTOR]      its unit in the plot, drawn times FACTOR
+//   #@xunit UNIT               the unit of the swept parameter
 struct DemoEntry {
     int line = 0;
     std::string title, expression;
@@ -34,6 +41,7 @@ struct DemoEntry {
     int points = 0;
     std::vector<std::vector<Assignment>> at;
     std::optional<std::wstring> list;
+    PlotUnits units;
     std::string error;  // a malformed directive
 };
 
@@ -70,12 +78,26 @@ void Directive(const std::string& text, DemoEntry& e) {
     const std::vector<std::string> w = Words(text);
     if (w.empty()) return;
     std::string err;
+    // The rest of the line after the directive's name.
+    std::string rest = text.substr(text.find(w[0]) + w[0].size());
+    rest.erase(0, rest.find_first_not_of(" \t"));
     if (w[0] == "title") {
-        e.title = text.substr(text.find("title") + 5);
-        e.title.erase(0, e.title.find_first_not_of(" \t"));
+        e.title = rest;
+    } else if (w[0] == "ylabel") {
+        e.units.ylabel = rest;
+    } else if (w[0] == "xunit") {
+        e.units.xunit = rest;
+    } else if (w[0] == "yunit") {
+        auto factor = w.size() == 3 ? ParseLanguageNumber(w[2]) : std::optional<double>(1.0);
+        if (w.size() < 2 || w.size() > 3 || !factor || !std::isfinite(*factor) || *factor == 0) {
+            e.error = "'#@yunit' wants UNIT [FACTOR], the factor a number other than 0 such as 1E3 or RTOD";
+            return;
+        }
+        e.units.yunit = w[1];
+        e.units.yscale = *factor;
     } else if (w[0] == "range") {
-        auto lo = w.size() > 2 ? ParseNumber(w[2]) : std::nullopt;
-        auto hi = w.size() > 3 ? ParseNumber(w[3]) : std::nullopt;
+        auto lo = w.size() > 2 ? ParseLanguageNumber(w[2]) : std::nullopt;
+        auto hi = w.size() > 3 ? ParseLanguageNumber(w[3]) : std::nullopt;
         auto n = w.size() > 4 ? ParseNumber(w[4]) : std::optional<double>(0);
         if (w.size() < 4 || w.size() > 5 || !lo || !hi || !n || *n < 0 || *n > 100000) {
             e.error = "'#@range' wants NAME LO HI [POINTS]";
@@ -92,9 +114,9 @@ void Directive(const std::string& text, DemoEntry& e) {
         e.at.emplace_back();
         if (!Assignments(w, 1, e.at.back(), err)) e.error = err;
     } else if (w[0] == "params") {
-        e.list = ToWide(w.size() > 1 ? text.substr(text.find("params") + 7) : std::string());
+        e.list = ToWide(rest);
     } else {
-        e.error = "unknown directive '#@" + w[0] + "' (known: title, range, set, at, params)";
+        e.error = "unknown directive '#@" + w[0] + "' (known: title, range, set, at, params, ylabel, yunit, xunit)";
     }
 }
 
@@ -129,9 +151,14 @@ std::string Slug(const DemoEntry& e, int n) {
             s += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
         else if (!s.empty() && s.back() != '_')
             s += '_';
-        if (s.size() >= 36) break;
     }
     while (!s.empty() && s.back() == '_') s.pop_back();
+    // Long titles end at a whole word.
+    const std::size_t kMost = 48;
+    if (s.size() > kMost) {
+        const std::size_t cut = s.rfind('_', kMost);
+        s = s.substr(0, cut == std::string::npos || cut < kMost / 2 ? kMost : cut);
+    }
     char num[16];
     std::snprintf(num, sizeof num, "%02d", n);
     return std::string(num) + (s.empty() ? "" : "_" + s);
@@ -158,7 +185,8 @@ std::string CellOf(const EvalResult& r) {
     return FormatValue(r.value);
 }
 
-// Values at chosen points: one row per '#@at' line, derivatives by every parameter.
+// Values at chosen points: one row per '#@at' line, with the derivatives by
+// every scalar parameter, exact and as the derivative calculator gives them.
 bool TableAt(const DemoEntry& e, const Parsed& p) {
     std::vector<std::string> heads;
     for (const std::wstring& n : p.params) heads.push_back(ToUtf8(n));
@@ -176,14 +204,23 @@ bool TableAt(const DemoEntry& e, const Parsed& p) {
             return false;
         }
     }
-    // A derivative is taken by a small step in one scalar; a vector or
-    // matrix parameter has no such step.
-    std::vector<vexa::CalcRef> derivs;
+    std::unique_ptr<vexa::CompiledExpression> form =
+        AllScalar(valueSets[0]) ? vexa::CompiledExpression::Make(p.calc.get(), static_cast<int>(p.params.size())) : nullptr;
+    // A derivative by a vector or matrix parameter has no meaning here.
+    std::vector<int> wrt;
+    std::vector<HostDerivative> hosts;
+    std::vector<std::string> notes;
     for (std::size_t i = 0; i < p.params.size(); ++i) {
         if (valueSets[0][i].getType() != DT_SCALAR) continue;
-        int code = 0;
-        derivs.push_back(DerivativeOf(p.calc.get(), static_cast<int>(i), code));
-        heads.push_back("d/d" + ToUtf8(p.params[i]));
+        const DerivativeRequest d{static_cast<int>(i), 1};
+        wrt.push_back(static_cast<int>(i));
+        hosts.push_back(HostDerivativeOf(p.calc.get(), p.params, d));
+        const std::string label = DerivativeLabel(p.params, d);
+        if (form) heads.push_back(label);
+        heads.push_back("calc " + label + (hosts.back().mark.empty() ? "" : "*"));
+        if (!hosts.back().mark.empty())
+            notes.push_back("calc " + label + "*: the derivative calculator is not to be trusted here: " +
+                            hosts.back().mark);
     }
     std::vector<std::vector<std::string>> rows;
     std::vector<int> codes;
@@ -195,11 +232,25 @@ bool TableAt(const DemoEntry& e, const Parsed& p) {
         std::vector<std::string> row;
         for (const VEXA_Data& v : values) row.push_back(FormatValue(v));
         row.push_back(cell(EvaluateAt(p.calc.get(), values)));
-        for (vexa::CalcRef& d : derivs) row.push_back(d ? cell(EvaluateAt(d.get(), values)) : "-");
+        std::vector<double> point, grad(values.size(), 0.0);
+        vexa::Outcome exact{0, vexa::Failure::kNoGradient, 0};
+        if (form) {
+            for (const VEXA_Data& v : values) point.push_back(v.getValue()[0]);
+            vexa::Workspace ws(*form);
+            exact = form->Gradient(point.data(), grad.data(), ws);
+        }
+        for (std::size_t k = 0; k < wrt.size(); ++k) {
+            if (form) row.push_back(exact.ok() ? FormatShort(grad[static_cast<std::size_t>(wrt[k])], 10) : "-");
+            row.push_back(hosts[k].calc ? cell(EvaluateAt(hosts[k].calc.get(), values)) : "-");
+        }
         rows.push_back(row);
     }
     PrintRows(heads, rows);
     for (int c : codes) std::cout << "   error " << c << ": " << DescribeThrownCode(c) << '\n';
+    if (!wrt.empty())
+        std::cout << "   calc: what the library's derivative calculator gives a host"
+                  << (form ? "; beside it the exact derivative" : "; no exact derivative for vector values") << '\n';
+    for (const std::string& note : notes) std::cout << "   " << note << '\n';
     return true;
 }
 
@@ -215,7 +266,7 @@ bool SweepAndPlot(const DemoEntry& e, const Parsed& p, const std::string& outDir
     req.from = e.lo;
     req.to = e.hi;
     req.points = e.points > 0 ? e.points : points;
-    req.derivatives.push_back(req.index);
+    req.derivatives.push_back({req.index, 1});
     std::vector<Assignment> all = e.fixed;
     Assignment x;
     x.name = p.params[req.index];
@@ -228,7 +279,7 @@ bool SweepAndPlot(const DemoEntry& e, const Parsed& p, const std::string& outDir
         return false;
     }
     SweepResult result;
-    if (!vexa_cli::RunSweep(p.calc.get(), p.params, values, req, result, msg)) {
+    if (!vexa_cli::RunSweep(p.calc.get(), p.text, p.params, values, req, result, msg)) {
         std::cerr << "vexa: error: line " << e.line << ": " << msg << '\n';
         return false;
     }
@@ -241,11 +292,11 @@ bool SweepAndPlot(const DemoEntry& e, const Parsed& p, const std::string& outDir
     PrintTable(table, result, rows);
     std::istringstream lines(table.str());
     for (std::string l; std::getline(lines, l);) std::cout << "  " << l << '\n';
-    for (const std::string& note : MissingNotes(result)) std::cout << "   note: " << note << '\n';
+    for (const std::string& note : SweepNotes(result)) std::cout << "   note: " << note << '\n';
     const std::string title = e.title.empty() ? e.expression : e.title;
     const std::string sub = (e.title.empty() ? std::string() : e.expression) + (fixed.empty() ? "" : "   [" + fixed + "]");
     const std::string path = (std::filesystem::path(outDir) / (Slug(e, n) + ".svg")).string();
-    if (!WriteFileText(path, RenderSvg(PlotOfSweep(result, title, sub)), msg)) {
+    if (!WriteFileText(path, RenderSvg(PlotOfSweep(result, title, sub, e.units)), msg)) {
         std::cerr << "vexa: error: " << msg << '\n';
         return false;
     }
@@ -287,14 +338,12 @@ int RunDemo(const std::string& file, const std::string& outDir, int points, int 
             ++failed;
             continue;
         }
+        for (const vexa::TextWarning& w : vexa::ReviewText(p.text.c_str(), p.list ? p.list->c_str() : nullptr))
+            std::cout << "   warning: " << DescribeWarning(w, p.text, p.list);
         std::cout << "   parameters: " << JoinNames(p.params) << '\n';
         bool ok = true;
-        if (e.has_range && p.can_plot) {
-            ok = SweepAndPlot(e, p, outDir, points, rows, n, written);
-        } else {
-            if (!p.can_plot) std::cout << "   (calls IMPACT or BISTOP: not plottable, evaluated at chosen values)\n";
-            ok = TableAt(e, p);
-        }
+        if (e.has_range) ok = SweepAndPlot(e, p, outDir, points, rows, n, written);
+        if (ok && (!e.has_range || !e.at.empty())) ok = TableAt(e, p);
         if (!ok) ++failed;
     }
     std::cout << "\n" << entries.size() << " expressions, " << written.size() << " plots written to " << outDir;

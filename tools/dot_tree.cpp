@@ -100,8 +100,7 @@ std::string RenderDot(const std::vector<DotGraph>& graphs, const std::vector<std
     return o.str();
 }
 
-std::string RenderOutline(ICalculator* calc, const std::vector<std::wstring>& params) {
-    std::ostringstream o;
+void WriteOutline(std::ostream& o, ICalculator* calc, const std::vector<std::wstring>& params) {
     vexa::WalkTree(
         calc,
         [&o](const vexa::TreeNodeInfo& n) {
@@ -116,7 +115,6 @@ std::string RenderOutline(ICalculator* calc, const std::vector<std::wstring>& pa
             return true;
         },
         &params);
-    return o.str();
 }
 
 }  // namespace vexa_cli

@@ -1,6 +1,7 @@
 #ifndef VEXA_TOOLS_DOT_TREE_H
 #define VEXA_TOOLS_DOT_TREE_H
 
+#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -19,8 +20,8 @@ struct DotGraph {
 std::string RenderDot(const std::vector<DotGraph>& graphs, const std::vector<std::wstring>& params);
 
 // The tree as an indented outline, one node a line, each child two blanks
-// deeper than its parent.
-std::string RenderOutline(ICalculator* calc, const std::vector<std::wstring>& params);
+// deeper than its parent, written as the walk goes.
+void WriteOutline(std::ostream& out, ICalculator* calc, const std::vector<std::wstring>& params);
 
 }  // namespace vexa_cli
 

@@ -7,10 +7,6 @@
 
 namespace vexa_cli {
 
-namespace {
-
-// The text with a caret line under a piece of it; of a long text only the
-// part around the piece.
 std::string CaretBlock(const std::wstring& text, int position, int length) {
     const std::size_t at = static_cast<std::size_t>(std::max(position, 0));
     const std::size_t from = text.size() > 100 && at > 50 ? at - 40 : 0;
@@ -24,6 +20,8 @@ std::string CaretBlock(const std::wstring& text, int position, int length) {
     if (at >= text.size()) caret += " (end of text)";
     return "    " + shown + "\n    " + caret;
 }
+
+namespace {
 
 // What the command knows beyond the library about the function concerned.
 std::string CallFormHint(const vexa::ParseDiagnosis& d) {
@@ -67,6 +65,10 @@ std::string DescribeParseFailure(const Parsed& p) {
     msg += '\n';
     const std::string hint = CallFormHint(d);
     if (!hint.empty()) msg += "  " + hint + '\n';
+    // What pre-processing did to the text often explains the failure (MAX(1 2) has one argument).
+    if (p.status == ParseStatus::SyntaxError)
+        for (const vexa::TextWarning& w : vexa::ReviewText(p.text.c_str()))
+            msg += "  note: " + DescribeWarning(w, p.text, p.list);
     return msg;
 }
 
@@ -82,6 +84,13 @@ std::string DescribeThrownCode(int code) {
         return "a parameter was read that was given no value (code 123)";
     case 1000:
         return "a derivative rule met a call with the wrong number of arguments (code 1000)";
+    case vexa::kFunctionInUse:
+        return "a registered function was called while a call of it was still running (code -1001): its one "
+               "calculator holds the arguments of one call at a time, so calls of it must not overlap (another "
+               "thread, or a loop through its own tree)";
+    case vexa::kCallsTooDeep:
+        return "the evaluation would nest deeper than the library's stack limit (code -1002), counting the "
+               "trees of the registered functions it calls";
     default:
         return "the library stopped with the unexpected code " + std::to_string(code);
     }
@@ -91,6 +100,13 @@ std::string DescribeNullResult() {
     return "the expression has no value for these values (null result): a function refused its arguments, "
            "e.g. SQRT or LOG outside its domain, ASIN/ACOS of |x| > 1, or a vector or matrix where a scalar "
            "is needed";
+}
+
+std::string DescribeWarning(const vexa::TextWarning& w, const std::wstring& text,
+                            const std::optional<std::wstring>& list) {
+    std::string s = w.message + '\n';
+    if (w.position >= 0) s += CaretBlock(w.in_list && list ? *list : text, w.position, w.length) + '\n';
+    return s;
 }
 
 }  // namespace vexa_cli

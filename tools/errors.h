@@ -1,6 +1,7 @@
 #ifndef VEXA_TOOLS_ERRORS_H
 #define VEXA_TOOLS_ERRORS_H
 
+#include <optional>
 #include <string>
 
 #include "tools/session.h"
@@ -29,6 +30,15 @@ std::string DescribeThrownCode(int code);
 
 // Why Evaluate gave a null result.
 std::string DescribeNullResult();
+
+// The text with a caret line under a piece of it, each line indented four
+// blanks; of a long text only the part around the piece.
+std::string CaretBlock(const std::wstring& text, int position, int length);
+
+// One warning of the library's review of a text (or of its name list), with
+// the piece it concerns marked. Ends in a line break.
+std::string DescribeWarning(const vexa::TextWarning& w, const std::wstring& text,
+                            const std::optional<std::wstring>& list);
 
 }  // namespace vexa_cli
 

@@ -2,6 +2,7 @@
 // expressions of the function language through the vexa library.
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <iostream>
 
 #include "tools/commands.h"
@@ -30,6 +31,33 @@ CLI::Option* AddListOption(CLI::App* sub, std::string& list) {
                            "first in the parameter order, the expression's other names follow");
 }
 
+// A mistyped command: the nearest known one, or empty when none is near
+// (edit distance over 2).
+std::string NearestCommand(const std::string& word) {
+    const char* commands[] = {"eval", "sweep", "tree", "check", "functions", "demo"};
+    std::string best;
+    std::size_t bestDistance = 3;
+    for (const char* c : commands) {
+        const std::string cmd = c;
+        std::vector<std::size_t> row(cmd.size() + 1);
+        for (std::size_t j = 0; j <= cmd.size(); ++j) row[j] = j;
+        for (std::size_t i = 1; i <= word.size(); ++i) {
+            std::size_t diagonal = row[0];
+            row[0] = i;
+            for (std::size_t j = 1; j <= cmd.size(); ++j) {
+                const std::size_t up = row[j];
+                row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (word[i - 1] == cmd[j - 1] ? 0 : 1)});
+                diagonal = up;
+            }
+        }
+        if (row[cmd.size()] < bestDistance) {
+            bestDistance = row[cmd.size()];
+            best = cmd;
+        }
+    }
+    return best;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -45,7 +73,10 @@ int main(int argc, char** argv) {
     CLI::App* eval = app.add_subcommand("eval", "evaluate an expression for given parameter values");
     AddExprOptions(eval, evalArgs, true);
     CLI::Option* evalListOpt = AddListOption(eval, evalList);
-    eval->add_option("-d,--derivative", evalDerivs, "also print the derivative with respect to NAME (repeatable)");
+    eval->add_option("-d,--derivative", evalDerivs,
+                     "also the derivative with respect to NAME, or with NAME:K the K-th (repeatable)");
+    eval->add_flag("--strict", evalArgs.strict,
+                   "a term dropped because a function refused its arguments, or a NaN, is an error");
     eval->footer(
         "Examples:\n"
         "  vexa eval \"2*x + y^2\" x=1.5 y=3\n"
@@ -54,7 +85,12 @@ int main(int argc, char** argv) {
         "  vexa eval \"m*m\" \"m=[[1,2],[3,4]]\"\n"
         "  vexa eval \"IMPACT({DIST}, {VEL}, 0, 1E5, 1.5, 100, 0.001)\" {DIST}=-0.001 {VEL}=-0.2\n"
         "  vexa eval -p \"b,a\" \"a - b\" a=5 b=2      (order: b, a)\n"
-        "Prints the final parameter order, each value and the result with every element at full precision.");
+        "  vexa eval \"STEP(TIME, T0, 0, 1, H)\" TIME=0.5 T0=0 H=2 -d H -d TIME:2\n"
+        "Prints the final parameter order, each value and the result with every element at full precision.\n"
+        "Values are numbers or constants as expressions write them: 1.5, -2, 3E-4, 90D, PI/2.\n"
+        "A first derivative is shown exactly (the library's exact gradient), with what the library's\n"
+        "derivative calculator gives a host beside it, marked '*' where it comes from a central difference\n"
+        "or does not follow an argument. Orders that would nest more than 3 central differences are refused.");
 
     SweepArgs sweepArgs;
     std::string sweepList;
@@ -66,27 +102,39 @@ int main(int argc, char** argv) {
     sweep->add_option("--to", sweepArgs.to, "last value of the swept parameter")->required();
     sweep->add_option("-n,--points", sweepArgs.points, "number of points, both ends included (default 101)");
     sweep->add_flag("-d,--derivative", sweepArgs.derivative, "also the derivative with respect to the swept parameter");
-    sweep->add_option("--wrt", sweepArgs.wrt, "also the derivative with respect to NAME (repeatable)");
+    sweep->add_option("--wrt", sweepArgs.wrt, "also the derivative with respect to NAME, or NAME:K (repeatable)");
+    sweep->add_flag("--strict", sweepArgs.expr.strict,
+                    "points where a function refused its arguments get no value, even if a sum dropped the term");
     sweep->add_option("--csv", sweepArgs.csv, "write CSV to FILE ('-' for standard output, then no table)");
     sweep->add_option("--svg", sweepArgs.svg, "write an SVG plot to FILE");
     sweep->add_option("--title", sweepArgs.title, "title of the plot (default: the expression)");
     sweep->add_flag("--no-table", sweepArgs.no_table, "do not print the table");
+    sweep->add_option("--ylabel", sweepArgs.ylabel, "what the value is, for the plot's axis (default 'value')");
+    sweep->add_option("--yunit", sweepArgs.yunit, "unit of the plotted value, e.g. mm");
+    sweep->add_option("--yscale", sweepArgs.yscale, "plot the value times this, e.g. 1E3 (m to mm) or RTOD");
+    sweep->add_option("--xunit", sweepArgs.xunit, "unit of the swept parameter, e.g. s");
     sweep->footer(
         "Examples:\n"
         "  vexa sweep \"HAVSIN(TIME, 0, 0, 0.8, 2)\" --from 0 --to 1 -n 11 -d\n"
         "  vexa sweep \"AMP*SIN(2*PI*F*TIME)\" AMP=2 F=0.5 -x TIME --from 0 --to 4 --wrt AMP --csv out.csv\n"
-        "  vexa sweep \"STEP5(TIME, 0.5, 0, 1.5, 90D)\" --from 0 --to 2 -n 201 -d --svg step5.svg\n"
+        "  vexa sweep \"STEP5(TIME, 0.5, 0, 1.5, 90D)\" --from 0 --to 2 -n 201 -d --svg step5.svg \\\n"
+        "        --ylabel angle --yunit deg --yscale RTOD --xunit s\n"
+        "  vexa sweep \"IMPACT({DIST}, {VEL}, 0, 2E5, 1.5, 80, 1E-3)\" {VEL}=0 -x {DIST} --from -1E-3 --to 5E-4 -d\n"
         "The other parameters are held at the values given as NAME=VALUE. Points where the expression has no\n"
-        "value show '-' in the table, stay empty in the CSV and leave a gap in the plot.");
+        "value show '-' in the table, NaN in the CSV and leave a gap in the plot. Derivatives come in two\n"
+        "columns: exact, and what the library's derivative calculator gives a host ('calc', marked '*' where\n"
+        "it comes from a central difference or does not follow an argument).");
 
     ExprArgs treeArgs;
     std::string treeList, dotPath;
     std::vector<std::string> treeDerivs;
-    bool treeDump = false;
+    bool treeDump = false, treeForce = false;
     CLI::App* tree = app.add_subcommand("tree", "show the expression tree and optionally Graphviz DOT");
     AddExprOptions(tree, treeArgs, false);
     CLI::Option* treeListOpt = AddListOption(tree, treeList);
-    tree->add_option("-d,--derivative", treeDerivs, "also the tree of the derivative with respect to NAME (repeatable)");
+    tree->add_option("-d,--derivative", treeDerivs,
+                     "also the tree of the derivative with respect to NAME, or NAME:K (repeatable)");
+    tree->add_flag("--force", treeForce, "write an outline larger than 64 MiB all the same");
     tree->add_option("--dot", dotPath, "write the trees as Graphviz DOT to FILE ('-' for standard output)");
     tree->add_flag("--dump", treeDump, "print the library's own dump lines (Expression::Dump) instead of the outline");
     tree->footer(
@@ -138,9 +186,29 @@ int main(int argc, char** argv) {
         "  #@title TEXT              heading and plot title\n"
         "  #@range NAME LO HI [N]    sweep NAME from LO to HI, plot value and derivative\n"
         "  #@set NAME=VALUE ...      values of the other parameters\n"
-        "  #@at NAME=VALUE ...       one table row at chosen values (for IMPACT/BISTOP, which cannot be plotted)\n"
-        "  #@params LIST             the host's parameter-name list");
+        "  #@at NAME=VALUE ...       one table row at chosen values, with derivatives by every parameter\n"
+        "  #@params LIST             the host's parameter-name list\n"
+        "  #@ylabel TEXT             what the value is, for the plot's axis\n"
+        "  #@yunit UNIT [FACTOR]     the value's unit in the plot, drawn times FACTOR (e.g. mm 1E3, deg RTOD)\n"
+        "  #@xunit UNIT              the unit of the swept parameter\n"
+        "Numbers and values are written as in expressions (1E-3, 90D, PI/2). Each derivative is shown exact\n"
+        "and as the library's derivative calculator gives it to a host, marked '*' where that one comes from a\n"
+        "central difference or does not follow an argument.");
 
+    auto isCommand = [&app](const char* word) {
+        try {
+            return app.get_subcommand(word) != nullptr;
+        } catch (const CLI::OptionNotFound&) {
+            return false;
+        }
+    };
+    if (argc > 1 && argv[1][0] != '-' && !isCommand(argv[1])) {
+        const std::string near = NearestCommand(argv[1]);
+        std::cerr << "vexa: error: unknown command '" << argv[1] << "'"
+                  << (near.empty() ? std::string() : "; did you mean '" + near + "'?")
+                  << " (commands: eval, sweep, tree, check, functions, demo; see vexa --help)\n";
+        return kExitUsage;
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -164,7 +232,7 @@ int main(int argc, char** argv) {
         }
         if (*tree) {
             treeArgs.list = listOf(treeListOpt, treeList);
-            return RunTree(treeArgs, treeDerivs, dotPath, treeDump);
+            return RunTree(treeArgs, treeDerivs, dotPath, treeDump, treeForce);
         }
         if (*check) return RunCheck(checkFiles, listOf(checkListOpt, checkList), checkVerbose);
         if (*functions) return RunFunctions(fnNames, fnNamesOnly);

@@ -28,8 +28,27 @@ std::optional<double> ParseNumber(std::string_view text, bool* outOfRange) {
     return v;
 }
 
+std::optional<double> ParseLanguageNumber(std::string_view text, bool* outOfRange) {
+    if (auto v = ParseNumber(text, outOfRange)) return v;
+    if (outOfRange && *outOfRange) return std::nullopt;
+    // The library reads the language's own numbers and constants: a text
+    // without parameters whose value is a scalar.
+    const std::wstring wide = vexa::FromUtf8(std::string(text));
+    vexa::ParseResult r = vexa::TryParse(wide.c_str(), L"");
+    if (!r.calc || !r.names.empty()) return std::nullopt;
+    VEXA_Data none, value;
+    try {
+        if (!r.calc->Evaluate(0, &none, value) || value.getType() != DT_SCALAR) return std::nullopt;
+    } catch (int) {
+        return std::nullopt;
+    }
+    return value.getValue()[0];
+}
+
 static std::string Finish(const char* buf, const char* end, double v) {
     std::string s(buf, end);
+    for (char& c : s)
+        if (c == 'e') c = 'E';
     // "-0" carries no information for a reader and upsets column alignment.
     if (v == 0.0) return "0";
     return s;

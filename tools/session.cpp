@@ -91,4 +91,10 @@ bool BindValues(const std::vector<std::wstring>& params, const std::vector<Assig
     return true;
 }
 
+bool AllScalar(const std::vector<VEXA_Data>& values) {
+    for (const VEXA_Data& v : values)
+        if (v.getType() != DT_SCALAR) return false;
+    return true;
+}
+
 }  // namespace vexa_cli

@@ -49,6 +49,9 @@ bool BindValues(const std::vector<std::wstring>& params, const std::vector<Assig
 
 std::string JoinNames(const std::vector<std::wstring>& names);
 
+// Whether every value is a scalar, as bulk evaluation and exact gradients need.
+bool AllScalar(const std::vector<VEXA_Data>& values);
+
 }  // namespace vexa_cli
 
 #endif

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <sstream>
 
 #include "tools/numbers.h"
@@ -12,11 +13,13 @@ namespace {
 
 const int kWidth = 960;
 const int kLeft = 96;
-const int kRight = 210;
-const int kTop = 76;
+const int kRight = 28;
+const int kTop = 84;
 const int kPanelHeight = 290;
-const int kPanelGap = 64;
+const int kPanelGap = 72;
 const int kBottom = 62;
+// Share of the data's span left free above and below the curves.
+const double kHeadroom = 0.06;
 const char* kColors[] = {"#1f77b4", "#d62728", "#2ca02c", "#ff7f0e", "#9467bd", "#8c564b", "#e377c2", "#17becf"};
 const char* kFont = "DejaVu Sans, Arial, Helvetica, sans-serif";
 
@@ -37,11 +40,7 @@ std::string Esc(const std::string& s) {
 std::string Clip(const std::string& s, std::size_t n) { return s.size() <= n ? s : s.substr(0, n - 3) + "..."; }
 
 // Coordinates with two decimals: enough for a screen, small files.
-std::string C(double v) {
-    std::ostringstream o;
-    o << FormatShort(std::round(v * 100.0) / 100.0, 8);
-    return o.str();
-}
+std::string C(double v) { return FormatShort(std::round(v * 100.0) / 100.0, 8); }
 
 double Step(double lo, double hi, int target) {
     const double raw = (hi - lo) / std::max(1, target - 1);
@@ -73,8 +72,29 @@ Range YRange(const PlotPanel& p) {
         const double d = lo == 0 ? 1 : std::fabs(lo) * 0.5;
         return {lo - d, hi + d};
     }
-    const double step = Step(lo, hi, 6);
-    return {std::floor(lo / step) * step, std::ceil(hi / step) * step};
+    // Curves that reach the frame hide behind it.
+    const double pad = (hi - lo) * kHeadroom;
+    return {lo - pad, hi + pad};
+}
+
+// "d(lift)/dTIME [mm/s]" for a derivative panel.
+std::string DerivativeAxis(const Quantity& q, const std::string& xname, const PlotUnits& u) {
+    const std::string k = q.order > 1 ? std::to_string(q.order) : "";
+    std::string label = u.ylabel.empty() ? "d" + k + "/d" + q.wrt + k : "d" + k + "(" + u.ylabel + ")/d" + q.wrt + k;
+    if (q.wrt == xname && !u.xunit.empty()) {
+        const std::string x = u.xunit.find('/') == std::string::npos ? u.xunit : "(" + u.xunit + ")";
+        label += " [" + (u.yunit.empty() ? std::string("1") : u.yunit) + "/" + x + (k.empty() ? "" : "^" + k) + "]";
+    }
+    else if (!u.yunit.empty())
+        label += " [" + u.yunit + " per " + q.wrt + (k.empty() ? "" : "^" + k) + "]";
+    return label;
+}
+
+// A legend entry for the derivative calculator's curve says what to make of it.
+std::string HostLegend(const Quantity& q) {
+    if (q.mark.find("blind") != std::string::npos) return "derivative calculator (ignores " + q.wrt + ")";
+    if (!q.mark.empty()) return "derivative calculator (central diff.)";
+    return "derivative calculator";
 }
 
 }  // namespace
@@ -95,14 +115,61 @@ std::vector<double> NiceTicks(double lo, double hi, int target) {
     return ticks;
 }
 
-PlotPage PlotOfSweep(const SweepResult& r, const std::string& title, const std::string& subtitle) {
+PlotPage PlotOfSweep(const SweepResult& r, const std::string& title, const std::string& subtitle,
+                     const PlotUnits& units) {
     PlotPage page;
     page.title = title;
     page.subtitle = subtitle;
-    page.xlabel = r.xname;
+    page.xlabel = r.xname + (units.xunit.empty() ? "" : " [" + units.xunit + "]");
     page.xs = r.xs;
-    for (const Quantity& q : r.quantities) page.panels.push_back({q.title, q.series});
+    std::map<int, std::size_t> panelOf;
+    for (const Quantity& q : r.quantities) {
+        if (!panelOf.count(q.panel)) {
+            panelOf[q.panel] = page.panels.size();
+            PlotPanel p;
+            p.ylabel = q.panel == 0 ? (units.ylabel.empty() ? "value" : units.ylabel) +
+                                          (units.yunit.empty() ? "" : " [" + units.yunit + "]")
+                                    : DerivativeAxis(q, r.xname, units);
+            page.panels.push_back(p);
+        }
+        PlotPanel& p = page.panels[panelOf[q.panel]];
+        p.missing = std::max(p.missing, q.missing);
+        for (Series s : q.series) {
+            for (double& y : s.ys) y *= units.yscale;
+            if (q.host) s.label = HostLegend(q);
+            else if (q.panel != 0) s.label = "exact";
+            p.series.push_back(std::move(s));
+        }
+    }
     return page;
+}
+
+std::vector<std::size_t> ThinToPixels(const std::vector<double>& xs, const std::vector<double>& ys, int pixels) {
+    std::vector<std::size_t> keep;
+    const std::size_t n = std::min(xs.size(), ys.size());
+    if (n <= static_cast<std::size_t>(2 * std::max(pixels, 1)) || !(xs.back() != xs.front())) {
+        for (std::size_t i = 0; i < n; ++i) keep.push_back(i);
+        return keep;
+    }
+    const double lo = std::min(xs.front(), xs.back()), span = std::fabs(xs.back() - xs.front());
+    std::size_t i = 0;
+    while (i < n) {
+        if (!std::isfinite(ys[i])) {
+            keep.push_back(i++);
+            continue;
+        }
+        const long column = std::lround((xs[i] - lo) / span * pixels);
+        std::size_t first = i, low = i, high = i, last = i;
+        while (i < n && std::isfinite(ys[i]) && std::lround((xs[i] - lo) / span * pixels) == column) {
+            if (ys[i] < ys[low]) low = i;
+            if (ys[i] > ys[high]) high = i;
+            last = i++;
+        }
+        std::size_t picked[] = {first, std::min(low, high), std::max(low, high), last};
+        for (std::size_t k : picked)
+            if (keep.empty() || keep.back() != k) keep.push_back(k);
+    }
+    return keep;
 }
 
 std::string RenderSvg(const PlotPage& page) {
@@ -118,7 +185,7 @@ std::string RenderSvg(const PlotPage& page) {
       << Esc(Clip(page.title, 95)) << "</text>\n";
     if (!page.subtitle.empty())
         o << "<text x=\"" << kWidth / 2 << "\" y=\"52\" text-anchor=\"middle\" font-size=\"13\" fill=\"#444\">"
-          << Esc(Clip(page.subtitle, 120)) << "</text>\n";
+          << Esc(Clip(page.subtitle, 130)) << "</text>\n";
 
     double xlo = page.xs.empty() ? 0 : page.xs.front();
     double xhi = page.xs.empty() ? 1 : page.xs.back();
@@ -169,7 +236,7 @@ std::string RenderSvg(const PlotPage& page) {
               << Esc(TickLabel(t, ystep)) << "</text>\n";
         }
         o << "<text transform=\"translate(22," << top + kPanelHeight / 2 << ") rotate(-90)\" text-anchor=\"middle\" "
-          << "font-size=\"14\">" << Esc(panel.ylabel) << "</text>\n";
+          << "font-size=\"14\">" << Esc(Clip(panel.ylabel, 44)) << "</text>\n";
         o << "<text x=\"" << kLeft + plotW / 2 << "\" y=\"" << bottom + 42 << "\" text-anchor=\"middle\" font-size=\"14\">"
           << Esc(page.xlabel) << "</text>\n";
 
@@ -179,7 +246,7 @@ std::string RenderSvg(const PlotPage& page) {
             std::string d;
             bool pen = false;
             int drawn = 0;
-            for (std::size_t i = 0; i < ser.ys.size() && i < page.xs.size(); ++i) {
+            for (std::size_t i : ThinToPixels(page.xs, ser.ys, plotW)) {
                 const double y = ser.ys[i];
                 if (!std::isfinite(y)) {
                     pen = false;
@@ -193,7 +260,8 @@ std::string RenderSvg(const PlotPage& page) {
             anyPoint = true;
             const char* color = kColors[(colorBase + s) % (sizeof kColors / sizeof kColors[0])];
             o << "<path clip-path=\"url(#clip" << p << ")\" fill=\"none\" stroke=\"" << color
-              << "\" stroke-width=\"2.2\" stroke-linejoin=\"round\" d=\"" << d.substr(1) << "\"/>\n";
+              << "\" stroke-width=\"2.2\" stroke-linejoin=\"round\"" << (ser.dashed ? " stroke-dasharray=\"7 5\"" : "")
+              << " d=\"" << d.substr(1) << "\"/>\n";
             // A lone point would be invisible as a path.
             if (drawn == 1)
                 for (std::size_t i = 0; i < ser.ys.size(); ++i)
@@ -204,18 +272,24 @@ std::string RenderSvg(const PlotPage& page) {
         if (!anyPoint)
             o << "<text x=\"" << kLeft + plotW / 2 << "\" y=\"" << top + kPanelHeight / 2
               << "\" text-anchor=\"middle\" font-size=\"14\" fill=\"#a00\">no value at any point</text>\n";
+        else if (panel.missing)
+            o << "<text x=\"" << kLeft + plotW - 6 << "\" y=\"" << bottom - 8
+              << "\" text-anchor=\"end\" font-size=\"12\" fill=\"#a00\">gaps: no value at " << panel.missing
+              << " of " << page.xs.size() << " points</text>\n";
 
-        const int lx = kLeft + plotW + 18;
-        int ly = top + 14;
-        o << "<rect x=\"" << lx - 8 << "\" y=\"" << top << "\" width=\"" << kRight - 24 << "\" height=\""
-          << 12 + 22 * static_cast<int>(panel.series.size()) << "\" fill=\"white\" stroke=\"#bbb\"/>\n";
-        for (std::size_t s = 0; s < panel.series.size(); ++s) {
-            const char* color = kColors[(colorBase + s) % (sizeof kColors / sizeof kColors[0])];
-            o << "<line x1=\"" << lx << "\" y1=\"" << ly + 4 << "\" x2=\"" << lx + 26 << "\" y2=\"" << ly + 4
-              << "\" stroke=\"" << color << "\" stroke-width=\"3\"/>\n";
-            o << "<text x=\"" << lx + 34 << "\" y=\"" << ly + 9 << "\" font-size=\"13\">"
-              << Esc(Clip(panel.series[s].label, 20)) << "</text>\n";
-            ly += 22;
+        // One curve needs no legend: the axis names it. Several get one line
+        // above the panel, where it hides no curve.
+        if (panel.series.size() > 1) {
+            int lx = kLeft;
+            for (std::size_t s = 0; s < panel.series.size(); ++s) {
+                const char* color = kColors[(colorBase + s) % (sizeof kColors / sizeof kColors[0])];
+                const std::string label = Clip(panel.series[s].label, 40);
+                o << "<line x1=\"" << lx << "\" y1=\"" << top - 12 << "\" x2=\"" << lx + 30 << "\" y2=\"" << top - 12
+                  << "\" stroke=\"" << color << "\" stroke-width=\"3\""
+                  << (panel.series[s].dashed ? " stroke-dasharray=\"7 5\"" : "") << "/>\n";
+                o << "<text x=\"" << lx + 36 << "\" y=\"" << top - 8 << "\" font-size=\"12\">" << Esc(label) << "</text>\n";
+                lx += 36 + 7 * static_cast<int>(label.size()) + 22;
+            }
         }
         o << "</g>\n";
         colorBase += panel.series.size();

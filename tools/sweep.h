@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/derivatives.h"
 #include "tools/session.h"
 
 namespace vexa_cli {
@@ -13,6 +14,7 @@ namespace vexa_cli {
 struct Series {
     std::string label;
     std::vector<double> ys;
+    bool dashed = false;
 };
 
 // The value, or one derivative, over the sweep: one series per element.
@@ -21,36 +23,47 @@ struct Quantity {
     std::vector<Series> series;
     int missing = 0;            // points without a value
     std::string first_problem;  // why the first of them had none
+    bool host = false;          // values of the library's derivative calculator
+    std::string mark;           // for those: why not to trust them; empty when symbolic
+    int panel = 0;              // quantities of one panel are drawn together
+    std::string wrt;            // a derivative's parameter, and its order
+    int order = 0;
 };
 
 struct SweepResult {
     std::string xname;
     std::vector<double> xs;
     std::vector<Quantity> quantities;
+    std::vector<std::string> notes;  // about the sweep as a whole (dropped terms, no exact derivative)
 };
 
 struct SweepRequest {
     int index = 0;  // swept parameter in the final order
     double from = 0, to = 1;
     int points = 101;
-    std::vector<int> derivatives;  // parameters to differentiate by
+    std::vector<DerivativeRequest> derivatives;
+    bool strict = false;  // a refused call anywhere leaves the point without a value
 };
 
 // Evenly spaced points from `from` to `to`, both ends exact.
 std::vector<double> SweepPoints(double from, double to, int points);
 
-// Evaluates the expression and the requested derivatives at every point, the
-// other parameters held at `base`. Fails only when a derivative cannot be
-// built at all.
-bool RunSweep(ICalculator* calc, const std::vector<std::wstring>& params, const std::vector<VEXA_Data>& base,
-              const SweepRequest& req, SweepResult& out, std::string& error);
+// Evaluates the expression over the sweep, the other parameters held at
+// `base`: with scalar values all at once through the library's bulk
+// evaluation, with the exact derivative of every first-order request beside
+// the values of the library's derivative calculator. text is the expression
+// as typed, for messages. Fails only when a derivative cannot be had at all.
+bool RunSweep(ICalculator* calc, const std::wstring& text, const std::vector<std::wstring>& params,
+              const std::vector<VEXA_Data>& base, SweepRequest req, SweepResult& out, std::string& error);
 
-// Aligned text table; `rows` > 0 picks that many evenly spread points.
+// Aligned text table; `rows` > 0 picks that many evenly spread points. The
+// columns of a marked derivative calculator carry a '*'.
 void PrintTable(std::ostream& out, const SweepResult& r, int rows = 0);
 void WriteCsv(std::ostream& out, const SweepResult& r);
 
-// Notes about points without a value, one line per quantity.
-std::vector<std::string> MissingNotes(const SweepResult& r);
+// Notes about points without a value and about the derivative columns, one
+// line each.
+std::vector<std::string> SweepNotes(const SweepResult& r);
 
 }  // namespace vexa_cli
 

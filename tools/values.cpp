@@ -63,12 +63,12 @@ private:
             return Fail("expected a number");
         }
         bool outOfRange = false;
-        auto parsed = ParseNumber(std::string_view(m_text).substr(start, m_pos - start), &outOfRange);
+        auto parsed = ParseLanguageNumber(std::string_view(m_text).substr(start, m_pos - start), &outOfRange);
         if (!parsed) {
             const std::string word = m_text.substr(start, m_pos - start);
             m_pos = start;
             if (outOfRange) return Fail("'" + word + "' is beyond the range of a double");
-            return Fail("'" + word + "' is not a number (write numbers like 1.5, -2, 3e-4)");
+            return Fail("'" + word + "' is not a number (write numbers as expressions do: 1.5, -2, 3E-4, 90D, PI/2)");
         }
         v = *parsed;
         return true;
@@ -223,7 +223,14 @@ std::string DescribeShape(const VEXA_Data& v) {
 }
 
 std::string FormatValue(const VEXA_Data& v) {
-    return ToUtf8(vexa::ValueText(v));
+    std::string s = ToUtf8(vexa::ValueText(v));
+    // The system's "-nan" says nothing a reader needs; NaN is the usual word.
+    for (std::size_t at = s.find("nan"); at != std::string::npos; at = s.find("nan", at + 1)) {
+        const std::size_t from = at > 0 && s[at - 1] == '-' ? at - 1 : at;
+        s.replace(from, at + 3 - from, "NaN");
+        at = from + 1;
+    }
+    return s;
 }
 
 }  // namespace vexa_cli

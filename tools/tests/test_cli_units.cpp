@@ -2,7 +2,9 @@
 // through cli_cases.txt.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <sstream>
 
 #include "tools/numbers.h"
 #include "tools/svg_plot.h"
@@ -36,5 +38,44 @@ TEST(NiceTicks, StepsOfOneTwoFiveInsideTheRange) {
             EXPECT_GE(v, lo - step * 1e-6);
             EXPECT_LE(v, hi + step * 1e-6);
         }
+    }
+}
+
+TEST(Plot, ThinningKeepsEveryExtremeAndGap) {
+    // A fast wave with one narrow spike and one gap, far more points than pixels.
+    const std::size_t n = 100000;
+    std::vector<double> xs(n), ys(n);
+    for (std::size_t i = 0; i < n; ++i) {
+        xs[i] = static_cast<double>(i);
+        ys[i] = std::sin(i * 0.01);
+    }
+    ys[31234] = 7;
+    ys[50000] = NAN;
+    const std::vector<std::size_t> keep = ThinToPixels(xs, ys, 800);
+    EXPECT_LE(keep.size(), 4u * 801 + 2);
+    EXPECT_TRUE(std::is_sorted(keep.begin(), keep.end()));
+    for (std::size_t must : {std::size_t(0), n - 1, std::size_t(31234), std::size_t(50000)})
+        EXPECT_TRUE(std::binary_search(keep.begin(), keep.end(), must)) << must;
+    EXPECT_EQ(ThinToPixels(xs, ys, 100000).size(), n);
+}
+
+TEST(Plot, CurvesStayOffTheFrame) {
+    PlotPage page;
+    page.xs = {0, 1, 2, 3};
+    page.panels.push_back({"value", {{"value", {0, 0.025, 0.025, 0}, false}}, 0});
+    const std::string svg = RenderSvg(page);
+    const std::size_t d = svg.find(" d=\"M");
+    ASSERT_NE(d, std::string::npos);
+    // The path's y coordinates against the panel's frame rectangle.
+    const std::size_t frame = svg.find("fill=\"none\" stroke=\"#333\"");
+    const std::size_t ry = svg.rfind(" y=\"", frame), rh = svg.rfind(" height=\"", frame);
+    const double top = std::stod(svg.substr(ry + 4)), bottom = top + std::stod(svg.substr(rh + 9));
+    std::istringstream path(svg.substr(d + 4, svg.find('"', d + 4) - d - 4));
+    std::string command;
+    double x = 0, y = 0;
+    while (path >> command >> y) {
+        x = std::stod(command.substr(1));
+        EXPECT_GT(y, top + 5) << x;
+        EXPECT_LT(y, bottom - 5) << x;
     }
 }

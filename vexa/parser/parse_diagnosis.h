@@ -86,6 +86,46 @@ struct ParseResult {
 
 VEXA_API ParseResult TryParse(const wchar_t* text, const wchar_t* paramNames);
 
+// Where a function call stands in a text as typed: its name to its closing
+// parenthesis (or the end of the text).
+struct CallSpan {
+    std::wstring function;  // upper-cased
+    int position = 0;
+    int length = 0;
+};
+
+// Every call of a text, in the order of the text, which is the order in
+// which WalkTree visits the call nodes of the text's tree. A text that does
+// not parse gives the calls found before the fault.
+VEXA_API std::vector<CallSpan> LocateCalls(const wchar_t* text);
+
+// What a text, or its name list, says that its writer probably did not mean.
+// The parser reads these texts without complaint.
+enum class TextWarningKind {
+    kJoinedNumber,       // "1 5": spaces are removed, so this is the number 15
+    kJoinedName,         // "T IME" is the name TIME
+    kSpacedStars,        // "2 * * x" is 2 ** x, the power
+    kSignMarker,         // '!' or '@' typed: the parser's own marks of unary signs; "5@" is -5
+    kIgnoredAfterRadian, // "1R5" is 1R: what follows the radian mark is ignored
+    kListJoinedName,     // the name list "TIME AMP" holds the one name TIMEAMP
+    kNoValue,            // constants a function refuses, as SQRT(-1), or 1/0: no value whatever the parameters
+    kPlaceholder,        // DX, FX, JOINT, ...: the library answers 12 whatever the arguments
+};
+
+struct TextWarning {
+    TextWarningKind kind = TextWarningKind::kJoinedNumber;
+    bool in_list = false;   // the position counts in the name list
+    int position = -1;      // in the text as typed; -1 when no piece can be shown
+    int length = 0;
+    std::wstring function;  // the call concerned (kNoValue, kPlaceholder)
+    std::string message;    // plain English, UTF-8, one line
+};
+
+// The warnings of a text and its name list, in the order of the text; those
+// that need the tree (kNoValue, kPlaceholder) only when the text parses.
+// Calls of constants are evaluated once to find the ones without a value.
+VEXA_API std::vector<TextWarning> ReviewText(const wchar_t* text, const wchar_t* paramNames = nullptr);
+
 }  // namespace vexa
 
 #endif

@@ -92,6 +92,11 @@ const SymbolicRule* FindRule(const wchar_t* name)
 
 }  // namespace
 
+bool vexa_tree::HasSymbolicRule(const FunctionNode& call)
+{
+    return call.m_function && FindRule(call.m_function->getName().getWChar_t()) != nullptr;
+}
+
 INode* FunctionNode::getDerivative(ICalculator* owner, int index)
 {
     if (!HasParam(index))

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <string>
 
+class FunctionNode;
+
 // Internal helpers shared by the node classes; not part of the host interface.
 namespace vexa_tree {
 
@@ -33,9 +35,17 @@ private:
     std::size_t m_left;
     DerivativeBudgetScope* m_outer;
     friend void ChargeNode();
+
+// Whether the call's function has a symbolic derivative rule; the others are
+// differentiated numerically through their first argument.
+bool HasSymbolicRule(const FunctionNode& call);
 };
 
 void ChargeNode();
+
+// Whether the call's function has a symbolic derivative rule; the others are
+// differentiated numerically through their first argument.
+bool HasSymbolicRule(const FunctionNode& call);
 
 }  // namespace vexa_tree
 

@@ -10,6 +10,7 @@
 #include "vexa/core/platform.h"
 #include "vexa/tree/constant_param.h"
 #include "vexa/tree/function_node.h"
+#include "vexa/tree/node_util.h"
 #include "vexa/tree/variable_param.h"
 
 namespace vexa {
@@ -73,6 +74,7 @@ void Describe(INode* node, const std::vector<std::wstring>* names, TreeNodeInfo&
         info.kind = NodeKind::kCall;
         info.call = KindOfCall(call->m_function);
         info.function = CallName(*call);
+        info.numeric_derivative = call->m_function && !vexa_tree::HasSymbolicRule(*call);
     } else if (ConstantParam* constant = dynamic_cast<ConstantParam*>(node)) {
         info.kind = NodeKind::kConstant;
         info.value = constant->Calculate();

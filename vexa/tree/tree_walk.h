@@ -38,6 +38,10 @@ struct TreeNodeInfo {
     wchar_t symbol = 0;   // '+', '-', '*', '/', '%', '^'; ' ' for a kind outside these
     CallKind call = CallKind::kNone;
     std::wstring function;  // the called calculator's name
+    // A call that getDerivativeCalculator differentiates by a central
+    // difference (step 0.001) through its first argument only, blind to how
+    // the others vary; false for the functions with a symbolic rule.
+    bool numeric_derivative = false;
     VEXA_Data value;        // a constant's value: every element, any shape
     int parameter = -1;
     std::wstring parameter_name;  // when the caller gave names and the index has one
