@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <limits>
 
 #include "vexa/calc/expression.h"
@@ -28,28 +29,40 @@ TreeUse::~TreeUse()
     m_e.tree_taken.store(false, std::memory_order_release);
 }
 
-WorkspaceUse::WorkspaceUse(vexa_expr& e) : m_e(e), m_ws(nullptr)
+WorkspaceUse::WorkspaceUse(vexa_expr& e)
+    : m_e(e), m_ws(nullptr), m_shared(false), m_exceptions(std::uncaught_exceptions())
 {
-    if (!e.workspace_taken.exchange(true, std::memory_order_acquire)) {
-        m_ws = e.workspace.get();
+    if (e.workspace_taken.exchange(true, std::memory_order_acquire)) {
+        m_own.reset(new vexa::Workspace(*e.form));
+        m_ws = m_own.get();
         return;
     }
-    m_own.reset(new vexa::Workspace(*e.form));
-    m_ws = m_own.get();
+    m_shared = true;
+    try {
+        if (!e.workspace)
+            e.workspace.reset(new vexa::Workspace(*e.form));
+    } catch (...) {
+        e.workspace_taken.store(false, std::memory_order_release);
+        throw;
+    }
+    m_ws = e.workspace.get();
 }
 
 WorkspaceUse::~WorkspaceUse()
 {
-    if (!m_own)
-        m_e.workspace_taken.store(false, std::memory_order_release);
+    if (!m_shared)
+        return;
+    // A call that stopped half-way (memory ran out) may have left the
+    // workspace half set up: the next call makes a new one.
+    if (std::uncaught_exceptions() > m_exceptions)
+        m_e.workspace.reset();
+    m_e.workspace_taken.store(false, std::memory_order_release);
 }
 
 vexa_expr* MakeHandle(vexa::CalcRef calc, std::vector<std::string> names, bool can_plot)
 {
     std::unique_ptr<vexa_expr> e(new vexa_expr);
     e->form = vexa::CompiledExpression::Make(calc.get(), static_cast<int>(names.size()));
-    if (e->form)
-        e->workspace.reset(new vexa::Workspace(*e->form));
     e->calc = std::move(calc);
     e->names = std::move(names);
     e->can_plot = can_plot;

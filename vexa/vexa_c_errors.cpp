@@ -27,14 +27,15 @@ const CodeText kCodes[] = {
 };
 
 // Cuts text to fit the message buffer without splitting a UTF-8 sequence.
-void CopyMessage(char* to, std::size_t room, const std::string& text)
+void CopyMessage(char* to, std::size_t room, const char* text)
 {
-    std::size_t n = text.size() < room ? text.size() : room - 1;
-    if (n < text.size()) {
+    const std::size_t size = std::strlen(text);
+    std::size_t n = size < room ? size : room - 1;
+    if (n < size) {
         while (n > 0 && (static_cast<unsigned char>(text[n]) & 0xC0) == 0x80)
             --n;
     }
-    std::memcpy(to, text.data(), n);
+    std::memcpy(to, text, n);
     to[n] = '\0';
 }
 
@@ -88,22 +89,36 @@ void Record(vexa_error* err, const Failure& f)
         return;
     err->code = f.code;
     err->position = f.position;
-    CopyMessage(err->message, sizeof err->message, f.message);
+    CopyMessage(err->message, sizeof err->message, f.message.c_str());
 }
 
-Failure Translate(std::exception_ptr escaped)
+int RecordEscaped(vexa_error* err, std::exception_ptr escaped)
 {
+    const char* unknown = "the library stopped on an exception of unknown type";
+    int status = VEXA_E_INTERNAL;
     try {
-        std::rethrow_exception(escaped);
-    } catch (int code) {
-        return {VEXA_E_CODE, code, -1, CodeMessage(code)};
+        try {
+            std::rethrow_exception(escaped);
+        } catch (int code) {
+            Record(err, {VEXA_E_CODE, code, -1, CodeMessage(code)});
+            return VEXA_E_CODE;
+        } catch (const std::bad_alloc&) {
+            status = VEXA_E_MEMORY;
+        } catch (const std::exception& e) {
+            Record(err, {VEXA_E_INTERNAL, VEXA_E_INTERNAL, -1, std::string("the library stopped: ") + e.what()});
+            return VEXA_E_INTERNAL;
+        } catch (...) {
+        }
     } catch (const std::bad_alloc&) {
-        return {VEXA_E_MEMORY, VEXA_E_MEMORY, -1, "out of memory"};
-    } catch (const std::exception& e) {
-        return {VEXA_E_INTERNAL, VEXA_E_INTERNAL, -1, std::string("the library stopped: ") + e.what()};
-    } catch (...) {
-        return {VEXA_E_INTERNAL, VEXA_E_INTERNAL, -1, "the library stopped on an exception of unknown type"};
+        // Even the message found no memory.
+        status = VEXA_E_MEMORY;
     }
+    if (err) {
+        err->code = status;
+        err->position = -1;
+        CopyMessage(err->message, sizeof err->message, status == VEXA_E_MEMORY ? "out of memory" : unknown);
+    }
+    return status;
 }
 
 }  // namespace vexa_c

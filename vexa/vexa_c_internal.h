@@ -25,8 +25,8 @@ struct vexa_expr {
     // when the library could not compile the tree; calls then go through the
     // tree, one thread at a time.
     std::unique_ptr<vexa::CompiledExpression> form;
-    // The form's scratch memory for whichever call finds it free; a call that
-    // finds it taken makes one of its own.
+    // The form's scratch memory for whichever call finds it free (made on
+    // first use); a call that finds it taken makes one of its own.
     std::unique_ptr<vexa::Workspace> workspace;
     std::atomic<bool> workspace_taken{false};
     // Evaluate rewrites the calculator's held parameters, so the tree serves
@@ -56,8 +56,9 @@ Failure OutcomeFailure(const vexa::Outcome& o);
 
 void Clear(vexa_error* err);
 void Record(vexa_error* err, const Failure& f);
-// Whatever escaped a call, as the status it is reported with.
-Failure Translate(std::exception_ptr escaped);
+// Records whatever else escaped a call and returns its status; allocates
+// nothing when memory has run out.
+int RecordEscaped(vexa_error* err, std::exception_ptr escaped);
 
 // Runs body and returns VEXA_OK, or the status of whatever it threw, which
 // then goes to err. Pointer calls keep what body stored.
@@ -65,17 +66,15 @@ template <typename Body>
 int Status(vexa_error* err, Body body)
 {
     Clear(err);
-    Failure f;
     try {
         body();
         return VEXA_OK;
-    } catch (const Failure& thrown) {
-        f = thrown;
+    } catch (const Failure& f) {
+        Record(err, f);
+        return f.status;
     } catch (...) {
-        f = Translate(std::current_exception());
+        return RecordEscaped(err, std::current_exception());
     }
-    Record(err, f);
-    return f.status;
 }
 
 // The expression's tree for the lifetime of this object, or VEXA_E_BUSY.
@@ -103,6 +102,8 @@ private:
     vexa_expr& m_e;
     std::unique_ptr<vexa::Workspace> m_own;
     vexa::Workspace* m_ws;
+    bool m_shared;
+    int m_exceptions;
 };
 
 // A handle around a calculator the caller owns; the form is made here.
