@@ -169,7 +169,8 @@ class Expression:
             if values[i] is not _MISSING:
                 raise TypeError(f"{self._names[i]} is given twice")
             values[i] = value
-        missing = [self._names[i] for i, v in enumerate(values) if v is _MISSING]
+        # numpy would read None as NaN
+        missing = [self._names[i] for i, v in enumerate(values) if v is _MISSING or v is None]
         if missing:
             raise TypeError("no value for " + ", ".join(missing))
         return [np.asarray(v, dtype=np.float64) for v in values]
