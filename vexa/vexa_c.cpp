@@ -81,6 +81,14 @@ vexa_expr& Checked(vexa_expr* e)
     return const_cast<vexa_expr&>(Checked(static_cast<const vexa_expr*>(e)));
 }
 
+std::string JoinLines(const std::vector<std::wstring>& lines)
+{
+    std::string all;
+    for (const std::wstring& line : lines)
+        all += vexa::ToUtf8(line) + '\n';
+    return all;
+}
+
 char* NewText(const std::string& text)
 {
     char* out = static_cast<char*>(std::malloc(text.size() + 1));
@@ -130,7 +138,8 @@ VEXA_Data ValueIn(const vexa_value& v, std::size_t index)
     VEXA_Data d(v.rows, v.cols);
     if (d.getType() == DT_NULL)
         Fail(VEXA_E_ARGUMENT, which + "more elements than a value can hold");
-    std::memcpy(d.getValue(), v.data, sizeof(double) * static_cast<std::size_t>(v.rows) * static_cast<std::size_t>(v.cols));
+    const std::size_t n = static_cast<std::size_t>(v.rows) * static_cast<std::size_t>(v.cols);
+    std::memcpy(d.getValue(), v.data, n * sizeof(double));
     return d;
 }
 
@@ -230,34 +239,27 @@ vexa_expr* vexa_derivative(vexa_expr* e, int index, vexa_error* err)
 
 char* vexa_dump(const vexa_expr* e, vexa_error* err)
 {
-    char* text = nullptr;
-    Status(err, [&] {
+    return vexa_c::TextCall(err, [&] {
         const vexa_expr& x = Checked(e);
         std::vector<std::wstring> lines;
         {
             vexa_c::TreeUse use(x);
             TreeOf(x).Dump(lines);
         }
-        std::string all;
-        for (const std::wstring& line : lines)
-            all += vexa::ToUtf8(line) + '\n';
-        text = vexa_c::NewText(all);
+        return vexa_c::JoinLines(lines);
     });
-    return text;
 }
 
 char* vexa_tree_text(const vexa_expr* e, vexa_error* err)
 {
-    char* text = nullptr;
-    Status(err, [&] {
+    return vexa_c::TextCall(err, [&] {
         const vexa_expr& x = Checked(e);
         std::vector<std::wstring> names;
         for (const std::string& name : x.names)
             names.push_back(vexa::FromUtf8(name));
         vexa_c::TreeUse use(x);
-        text = vexa_c::NewText(vexa::ToUtf8(vexa::TreeText(x.calc.get(), &names)));
+        return vexa::ToUtf8(vexa::TreeText(x.calc.get(), &names));
     });
-    return text;
 }
 
 void vexa_free_text(char* text)

@@ -76,7 +76,7 @@ typedef struct vexa_error {
 #define VEXA_E_NOT_SCALAR (-20003)   /* the value is a vector or matrix where a number was asked for */
 #define VEXA_E_REFUSED (-20004)      /* strict: a call refused its arguments, or a null value arose inside */
 #define VEXA_E_NO_GRADIENT (-20005)  /* the exact gradient cannot follow the point (a vector value inside) */
-#define VEXA_E_POINTS (-20006)       /* a bulk call: some points are NaN; err tells of the first (position: its index) */
+#define VEXA_E_POINTS (-20006)       /* a bulk call left points NaN; err tells of one (position: its index) */
 #define VEXA_E_LIST (-20007)         /* the parameter-name list is rejected; err->position: byte offset in the list */
 #define VEXA_E_NO_DERIVATIVE (-20008) /* the derivative tree would be too large or too deep */
 #define VEXA_E_NOT_REGISTERED (-20009) /* a name refused by vexa_register, or unknown to vexa_unregister */

@@ -70,7 +70,7 @@ Failure OutcomeFailure(const vexa::Outcome& o)
                 "no exact gradient here: part of the expression runs only as a tree at this point (a cross "
                 "product or a vector value)"};
     default:
-        return {VEXA_E_INTERNAL, VEXA_E_INTERNAL, -1, "the evaluation failed for a reason this interface does not know"};
+        return {VEXA_E_INTERNAL, VEXA_E_INTERNAL, -1, "the evaluation failed for a reason not known here"};
     }
 }
 

@@ -113,6 +113,17 @@ const vexa_expr& Checked(const vexa_expr* e);
 vexa_expr& Checked(vexa_expr* e);
 // A copy in memory the host frees with vexa_free_text.
 char* NewText(const std::string& text);
+// Wide texts as UTF-8 lines, each ending in '\n'.
+std::string JoinLines(const std::vector<std::wstring>& lines);
+
+// A call that answers with a text: body returns it, or throws.
+template <typename Body>
+char* TextCall(vexa_error* err, Body body)
+{
+    char* text = nullptr;
+    Status(err, [&] { text = NewText(body()); });
+    return text;
+}
 
 }  // namespace vexa_c
 

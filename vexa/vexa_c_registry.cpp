@@ -40,14 +40,6 @@ std::wstring NameOf(const char* name)
     return vexa::FromUtf8(name);
 }
 
-std::string Lines(const std::vector<std::wstring>& names)
-{
-    std::string text;
-    for (const std::wstring& name : names)
-        text += vexa::ToUtf8(name) + '\n';
-    return text;
-}
-
 }  // namespace
 
 extern "C" {
@@ -103,8 +95,7 @@ int vexa_unregister(const char* name, vexa_error* err)
 
 char* vexa_registered_calls(const vexa_expr* e, vexa_error* err)
 {
-    char* text = nullptr;
-    Status(err, [&] {
+    return vexa_c::TextCall(err, [&] {
         const vexa_expr& x = Checked(e);
         const std::vector<std::wstring> builtIn = BuiltInNames();
         const std::set<std::wstring> builtInSet(builtIn.begin(), builtIn.end());
@@ -116,22 +107,21 @@ char* vexa_registered_calls(const vexa_expr* e, vexa_error* err)
             if (node.call == vexa::CallKind::kRegistered)
                 name = node.function;
             // A numeric derivative wraps the function it differentiates.
-            else if (node.call == vexa::CallKind::kNumericDerivative && node.function.compare(0, wrap.size(), wrap) == 0 &&
-                     !builtInSet.count(node.function.substr(wrap.size())))
+            const bool wrapped = node.call == vexa::CallKind::kNumericDerivative &&
+                                 node.function.compare(0, wrap.size(), wrap) == 0;
+            if (wrapped && !builtInSet.count(node.function.substr(wrap.size())))
                 name = node.function.substr(wrap.size());
             if (!name.empty() && std::find(calls.begin(), calls.end(), name) == calls.end())
                 calls.push_back(name);
             return true;
         });
-        text = vexa_c::NewText(Lines(calls));
+        return vexa_c::JoinLines(calls);
     });
-    return text;
 }
 
 char* vexa_functions(int which, vexa_error* err)
 {
-    char* text = nullptr;
-    Status(err, [&] {
+    return vexa_c::TextCall(err, [&] {
         if (which & ~(VEXA_BUILTIN | VEXA_REGISTERED))
             Fail(VEXA_E_ARGUMENT, "which is VEXA_BUILTIN, VEXA_REGISTERED or both");
         const std::vector<std::wstring> builtIn = BuiltInNames();
@@ -142,9 +132,8 @@ char* vexa_functions(int which, vexa_error* err)
             names = builtIn;
         if (which & VEXA_REGISTERED)
             names.insert(names.end(), all.begin() + static_cast<std::ptrdiff_t>(builtIn.size()), all.end());
-        text = vexa_c::NewText(Lines(names));
+        return vexa_c::JoinLines(names);
     });
-    return text;
 }
 
 }  // extern "C"
