@@ -2,7 +2,6 @@
 // names, and listing the names.
 #include <algorithm>
 #include <map>
-#include <set>
 
 #include "vexa/calc/expression.h"
 #include "vexa/calc/function_factory.h"
@@ -31,6 +30,14 @@ std::vector<std::wstring> BuiltInNames()
     std::vector<std::wstring> names;
     FunctionFactory::getInstance()->GetAllFunctionName(names);
     return names;
+}
+
+// Whether name is that of a registered expression (not a built-in).
+bool IsRegistered(const std::wstring& name)
+{
+    VEXA_WString key(name.c_str());
+    const vexa::CalcRef calc(FunctionFactory::getInstance()->CreateFunction(key));
+    return dynamic_cast<Expression*>(calc.get()) != nullptr;
 }
 
 std::wstring NameOf(const char* name)
@@ -97,8 +104,6 @@ char* vexa_registered_calls(const vexa_expr* e, vexa_error* err)
 {
     return vexa_c::TextCall(err, [&] {
         const vexa_expr& x = Checked(e);
-        const std::vector<std::wstring> builtIn = BuiltInNames();
-        const std::set<std::wstring> builtInSet(builtIn.begin(), builtIn.end());
         const std::wstring wrap = L"wrap:";
         std::vector<std::wstring> calls;
         vexa_c::TreeUse use(x);
@@ -109,7 +114,7 @@ char* vexa_registered_calls(const vexa_expr* e, vexa_error* err)
             // A numeric derivative wraps the function it differentiates.
             const bool wrapped = node.call == vexa::CallKind::kNumericDerivative &&
                                  node.function.compare(0, wrap.size(), wrap) == 0;
-            if (wrapped && !builtInSet.count(node.function.substr(wrap.size())))
+            if (wrapped && IsRegistered(node.function.substr(wrap.size())))
                 name = node.function.substr(wrap.size());
             if (!name.empty() && std::find(calls.begin(), calls.end(), name) == calls.end())
                 calls.push_back(name);

@@ -173,12 +173,18 @@ class Expression:
         missing = [self._names[i] for i, v in enumerate(values) if v is _MISSING or v is None]
         if missing:
             raise TypeError("no value for " + ", ".join(missing))
-        return [np.asarray(v, dtype=np.float64) for v in values]
+        return values
+
+    def _arrays(self, args, kwargs):
+        return [np.asarray(v, dtype=np.float64) for v in self._bind(args, kwargs)]
 
     def __call__(self, *args, **kwargs):
         """A float for numbers; for arrays (numpy broadcasting) an array of
         the broadcast shape, NaN where a point has no value."""
         values = self._bind(args, kwargs)
+        if all(type(v) is float or type(v) is int for v in values):
+            return self._handle.eval(values, self.strict)
+        values = [np.asarray(v, dtype=np.float64) for v in values]
         if all(v.ndim == 0 for v in values):
             return self._handle.eval([float(v) for v in values], self.strict)
         shape, columns = _columns(values)
@@ -190,7 +196,7 @@ class Expression:
         """Exact partial derivatives in the final parameter order: shape
         (number of parameters,) for numbers, the broadcast shape followed by
         it for arrays (NaN where the gradient fails)."""
-        values = self._bind(args, kwargs)
+        values = self._arrays(args, kwargs)
         if all(v.ndim == 0 for v in values):
             return self._handle.gradient([float(v) for v in values])
         shape, columns = _columns(values)
@@ -201,7 +207,7 @@ class Expression:
     def evaluate(self, *args, **kwargs):
         """One point with values of any shape: numbers, vectors of shape (n,)
         and matrices of shape (m, n); the result is a float or an array."""
-        values = [np.ascontiguousarray(v) for v in self._bind(args, kwargs)]
+        values = [np.ascontiguousarray(v) for v in self._arrays(args, kwargs)]
         return self._handle.eval_value(values)
 
     def derivative(self, param):
