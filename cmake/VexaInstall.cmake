@@ -25,6 +25,9 @@ endforeach()
 # The compiled form: many points, many threads, exact gradients.
 install(FILES ${PROJECT_SOURCE_DIR}/vexa/compiled/compiled_form.h DESTINATION include/vexa/compiled)
 
+# The C interface, for C and Fortran hosts.
+install(FILES ${PROJECT_SOURCE_DIR}/vexa/vexa_c.h DESTINATION include/vexa)
+
 install(EXPORT vexaTargets NAMESPACE vexa:: DESTINATION lib/cmake/vexa)
 
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/vexaConfig.cmake.in

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build, the tests, the fuzzer and the
-# sanitizer scripts need, and generates the de_DE.UTF-8 locale that the
-# locale test switches to. Does nothing for what is already there, so every
-# script may call it first.
+# Installs the Debian packages the build, the tests (the Fortran example and
+# the Python module's included), the fuzzer and the sanitizer scripts need,
+# and generates the de_DE.UTF-8 locale that the locale test switches to.
+# Does nothing for what is already there, so every script may call it first.
 set -euo pipefail
 
 SUDO=""
@@ -23,6 +23,11 @@ wanted=(
   "clang-14:/usr/bin/clang++-14"
   "libclang-rt-14-dev:/usr/lib/llvm-14/lib/clang/14.0.6/lib/linux/libclang_rt.fuzzer-x86_64.a"
   "locales:/usr/sbin/locale-gen"
+  "gfortran:/usr/bin/gfortran"
+  "python3-dev:/usr/bin/python3-config"
+  "pybind11-dev:/usr/lib/cmake/pybind11/pybind11Config.cmake"
+  "python3-numpy:/usr/lib/python3/dist-packages/numpy/__init__.py"
+  "python3-pytest:/usr/lib/python3/dist-packages/pytest/__init__.py"
 )
 
 missing=()

@@ -10,7 +10,7 @@ cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DVEXA_BUILD_TOOLS=OFF -DVEXA_BUILD_EXAMPLES=OFF -DVEXA_BUILD_BENCH=OFF -DVEXA_SANITIZE=OFF \
   -DCMAKE_CXX_FLAGS="$flags" \
   -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=thread" -DCMAKE_SHARED_LINKER_FLAGS="-fsanitize=thread" >/dev/null
-tests=(test_threads test_threads_compiled)
+tests=(test_threads test_threads_compiled test_c_api)
 cmake --build "$build" --target "${tests[@]}" -j2
 export TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 ${TSAN_OPTIONS:-}"
 # Kernels with high mmap randomisation break the sanitizer's memory layout;

@@ -1,6 +1,7 @@
 #ifndef VEXA_CORE_UTF8_H
 #define VEXA_CORE_UTF8_H
 
+#include <cstddef>
 #include <string>
 
 #include "vexa/core/export.h"
@@ -14,6 +15,10 @@ VEXA_API std::string ToUtf8(const std::wstring& wide);
 
 // Malformed sequences become U+FFFD, one per offending byte.
 VEXA_API std::wstring FromUtf8(const std::string& utf8);
+
+// The byte offset in utf8 of the character FromUtf8(utf8)[chars] (the size
+// of utf8 past its end): positions in a wide text, told in its UTF-8 bytes.
+VEXA_API std::size_t Utf8Offset(const std::string& utf8, std::size_t chars);
 
 }  // namespace vexa
 

@@ -1,0 +1,334 @@
+// The extension behind the Python package vexa: a thin layer over the C
+// interface. The package (vexa/__init__.py) gives it its Python shape;
+// everything here checks what Python hands in before the C interface sees
+// it, so that no argument can make the library read what is not there.
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "tools/call_forms.h"
+#include "vexa/core/utf8.h"
+#include "vexa/vexa_c.h"
+
+namespace py = pybind11;
+
+namespace {
+
+using Array = py::array_t<double, py::array::c_style | py::array::forcecast>;
+
+// Characters before a byte offset of valid UTF-8: Python counts positions in
+// characters, the C interface in bytes.
+int CharIndex(const std::string& utf8, int byte)
+{
+    if (byte < 0)
+        return byte;
+    int chars = 0;
+    for (std::size_t i = 0; i < utf8.size() && i < static_cast<std::size_t>(byte); ++i)
+        chars += (static_cast<unsigned char>(utf8[i]) & 0xC0) != 0x80;
+    return chars;
+}
+
+[[noreturn]] void Throw(const py::object& error)
+{
+    PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(error.ptr())), error.ptr());
+    throw py::error_already_set();
+}
+
+// Raises the package's exception for a failed call.
+[[noreturn]] void Raise(int status, const vexa_error& err)
+{
+    const std::string message = err.message;
+    if (status == VEXA_E_MEMORY)
+        throw std::bad_alloc();
+    if (status == VEXA_E_ARGUMENT)
+        throw py::value_error(message);
+    py::module_ package = py::module_::import("vexa");
+    py::object error;
+    switch (status) {
+    case VEXA_E_CODE:
+    case VEXA_E_POINTS:
+        error = package.attr("EvaluationError")(err.code, message);
+        break;
+    case VEXA_E_NULL:
+    case VEXA_E_NOT_SCALAR:
+    case VEXA_E_REFUSED:
+    case VEXA_E_NO_GRADIENT:
+        error = package.attr("EvaluationError")(py::none(), message);
+        break;
+    default:
+        error = package.attr("VexaError")(message);
+    }
+    Throw(error);
+}
+
+void Check(int status, const vexa_error& err)
+{
+    if (status != VEXA_OK)
+        Raise(status, err);
+}
+
+// A C string of a Python one; the C interface would stop at a NUL.
+std::string NoNul(const std::string& s, const char* what)
+{
+    if (s.find('\0') != std::string::npos)
+        throw py::value_error(std::string(what) + " contains a NUL character");
+    return s;
+}
+
+std::vector<std::string> Lines(char* text)
+{
+    std::vector<std::string> lines;
+    std::unique_ptr<char, void (*)(char*)> own(text, vexa_free_text);
+    const char* at = text;
+    while (*at) {
+        const char* end = std::strchr(at, '\n');
+        if (!end)
+            end = at + std::strlen(at);
+        lines.emplace_back(at, end);
+        at = *end ? end + 1 : end;
+    }
+    return lines;
+}
+
+class Handle {
+public:
+    explicit Handle(vexa_expr* e) : m_e(e) {}
+    ~Handle() { vexa_free(m_e); }
+    Handle(const Handle&) = delete;
+    Handle& operator=(const Handle&) = delete;
+
+    vexa_expr* get() const { return m_e; }
+    std::size_t count() const { return static_cast<std::size_t>(vexa_param_count(m_e)); }
+
+    std::vector<std::string> names() const
+    {
+        std::vector<std::string> out;
+        for (std::size_t i = 0; i < count(); ++i)
+            out.emplace_back(vexa_param_name(m_e, static_cast<int>(i)));
+        return out;
+    }
+
+    void needCount(std::size_t n) const
+    {
+        if (n != count())
+            throw py::value_error("the expression takes " + std::to_string(count()) + " values, not " +
+                                  std::to_string(n));
+    }
+
+    double eval(const std::vector<double>& values, bool strict) const
+    {
+        needCount(values.size());
+        vexa_options options = {strict ? 1 : 0, 0};
+        double result = 0.0;
+        vexa_error err;
+        Check(vexa_eval_ex(m_e, values.data(), &result, &options, &err), err);
+        return result;
+    }
+
+    py::object evalValue(const std::vector<Array>& values) const
+    {
+        needCount(values.size());
+        std::vector<vexa_value> in;
+        for (const Array& a : values) {
+            if (a.ndim() > 2 || a.size() == 0 || a.size() > 0x7FFFFFFF)
+                throw py::value_error("a value is a number, a vector of shape (n,) or a matrix of shape (m, n)");
+            const int rows = a.ndim() == 2 ? static_cast<int>(a.shape(0)) : 1;
+            const int cols = a.ndim() == 0 ? 1 : static_cast<int>(a.shape(a.ndim() - 1));
+            in.push_back({rows, cols, const_cast<double*>(a.data())});
+        }
+        std::vector<double> buffer(9);
+        vexa_value out = {0, 0, buffer.data()};
+        vexa_error err;
+        int status = vexa_eval_value(m_e, in.data(), &out, buffer.size(), &err);
+        if (status == VEXA_E_TOO_SMALL) {
+            buffer.resize(static_cast<std::size_t>(out.rows) * static_cast<std::size_t>(out.cols));
+            out.data = buffer.data();
+            status = vexa_eval_value(m_e, in.data(), &out, buffer.size(), &err);
+        }
+        Check(status, err);
+        if (out.rows == 1 && out.cols == 1)
+            return py::float_(buffer[0]);
+        std::vector<py::ssize_t> shape;
+        if (out.rows > 1)
+            shape.push_back(out.rows);
+        shape.push_back(out.cols);
+        Array result(shape);
+        std::memcpy(result.mutable_data(), buffer.data(), sizeof(double) * static_cast<std::size_t>(result.size()));
+        return std::move(result);
+    }
+
+    // Columns are 1-D arrays of n values or numbers held for every point.
+    void evalMany(const py::list& columns, const py::array& out, bool strict, int threads) const
+    {
+        double* results = Out(out);
+        Bulk bulk(*this, columns, out.size());
+        vexa_options options = {strict ? 1 : 0, threads};
+        vexa_report report = {0, 0};
+        vexa_error err;
+        int status;
+        {
+            py::gil_scoped_release free;
+            status = vexa_eval_many_ex(m_e, bulk.n, bulk.data.data(), bulk.strides.data(), results,
+                                       &options, &report, &err);
+        }
+        // Points without a value are NaN; only a thrown code is an error.
+        if (status != VEXA_E_POINTS || report.thrown > 0)
+            Check(status, err);
+    }
+
+    Array gradient(const std::vector<double>& values) const
+    {
+        needCount(values.size());
+        Array grad(std::vector<py::ssize_t>{static_cast<py::ssize_t>(count())});
+        vexa_error err;
+        Check(vexa_gradient(m_e, values.data(), grad.mutable_data(), &err), err);
+        return grad;
+    }
+
+    void gradientMany(const py::list& columns, const py::array& grads, int threads) const
+    {
+        double* out = Out(grads);
+        const std::size_t n = count() ? static_cast<std::size_t>(grads.size()) / count() : 0;
+        if (grads.size() != static_cast<py::ssize_t>(n * count()))
+            throw py::value_error("the gradients' size is no multiple of the number of parameters");
+        Bulk bulk(*this, columns, static_cast<py::ssize_t>(n));
+        vexa_options options = {0, threads};
+        vexa_report report = {0, 0};
+        vexa_error err;
+        int status;
+        {
+            py::gil_scoped_release free;
+            status = vexa_gradient_many(m_e, bulk.n, bulk.data.data(), bulk.strides.data(), nullptr, out,
+                                        &options, &report, &err);
+        }
+        if (status != VEXA_E_POINTS || report.thrown > 0)
+            Check(status, err);
+    }
+
+    std::unique_ptr<Handle> derivative(int index) const
+    {
+        vexa_error err;
+        vexa_expr* d = vexa_derivative(m_e, index, &err);
+        if (!d)
+            Raise(err.code < -20000 ? err.code : VEXA_E_CODE, err);
+        return std::unique_ptr<Handle>(new Handle(d));
+    }
+
+    std::vector<std::string> text(char* (*of)(const vexa_expr*, vexa_error*)) const
+    {
+        vexa_error err;
+        char* t = of(m_e, &err);
+        if (!t)
+            Raise(err.code < -20000 ? err.code : VEXA_E_CODE, err);
+        return Lines(t);
+    }
+
+private:
+    // The C interface's view of Python's columns, alive as long as this.
+    struct Bulk {
+        Bulk(const Handle& h, const py::list& columns, py::ssize_t points)
+        {
+            h.needCount(columns.size());
+            n = static_cast<std::size_t>(points);
+            held.resize(columns.size());
+            for (std::size_t k = 0; k < columns.size(); ++k) {
+                py::handle c = columns[k];
+                if (py::isinstance<py::array>(c)) {
+                    arrays.push_back(c.cast<Array>());
+                    const Array& a = arrays.back();
+                    if (a.ndim() != 1 || a.size() != points)
+                        throw py::value_error("a column holds one value for each of the points");
+                    data.push_back(a.data());
+                    strides.push_back(1);
+                } else {
+                    held[k] = c.cast<double>();
+                    data.push_back(&held[k]);
+                    strides.push_back(0);
+                }
+            }
+        }
+        std::size_t n = 0;
+        std::vector<Array> arrays;
+        std::vector<double> held;
+        std::vector<const double*> data;
+        std::vector<ptrdiff_t> strides;
+    };
+
+    // Where results go: written in place, so never a converted copy.
+    static double* Out(py::array out)
+    {
+        if (!py::isinstance<py::array_t<double>>(out) || !(out.flags() & py::array::c_style) || !out.writeable())
+            throw py::value_error("the output is a writable C-contiguous float64 array");
+        return static_cast<double*>(out.mutable_data());
+    }
+
+    vexa_expr* m_e;
+};
+
+std::unique_ptr<Handle> Parse(const std::string& text, const py::object& params)
+{
+    const std::string t = NoNul(text, "the text");
+    const bool list = !params.is_none();
+    const std::string p = list ? NoNul(params.cast<std::string>(), "the parameter list") : std::string();
+    vexa_error err;
+    vexa_expr* e = vexa_parse(t.c_str(), list ? p.c_str() : nullptr, &err);
+    if (e)
+        return std::unique_ptr<Handle>(new Handle(e));
+    if (err.code < -20000 && err.code != VEXA_E_LIST)
+        Raise(err.code, err);
+    const bool inList = err.code == VEXA_E_LIST;
+    Throw(py::module_::import("vexa").attr("ParseError")(err.code, CharIndex(inList ? p : t, err.position),
+                                                         std::string(err.message), inList));
+}
+
+}  // namespace
+
+PYBIND11_MODULE(_vexa, m)
+{
+    m.doc() = "The C interface of vexa for the Python package; use the package vexa itself.";
+    py::class_<Handle>(m, "Handle")
+        .def_property_readonly("names", &Handle::names)
+        .def_property_readonly("can_plot", [](const Handle& h) { return vexa_can_plot(h.get()) != 0; })
+        .def("eval", &Handle::eval)
+        .def("eval_value", &Handle::evalValue)
+        .def("eval_many", &Handle::evalMany)
+        .def("gradient", &Handle::gradient)
+        .def("gradient_many", &Handle::gradientMany)
+        .def("derivative", &Handle::derivative)
+        .def("dump", [](const Handle& h) { return h.text(vexa_dump); })
+        .def("tree_text", [](const Handle& h) {
+            const std::vector<std::string> lines = h.text(vexa_tree_text);
+            return lines.empty() ? std::string() : lines.front();
+        })
+        .def("registered_calls", [](const Handle& h) { return h.text(vexa_registered_calls); });
+    m.def("parse", &Parse);
+    m.def("register", [](const std::string& name, const Handle& h) {
+        vexa_error err;
+        Check(vexa_register(NoNul(name, "the name").c_str(), h.get(), &err), err);
+    });
+    m.def("unregister", [](const std::string& name) {
+        vexa_error err;
+        Check(vexa_unregister(NoNul(name, "the name").c_str(), &err), err);
+    });
+    m.def("function_names", [](int which) {
+        vexa_error err;
+        char* t = vexa_functions(which, &err);
+        if (!t)
+            Raise(err.code, err);
+        return Lines(t);
+    });
+    m.def("call_form", [](const std::string& name) -> py::object {
+        const vexa_cli::CallForm* f = vexa_cli::FindCallForm(vexa::FromUtf8(name));
+        if (!f)
+            return py::none();
+        return py::make_tuple(f->form, f->summary);
+    });
+    m.attr("BUILTIN") = VEXA_BUILTIN;
+    m.attr("REGISTERED") = VEXA_REGISTERED;
+}

@@ -1,0 +1,309 @@
+// The C interface: statuses and codes instead of exceptions, positions in the
+// bytes of the host's UTF-8, bulk results equal to single ones bit for bit,
+// shaped values, the registry, and one handle used from several threads.
+// scripts/tsan.sh runs this file under ThreadSanitizer.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "vexa/vexa_c.h"
+
+namespace {
+
+struct Expr {
+    explicit Expr(const char* text, const char* params = nullptr) : e(vexa_parse(text, params, &err)) {}
+    ~Expr() { vexa_free(e); }
+    vexa_expr* e;
+    vexa_error err;
+};
+
+std::string Text(char* t)
+{
+    std::string s = t ? t : "(null)";
+    vexa_free_text(t);
+    return s;
+}
+
+bool SameBits(double a, double b)
+{
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+struct PointCase {
+    const char* text;
+    const char* params;
+    std::vector<double> values;
+    bool strict;
+    int status;
+    int code;  // err.code after the call
+    double value;
+};
+
+TEST(CApi, OnePointStatusesAndCodes)
+{
+    const double nan = NAN;
+    const PointCase cases[] = {
+        {"2*x+1", "x", {3}, false, VEXA_OK, VEXA_OK, 7},
+        {"PI*0+2", nullptr, {}, false, VEXA_OK, VEXA_OK, 2},
+        {"x%y", "x,y", {1, 2}, false, VEXA_E_CODE, -10001, nan},
+        {"SQRT(x)", "x", {-1}, false, VEXA_E_NULL, VEXA_E_NULL, nan},
+        // A refused call drops its term ordinarily, fails strictly.
+        {"LOG(x)+5", "x", {-1}, false, VEXA_OK, VEXA_OK, 5},
+        {"LOG(x)+5", "x", {-1}, true, VEXA_E_REFUSED, VEXA_E_REFUSED, nan},
+        {"1+SQRT(x)", "x", {-1}, false, VEXA_E_CODE, -10001, nan},
+    };
+    for (const PointCase& c : cases) {
+        SCOPED_TRACE(c.text);
+        Expr x(c.text, c.params);
+        ASSERT_TRUE(x.e) << x.err.message;
+        const vexa_options options = {c.strict ? 1 : 0, 0};
+        double result = -1;
+        vexa_error err;
+        EXPECT_EQ(vexa_eval_ex(x.e, c.values.empty() ? nullptr : c.values.data(), &result, &options, &err), c.status);
+        EXPECT_EQ(err.code, c.code);
+        EXPECT_EQ(err.message[0] == '\0', c.status == VEXA_OK);
+        EXPECT_TRUE(SameBits(result, c.value) || (std::isnan(c.value) && std::isnan(result)));
+        EXPECT_EQ(vexa_eval_ex(x.e, c.values.data(), &result, &options, nullptr), c.status);  // err may be NULL
+    }
+}
+
+TEST(CApi, ParseFailuresTellCodeAndByteOffset)
+{
+    struct Case {
+        const char* text;
+        const char* params;
+        int code;
+        int position;
+        const char* says;
+    } cases[] = {
+        {"1 + #", "x", 2, 4, "'#' cannot start a token"},
+        // Positions count bytes: the braced name holds a two-byte character.
+        {"{\xc3\xa4}+#", nullptr, 4, 5, "'#' cannot start"},
+        {"x+\xff", "x", 2, 2, "U+FFFD"},
+        {"SIN(x", "x", 5, 0, "not closed"},
+        {nullptr, nullptr, 0, 0, "empty"},
+        {"x", "a,b_c", VEXA_E_LIST, 3, "parameter-name list is rejected"},
+        {"x", "{\xc3\xa4,b", VEXA_E_LIST, 1, "U+00E4"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.text ? c.text : "null");
+        Expr x(c.text, c.params);
+        EXPECT_EQ(x.e, nullptr);
+        EXPECT_EQ(x.err.code, c.code);
+        EXPECT_EQ(x.err.position, c.position);
+        EXPECT_NE(std::strstr(x.err.message, c.says), nullptr) << x.err.message;
+        EXPECT_EQ(vexa_parse(c.text, c.params, nullptr), nullptr);
+    }
+}
+
+TEST(CApi, NullHandlesAndPointersAreRefused)
+{
+    double v = 0;
+    vexa_error err;
+    EXPECT_EQ(vexa_eval(nullptr, &v, &v, &err), VEXA_E_ARGUMENT);
+    EXPECT_EQ(vexa_gradient(nullptr, &v, &v, &err), VEXA_E_ARGUMENT);
+    EXPECT_EQ(vexa_derivative(nullptr, 0, &err), nullptr);
+    EXPECT_EQ(vexa_dump(nullptr, &err), nullptr);
+    EXPECT_EQ(vexa_param_count(nullptr), -1);
+    EXPECT_EQ(vexa_param_name(nullptr, 0), nullptr);
+    Expr x("x*y", "x,y");
+    EXPECT_EQ(vexa_eval(x.e, nullptr, &v, &err), VEXA_E_ARGUMENT);
+    EXPECT_EQ(vexa_eval_many(x.e, 3, nullptr, &v, &err), VEXA_E_ARGUMENT);
+    EXPECT_EQ(vexa_param_name(x.e, 2), nullptr);
+    EXPECT_EQ(vexa_derivative(x.e, 2, &err), nullptr);
+    EXPECT_EQ(err.code, VEXA_E_ARGUMENT);
+    EXPECT_EQ(vexa_functions(4, &err), nullptr);
+    vexa_free(nullptr);
+    vexa_free_text(nullptr);
+}
+
+TEST(CApi, ShapedValues)
+{
+    double v[] = {1, 2, 3}, w[] = {0, 0, 1}, m[] = {1, 2, 3, 4}, out[9];
+    struct Case {
+        const char* text;
+        const char* params;
+        std::vector<vexa_value> in;
+        int status;
+        int rows, cols;
+        std::vector<double> want;
+    } cases[] = {
+        {"V*2", "V", {{1, 3, v}}, VEXA_OK, 1, 3, {2, 4, 6}},
+        {"V%W", "V,W", {{1, 3, v}, {1, 3, w}}, VEXA_OK, 1, 3, {2, -1, 0}},
+        {"M*M", "M", {{2, 2, m}}, VEXA_OK, 2, 2, {7, 10, 15, 22}},
+        // A parameter without a value is null, and null + 1 is 1.
+        {"x+1", "x", {{0, 0, nullptr}}, VEXA_OK, 1, 1, {1}},
+        {"x+V", "x,V", {{1, 1, v}, {1, 3, v}}, VEXA_E_CODE, 0, 0, {}},
+        {"SQRT(x)", "x", {{1, 1, m}}, VEXA_OK, 1, 1, {1}},
+        {"V", "V", {{3, 1, v}}, VEXA_E_ARGUMENT, 0, 0, {}},  // no column vectors
+        {"V", "V", {{1, 3, nullptr}}, VEXA_E_ARGUMENT, 0, 0, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.text);
+        Expr x(c.text, c.params);
+        ASSERT_TRUE(x.e);
+        vexa_value result = {-1, -1, out};
+        vexa_error err;
+        EXPECT_EQ(vexa_eval_value(x.e, c.in.data(), &result, 9, &err), c.status) << err.message;
+        EXPECT_EQ(result.rows, c.rows);
+        EXPECT_EQ(result.cols, c.cols);
+        EXPECT_EQ(std::vector<double>(out, out + c.want.size()), c.want);
+    }
+    // Too small a buffer reports the shape, so the host can size it.
+    Expr x("V*M", "V,M");
+    const vexa_value in[] = {{1, 2, v}, {2, 2, m}};
+    vexa_value result = {0, 0, out};
+    EXPECT_EQ(vexa_eval_value(x.e, in, &result, 1, nullptr), VEXA_E_TOO_SMALL);
+    EXPECT_EQ(result.rows * 10 + result.cols, 12);
+}
+
+TEST(CApi, ManyPointsEqualOnePointBitForBit)
+{
+    // Point 1 has no value (SQRT(y) is null), point 2 throws (1 + null),
+    // point 3 has none either.
+    Expr x("SQRT(y)*(1+SQRT(x))*2", "x,y");
+    const std::vector<double> xs = {1, 1, -1, 1, 4}, ys = {1, -1, 1, -1, 9};
+    const double* columns[] = {xs.data(), ys.data()};
+    std::vector<double> results(xs.size());
+    vexa_report report;
+    vexa_error err;
+    EXPECT_EQ(vexa_eval_many_ex(x.e, xs.size(), columns, nullptr, results.data(), nullptr, &report, &err),
+              VEXA_E_POINTS);
+    EXPECT_EQ(report.failed, 3u);
+    EXPECT_EQ(report.thrown, 1u);
+    EXPECT_EQ(err.code, -10001);  // the first point that threw, before the first that failed
+    EXPECT_EQ(err.position, 2);
+    for (std::size_t i = 0; i < xs.size(); ++i) {
+        const double point[] = {xs[i], ys[i]};
+        double one;
+        vexa_eval(x.e, point, &one, nullptr);
+        EXPECT_TRUE(SameBits(one, results[i])) << i;
+    }
+
+    // Strides: x varies, y is held; two threads give the same.
+    const double held = 9;
+    const double* stridden[] = {xs.data(), &held};
+    const ptrdiff_t strides[] = {1, 0};
+    const vexa_options two = {0, 2};
+    std::vector<double> again(xs.size());
+    vexa_eval_many_ex(x.e, xs.size(), stridden, strides, again.data(), &two, &report, nullptr);
+    EXPECT_EQ(report.failed, 1u);
+    EXPECT_EQ(again[4], 3 * 3 * 2);
+}
+
+TEST(CApi, ExactGradientAndDerivative)
+{
+    Expr x("x*x*y+STEP(x,0,0,1,y)", "x,y");
+    const double point[] = {0.5, 2};
+    double grad[2];
+    ASSERT_EQ(vexa_gradient(x.e, point, grad, nullptr), VEXA_OK);
+    EXPECT_DOUBLE_EQ(grad[0], 2 * 0.5 * 2 + 2 * 6 * 0.5 * 0.5);  // STEP's slope 6a(1-a) h1 at a = 0.5
+    EXPECT_DOUBLE_EQ(grad[1], 0.25 + 0.5);
+
+    const std::vector<double> xs = {0.5, 2}, ys = {2, 3};
+    const double* columns[] = {xs.data(), ys.data()};
+    double values[2], grads[4];
+    ASSERT_EQ(vexa_gradient_many(x.e, 2, columns, nullptr, values, grads, nullptr, nullptr, nullptr), VEXA_OK);
+    EXPECT_EQ(grads[0], grad[0]);
+    EXPECT_EQ(grads[2], 2 * 2 * 3);
+    EXPECT_EQ(values[1], 4 * 3 + 3);
+
+    vexa_expr* d = vexa_derivative(x.e, 1, nullptr);
+    ASSERT_TRUE(d);
+    EXPECT_EQ(vexa_param_count(d), 2);
+    double slope;
+    EXPECT_EQ(vexa_eval(d, point, &slope, nullptr), VEXA_OK);
+    EXPECT_DOUBLE_EQ(slope, 0.25);  // the described rule: STEP through its first argument only
+    vexa_free(d);
+
+    // Nested MAX doubles the derivative tree per level: past the node budget.
+    std::string deep = "x";
+    for (int i = 0; i < 24; ++i)
+        deep = "MAX(" + deep + ",x*" + std::to_string(i) + ")";
+    Expr big(deep.c_str(), "x");
+    vexa_error err;
+    EXPECT_EQ(vexa_derivative(big.e, 0, &err), nullptr);
+    EXPECT_EQ(err.code, VEXA_E_NO_DERIVATIVE);
+}
+
+TEST(CApi, TextsOfATree)
+{
+    Expr x("2*x+{d}", "x");
+    EXPECT_EQ(Text(vexa_tree_text(x.e, nullptr)), "(2*x)+{d}");
+    const std::string dump = Text(vexa_dump(x.e, nullptr));
+    EXPECT_EQ(std::count(dump.begin(), dump.end(), '\n'), 5);
+    EXPECT_EQ(std::string(vexa_param_name(x.e, 1)), "{d}");
+    EXPECT_TRUE(vexa_can_plot(x.e));
+    Expr contact("IMPACT({x},{v},0,1,1,1,1)");
+    EXPECT_FALSE(vexa_can_plot(contact.e));
+    const std::string builtIn = Text(vexa_functions(VEXA_BUILTIN, nullptr));
+    EXPECT_EQ(std::count(builtIn.begin(), builtIn.end(), '\n'), 100);
+    EXPECT_EQ(builtIn.compare(0, 4, "ABS\n"), 0);
+}
+
+TEST(CApi, RegisteringAndUnregistering)
+{
+    Expr twice("2*a", "a");
+    vexa_error err;
+    EXPECT_EQ(vexa_register("SIN", twice.e, &err), VEXA_E_NOT_REGISTERED);
+    ASSERT_EQ(vexa_register("CTWICE", twice.e, &err), VEXA_OK) << err.message;
+    EXPECT_EQ(vexa_register("CTWICE", twice.e, &err), VEXA_E_NOT_REGISTERED);
+    EXPECT_NE(Text(vexa_functions(VEXA_REGISTERED, nullptr)).find("CTWICE\n"), std::string::npos);
+
+    Expr caller("CTWICE(x)+POLY(x,0,1)", "x");
+    ASSERT_TRUE(caller.e) << caller.err.message;
+    EXPECT_EQ(Text(vexa_registered_calls(caller.e, nullptr)), "CTWICE\n");
+    vexa_expr* d = vexa_derivative(caller.e, 0, nullptr);
+    EXPECT_EQ(Text(vexa_registered_calls(d, nullptr)), "CTWICE\n");  // through its numeric derivative
+    vexa_free(d);
+
+    EXPECT_EQ(vexa_unregister("CTWICE", &err), VEXA_OK);
+    EXPECT_EQ(vexa_unregister("CTWICE", &err), VEXA_E_NOT_REGISTERED);
+    EXPECT_EQ(vexa_unregister("SIN", &err), VEXA_E_NOT_REGISTERED);
+    // What was parsed before keeps its function.
+    const double three = 3;
+    double v;
+    EXPECT_EQ(vexa_eval(caller.e, &three, &v, nullptr), VEXA_OK);
+    EXPECT_EQ(v, 7);
+    Expr later("CTWICE(x)", "x");
+    EXPECT_EQ(later.e, nullptr);
+}
+
+TEST(CApi, OneHandleManyThreads)
+{
+    Expr x("STEP(t,0,0,1,a)*SIN(3*t)+LOG(t)", "t,a");
+    const int kPoints = 400;
+    std::vector<double> t(kPoints), a(kPoints, 2.0), serial(kPoints), grads(2 * kPoints);
+    for (int i = 0; i < kPoints; ++i)
+        t[static_cast<std::size_t>(i)] = -0.5 + 0.005 * i;
+    const double* columns[] = {t.data(), a.data()};
+    vexa_eval_many(x.e, kPoints, columns, serial.data(), nullptr);
+    vexa_gradient_many(x.e, kPoints, columns, nullptr, nullptr, grads.data(), nullptr, nullptr, nullptr);
+
+    std::vector<int> mismatches(4, 0);
+    std::vector<std::thread> threads;
+    for (int k = 0; k < 4; ++k) {
+        threads.emplace_back([&, k] {
+            for (int i = k; i < kPoints; i += 2) {
+                const std::size_t p = static_cast<std::size_t>(i);
+                const double point[] = {t[p], a[p]};
+                double v, g[2], many;
+                vexa_eval(x.e, point, &v, nullptr);
+                vexa_gradient(x.e, point, g, nullptr);
+                const double* one[] = {&t[p], &a[p]};
+                vexa_eval_many(x.e, 1, one, &many, nullptr);
+                mismatches[static_cast<std::size_t>(k)] +=
+                    !SameBits(v, serial[p]) || !SameBits(many, serial[p]) || !SameBits(g[1], grads[2 * p + 1]);
+            }
+        });
+    }
+    for (std::thread& th : threads)
+        th.join();
+    EXPECT_EQ(mismatches, std::vector<int>(4, 0));
+}
+
+}  // namespace

@@ -1,0 +1,213 @@
+// The C interface's evaluation: one point or many, values or exact
+// gradients, all through the compiled form.
+#include <cmath>
+#include <limits>
+
+#include "vexa/vexa_c.h"
+#include "vexa/vexa_c_internal.h"
+
+using vexa_c::Checked;
+using vexa_c::Fail;
+using vexa_c::Status;
+
+namespace {
+
+vexa::Options OptionsOf(const vexa_options* o)
+{
+    vexa::Options options;
+    if (o) {
+        options.strict = o->strict != 0;
+        options.threads = o->threads < 0 ? 0 : (o->threads == 0 ? 1 : o->threads);
+    }
+    return options;
+}
+
+std::vector<vexa::Column> ColumnsOf(const vexa_expr& e, size_t n, const double* const* columns,
+                                    const ptrdiff_t* strides)
+{
+    const std::size_t count = e.names.size();
+    if (count > 0 && !columns)
+        Fail(VEXA_E_ARGUMENT, "no parameter columns");
+    std::vector<vexa::Column> out(count);
+    for (std::size_t k = 0; k < count; ++k) {
+        const std::ptrdiff_t stride = strides ? strides[k] : 1;
+        if (!columns[k] && n > 0)
+            Fail(VEXA_E_ARGUMENT, "no values for parameter " + std::to_string(k) + " (" + e.names[k] + ")");
+        out[k] = {columns[k], stride};
+    }
+    return out;
+}
+
+void PointsNeeded(size_t n, const void* out)
+{
+    if (n > 0 && !out)
+        Fail(VEXA_E_ARGUMENT, "no result buffer");
+}
+
+// The form, or the reason an expression without one cannot do what is asked.
+const vexa::CompiledExpression& FormOf(const vexa_expr& e, const char* what)
+{
+    if (!e.form)
+        Fail(VEXA_E_NO_GRADIENT, std::string("no ") + what + ": the expression could not be compiled");
+    return *e.form;
+}
+
+// The first point of a report that threw, and when none of the reported ones
+// did though some point did, the first such point found by evaluating again
+// from the last reported one.
+template <typename PointOutcome>
+vexa::PointFailure FirstToTell(const vexa::Report& report, std::size_t n, PointOutcome at)
+{
+    const std::size_t thrown = report.by_kind[static_cast<int>(vexa::Failure::kThrown)];
+    if (thrown == 0 || report.first.empty())
+        return report.first.empty() ? vexa::PointFailure{0, vexa::Failure::kNull, 0} : report.first.front();
+    for (const vexa::PointFailure& p : report.first) {
+        if (p.failure == vexa::Failure::kThrown)
+            return p;
+    }
+    for (std::size_t i = report.first.back().index + 1; i < n; ++i) {
+        const vexa::Outcome o = at(i);
+        if (o.failure == vexa::Failure::kThrown)
+            return {i, o.failure, o.code};
+    }
+    return report.first.front();
+}
+
+template <typename PointOutcome>
+void Tell(const vexa::Report& report, std::size_t n, vexa_report* out, PointOutcome at)
+{
+    if (out) {
+        out->failed = report.failed;
+        out->thrown = report.by_kind[static_cast<int>(vexa::Failure::kThrown)];
+    }
+    if (report.ok())
+        return;
+    const vexa::PointFailure first = FirstToTell(report, n, at);
+    vexa_c::Failure f = vexa_c::OutcomeFailure({0.0, first.failure, first.code});
+    f.message = std::to_string(report.failed) + " of " + std::to_string(n) + " points have no value; point " +
+                std::to_string(first.index) + ": " + f.message;
+    f.status = VEXA_E_POINTS;
+    f.position = first.index > static_cast<std::size_t>(std::numeric_limits<int>::max())
+                     ? std::numeric_limits<int>::max()
+                     : static_cast<int>(first.index);
+    throw f;
+}
+
+std::vector<double> PointOf(const std::vector<vexa::Column>& columns, std::size_t i)
+{
+    std::vector<double> point(columns.size());
+    for (std::size_t k = 0; k < columns.size(); ++k)
+        point[k] = columns[k].data[static_cast<std::ptrdiff_t>(i) * columns[k].stride];
+    return point;
+}
+
+}  // namespace
+
+extern "C" {
+
+int vexa_eval_ex(vexa_expr* e, const double* params, double* result, const vexa_options* options, vexa_error* err)
+{
+    return Status(err, [&] {
+        vexa_expr& x = Checked(e);
+        PointsNeeded(1, result);
+        if (!params && !x.names.empty())
+            Fail(VEXA_E_ARGUMENT, "no parameter values");
+        const bool strict = options && options->strict;
+        vexa::Outcome o;
+        if (x.form) {
+            vexa_c::WorkspaceUse ws(x);
+            o = x.form->Evaluate(params, ws.get(), strict);
+        } else {
+            // One point through the tree, exactly as a bulk call does it.
+            std::vector<vexa::Column> columns;
+            for (std::size_t k = 0; k < x.names.size(); ++k)
+                columns.push_back(vexa::Column::Held(params + k));
+            vexa_c::TreeUse use(x);
+            const vexa::Report r = vexa::EvaluateMany(x.calc.get(), static_cast<int>(x.names.size()), 1,
+                                                      columns.data(), result, OptionsOf(options));
+            o = r.ok() ? vexa::Outcome{*result, vexa::Failure::kNone, 0}
+                       : vexa::Outcome{*result, r.first.front().failure, r.first.front().code};
+        }
+        *result = o.value;
+        if (!o.ok())
+            throw vexa_c::OutcomeFailure(o);
+    });
+}
+
+int vexa_eval(vexa_expr* e, const double* params, double* result, vexa_error* err)
+{
+    return vexa_eval_ex(e, params, result, nullptr, err);
+}
+
+int vexa_eval_many_ex(vexa_expr* e, size_t n, const double* const* columns, const ptrdiff_t* strides,
+                      double* results, const vexa_options* options, vexa_report* report, vexa_error* err)
+{
+    if (report)
+        *report = {0, 0};
+    return Status(err, [&] {
+        vexa_expr& x = Checked(e);
+        PointsNeeded(n, results);
+        const std::vector<vexa::Column> cols = ColumnsOf(x, n, columns, strides);
+        const vexa::Options opts = OptionsOf(options);
+        if (!x.form) {
+            vexa_c::TreeUse use(x);
+            const vexa::Report r = vexa::EvaluateMany(x.calc.get(), static_cast<int>(cols.size()), n, cols.data(),
+                                                      results, opts);
+            Tell(r, n, report, [&](std::size_t) { return vexa::Outcome{0.0, vexa::Failure::kNull, 0}; });
+            return;
+        }
+        const vexa::Report r = x.form->EvaluateMany(n, cols.data(), results, opts);
+        Tell(r, n, report, [&](std::size_t i) {
+            vexa_c::WorkspaceUse ws(x);
+            return x.form->Evaluate(PointOf(cols, i).data(), ws.get(), opts.strict);
+        });
+    });
+}
+
+int vexa_eval_many(vexa_expr* e, size_t n, const double* const* columns, double* results, vexa_error* err)
+{
+    return vexa_eval_many_ex(e, n, columns, nullptr, results, nullptr, nullptr, err);
+}
+
+int vexa_gradient(vexa_expr* e, const double* params, double* grad, vexa_error* err)
+{
+    return Status(err, [&] {
+        vexa_expr& x = Checked(e);
+        PointsNeeded(x.names.size(), grad);
+        if (!params && !x.names.empty())
+            Fail(VEXA_E_ARGUMENT, "no parameter values");
+        const vexa::CompiledExpression& form = FormOf(x, "exact gradient");
+        vexa_c::WorkspaceUse ws(x);
+        const vexa::Outcome o = form.Gradient(params, grad, ws.get());
+        if (!o.ok())
+            throw vexa_c::OutcomeFailure(o);
+    });
+}
+
+int vexa_gradient_many(vexa_expr* e, size_t n, const double* const* columns, const ptrdiff_t* strides,
+                       double* values, double* grads, const vexa_options* options, vexa_report* report,
+                       vexa_error* err)
+{
+    if (report)
+        *report = {0, 0};
+    return Status(err, [&] {
+        vexa_expr& x = Checked(e);
+        if (!x.names.empty())
+            PointsNeeded(n, grads);
+        const std::vector<vexa::Column> cols = ColumnsOf(x, n, columns, strides);
+        const vexa::CompiledExpression& form = FormOf(x, "exact gradient");
+        std::vector<double> own;
+        if (!values) {
+            own.resize(n);
+            values = own.data();
+        }
+        const vexa::Report r = form.GradientMany(n, cols.data(), values, grads, OptionsOf(options));
+        Tell(r, n, report, [&](std::size_t i) {
+            vexa_c::WorkspaceUse ws(x);
+            std::vector<double> grad(cols.size());
+            return form.Gradient(PointOf(cols, i).data(), grad.data(), ws.get());
+        });
+    });
+}
+
+}  // extern "C"

@@ -1,0 +1,144 @@
+// The C interface to the function registry: registering expressions under
+// names, and listing the names.
+#include <algorithm>
+#include <map>
+
+#include "vexa/calc/expression.h"
+#include "vexa/calc/function_factory.h"
+#include "vexa/core/utf8.h"
+#include "vexa/tree/tree_walk.h"
+#include "vexa/vexa_c.h"
+#include "vexa/vexa_c_internal.h"
+
+using vexa_c::Checked;
+using vexa_c::Fail;
+using vexa_c::Status;
+
+namespace {
+
+// What vexa_register put into the registry, so that vexa_unregister can give
+// back the reference the registry returns, and leaves alone names a C++
+// host registered itself.
+std::map<std::wstring, ICalculator*>& Registered()
+{
+    static std::map<std::wstring, ICalculator*> registered;
+    return registered;
+}
+
+std::vector<std::wstring> BuiltInNames()
+{
+    std::vector<std::wstring> names;
+    FunctionFactory::getInstance()->GetAllFunctionName(names);
+    return names;
+}
+
+// Whether name is that of a registered expression (not a built-in).
+bool IsRegistered(const std::wstring& name)
+{
+    VEXA_WString key(name.c_str());
+    const vexa::CalcRef calc(FunctionFactory::getInstance()->CreateFunction(key));
+    return dynamic_cast<Expression*>(calc.get()) != nullptr;
+}
+
+std::wstring NameOf(const char* name)
+{
+    if (!name || !*name)
+        Fail(VEXA_E_ARGUMENT, "no function name");
+    return vexa::FromUtf8(name);
+}
+
+}  // namespace
+
+extern "C" {
+
+int vexa_register(const char* name, const vexa_expr* e, vexa_error* err)
+{
+    return Status(err, [&] {
+        const vexa_expr& x = Checked(e);
+        VEXA_WString key(NameOf(name).c_str());
+        vexa::CalcRef copy;
+        {
+            vexa_c::TreeUse use(x);
+            Expression* tree = dynamic_cast<Expression*>(x.calc.get());
+            if (tree)
+                copy.reset(tree->Copy());
+        }
+        if (!copy)
+            Fail(VEXA_E_INTERNAL, "the expression has no tree to register");
+        FunctionFactory* registry = FunctionFactory::getInstance();
+        if (registry->IsFunction(key))
+            Fail(VEXA_E_NOT_REGISTERED, std::string(name) + " is a function already (built in or registered)");
+        // The slot first: once registered, nothing may fail before it is noted.
+        ICalculator*& slot = Registered()[vexa::FromUtf8(name)];
+        if (!registry->Register(key, copy.get())) {
+            Registered().erase(vexa::FromUtf8(name));
+            Fail(VEXA_E_NOT_REGISTERED, std::string(name) +
+                                            " is not registered: the expression nests too deeply to be called "
+                                            "within the library's stack limit");
+        }
+        slot = copy.get();
+    });
+}
+
+int vexa_unregister(const char* name, vexa_error* err)
+{
+    return Status(err, [&] {
+        const std::wstring wname = NameOf(name);
+        auto it = Registered().find(wname);
+        if (it == Registered().end())
+            Fail(VEXA_E_NOT_REGISTERED, std::string(name) + " was not registered with vexa_register");
+        VEXA_WString key(wname.c_str());
+        FunctionFactory* registry = FunctionFactory::getInstance();
+        const vexa::CalcRef current(registry->CreateFunction(key));
+        ICalculator* ours = it->second;
+        Registered().erase(it);
+        // The registry may have been destroyed and filled anew since.
+        if (current.get() != ours)
+            Fail(VEXA_E_NOT_REGISTERED, std::string(name) + " is no longer registered");
+        registry->UnRegister(key);
+        ours->Release();  // the registry's reference, which UnRegister hands back
+    });
+}
+
+char* vexa_registered_calls(const vexa_expr* e, vexa_error* err)
+{
+    return vexa_c::TextCall(err, [&] {
+        const vexa_expr& x = Checked(e);
+        const std::wstring wrap = L"wrap:";
+        std::vector<std::wstring> calls;
+        vexa_c::TreeUse use(x);
+        vexa::WalkTree(x.calc.get(), [&](const vexa::TreeNodeInfo& node) {
+            std::wstring name;
+            if (node.call == vexa::CallKind::kRegistered)
+                name = node.function;
+            // A numeric derivative wraps the function it differentiates.
+            const bool wrapped = node.call == vexa::CallKind::kNumericDerivative &&
+                                 node.function.compare(0, wrap.size(), wrap) == 0;
+            if (wrapped && IsRegistered(node.function.substr(wrap.size())))
+                name = node.function.substr(wrap.size());
+            if (!name.empty() && std::find(calls.begin(), calls.end(), name) == calls.end())
+                calls.push_back(name);
+            return true;
+        });
+        return vexa_c::JoinLines(calls);
+    });
+}
+
+char* vexa_functions(int which, vexa_error* err)
+{
+    return vexa_c::TextCall(err, [&] {
+        if (which & ~(VEXA_BUILTIN | VEXA_REGISTERED))
+            Fail(VEXA_E_ARGUMENT, "which is VEXA_BUILTIN, VEXA_REGISTERED or both");
+        const std::vector<std::wstring> builtIn = BuiltInNames();
+        std::vector<std::wstring> all;
+        FunctionFactory::getInstance()->GetAllFunctionBiFunctionName(all);
+        std::vector<std::wstring> names;
+        if (which & VEXA_BUILTIN)
+            names = builtIn;
+        if (which & VEXA_REGISTERED)
+            names.insert(names.end(), all.begin() + static_cast<std::ptrdiff_t>(builtIn.size()), all.end());
+        return vexa_c::JoinLines(names);
+    });
+}
+
+}  // extern "C"
