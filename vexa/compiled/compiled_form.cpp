@@ -93,15 +93,9 @@ Outcome GradientAt(Space& s, const double* params, double* grad)
     StopReason why = kTreeOnly;
     double value = kNaN;
     if (f.gradient) {
-        // The machine code runs in this thread's registers of the unit,
-        // made on first use as the runner makes them.
-        UnitSpace& us = s.of(f.top());
-        if (us.regs.empty()) {
-            us.regs = f.top().program->initialRegisters();
-            us.tape = f.top().tape;
-            us.adjoint.resize(us.regs.size());
-        }
-        GradientCall call{params, us.regs.data(), us.tape.data(), us.adjoint.data(), grad, &s, 0.0};
+        // The machine code runs in this thread's registers of the unit.
+        UnitSpace& us = PreparedSpace(f.top(), s);
+        GradientCall call{params, us.regs.data(), us.tape.data(), us.adjoint.data(), grad, &s, 0.0, nullptr};
         why = f.gradient->Run(call);
         value = call.value;
     } else if (f.top().Runs(f.params)) {

@@ -28,9 +28,17 @@ constexpr std::uint64_t kSignMask = 0x8000000000000000ULL;
 // that calls stay 16-byte aligned after the six pushes.
 constexpr std::int32_t kFrame = 8 * 34 + 8;
 
-int CallStep(const Unit* u, Space* s, const Unit::Step* step, double* r, double* tape)
+// What a step answers when it threw: the exception waits in the call.
+constexpr int kThrew = 255;
+
+int CallStep(const Unit* u, GradientCall* call, const Unit::Step* step, double* r, double* tape)
 {
-    return RunStep(*u, *s, *step, r, tape);
+    try {
+        return RunStep(*u, *call->space, *step, r, tape);
+    } catch (...) {
+        call->pending = std::current_exception();
+        return kThrew;
+    }
 }
 
 // A built-in's value and partials, as the runner's step computes them.
@@ -138,7 +146,7 @@ void Generator::Arithmetic(const Unit::Step& step)
 void Generator::Called(const Unit::Step& step)
 {
     m_em.MovImm64(rdi, reinterpret_cast<std::uint64_t>(&m_unit));
-    m_em.MovReg(rsi, r15);
+    m_em.MovReg(rsi, r14);
     m_em.MovImm64(rdx, reinterpret_cast<std::uint64_t>(&step));
     m_em.MovReg(rcx, rbx);
     m_em.MovReg(r8, r12);
@@ -268,6 +276,17 @@ bool Generator::Emit()
 
 }  // namespace
 
+StopReason GradientCode::Run(GradientCall& call) const
+{
+    const int answer = m_entry(&call);
+    if (answer == kThrew) {
+        std::exception_ptr e = call.pending;
+        call.pending = nullptr;
+        std::rethrow_exception(e);
+    }
+    return static_cast<StopReason>(answer);
+}
+
 std::unique_ptr<GradientCode> GradientCode::Make(const Unit& u, int count)
 {
     if (!u.program || RunsBeforeMachineCode() < 0)
@@ -284,6 +303,11 @@ std::unique_ptr<GradientCode> GradientCode::Make(const Unit& u, int count)
 }
 
 #else
+
+StopReason GradientCode::Run(GradientCall&) const
+{
+    return kTreeOnly;
+}
 
 std::unique_ptr<GradientCode> GradientCode::Make(const Unit&, int)
 {

@@ -1,6 +1,7 @@
 #ifndef VEXA_COMPILED_MACHINE_GRADIENT_H
 #define VEXA_COMPILED_MACHINE_GRADIENT_H
 
+#include <exception>
 #include <memory>
 
 #include "vexa/compiled/form.h"
@@ -23,6 +24,9 @@ struct GradientCall {
     double* grad;        // out: d value / d args[k], for k < count
     Space* space;
     double value;        // out
+    // An exception a step threw inside the machine code, thrown again by Run
+    // once the code has returned (no exception may cross machine code).
+    std::exception_ptr pending;
 };
 
 class GradientCode {
@@ -32,7 +36,7 @@ public:
     static std::unique_ptr<GradientCode> Make(const Unit& u, int count);
 
     // kGoes, or why the point could not finish.
-    StopReason Run(GradientCall& call) const { return static_cast<StopReason>(m_entry(&call)); }
+    StopReason Run(GradientCall& call) const;
 
 private:
     typedef int (*Entry)(GradientCall* call);

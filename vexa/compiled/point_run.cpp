@@ -171,6 +171,22 @@ inline StopReason Step(const Unit& u, Space& s, const Unit::Step& step, double* 
 
 }  // namespace
 
+UnitSpace& PreparedSpace(const Unit& u, Space& s)
+{
+    UnitSpace& us = s.of(u);
+    if (us.regs.empty()) {
+        // Made aside and moved in whole: memory running out half way must
+        // not leave registers without their tape.
+        std::vector<double> regs = u.program->initialRegisters();
+        std::vector<double> tape = u.tape;
+        std::vector<double> adjoint(regs.size());
+        us.tape.swap(tape);
+        us.adjoint.swap(adjoint);
+        us.regs.swap(regs);
+    }
+    return us;
+}
+
 StopReason RunStep(const Unit& u, Space& s, const Unit::Step& step, double* r, double* tape)
 {
     return Step(u, s, step, r, tape && step.active ? tape + step.first : nullptr);
@@ -179,12 +195,7 @@ StopReason RunStep(const Unit& u, Space& s, const Unit::Step& step, double* r, d
 StopReason RunPoint(const Unit& u, Space& s, const double* args, int count, double& value, double* partials)
 {
     const Program& p = *u.program;
-    UnitSpace& us = s.of(u);
-    if (us.regs.empty()) {
-        us.regs = p.initialRegisters();
-        us.tape = u.tape;
-        us.adjoint.resize(us.regs.size());
-    }
+    UnitSpace& us = PreparedSpace(u, s);
     double* r = us.regs.data();
     for (const auto& load : p.paramLoads())
         r[load.second] = args[load.first];

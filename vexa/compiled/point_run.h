@@ -12,6 +12,9 @@ namespace vexa_compiled {
 // answer is kGoes, or the first reason the point could not finish.
 StopReason RunPoint(const Unit& u, Space& s, const double* args, int count, double& value, double* partials);
 
+// u's registers, tape and adjoints in s, made on first use (all or none).
+UnitSpace& PreparedSpace(const Unit& u, Space& s);
+
 // One instruction of RunPoint: its value into the registers r and, with
 // tape (the unit's partials), its partials when its result depends on a
 // parameter. For machine code that does the rest of a run itself.

@@ -66,9 +66,10 @@ public:
         if (depth > kMaxNesting)
             throw Unfaithful{"functions call each other deeper than 64 levels"};
         Ref made(Make(c, depth));
-        // The table keeps one reference of its own until the copy is done.
-        made.calc->AddRef();
+        // The table keeps one reference of its own until the copy is done,
+        // taken once the entry exists (the entry may fail to be made).
         m_copies.emplace(c, made.calc);
+        made.calc->AddRef();
         return made.release();
     }
 
