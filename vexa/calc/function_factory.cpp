@@ -109,8 +109,10 @@ bool FunctionFactory::Register(VEXA_WString& name, ICalculator* calc) {
     // deep to evaluate on its own could never be called.
     if (vexa_calc::ExpressionAccess::Cost(*expression) > vexa_calc::kMaxCost) return false;
     expression->SetName(name);
-    expression->AddRef();
+    // The entry before the reference: an insertion that runs out of memory
+    // must not leave a reference that nothing gives back.
     m_calculator_map->insert(std::make_pair(name, calc));
+    expression->AddRef();
     return true;
 }
 

@@ -1,5 +1,7 @@
 #include "vexa/calc/expression_tree.h"
 
+#include <memory>
+
 #include "vexa/calc/callee.h"
 #include "vexa/tree/inode.h"
 #include "vexa/tree/node_util.h"
@@ -31,20 +33,21 @@ bool DeriveTree(INode* root, ICalculator* owner, int index, INode*& out)
         out = nullptr;
         return false;
     }
+    out = nullptr;
+    std::unique_ptr<INode> built;
     try {
         vexa_tree::DerivativeBudgetScope budget;
-        out = root->getDerivative(owner, index);
+        built.reset(root->getDerivative(owner, index));
     } catch (const vexa_tree::BudgetExceeded&) {
         // A derivative too large to build is an ordinary failure for the
         // host, not a hard error; every partial tree was freed on the way out.
-        out = nullptr;
         return false;
     }
-    if (TreeCost(out) > kMaxCost) {
-        delete out;
-        out = nullptr;
+    // Measuring may run out of memory too: the tree is held until it is
+    // handed over.
+    if (TreeCost(built.get()) > kMaxCost)
         return false;
-    }
+    out = built.release();
     return true;
 }
 
