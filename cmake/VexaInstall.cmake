@@ -16,7 +16,7 @@ set(VEXA_PUBLIC_HEADERS
   vexa/tree/inode.h vexa/tree/constant_param.h vexa/tree/variable_param.h
   vexa/tree/operater_node.h vexa/tree/function_node.h vexa/tree/tree_walk.h vexa/tree/tree_text.h
   vexa/calc/icalculator.h vexa/calc/calc_ref.h vexa/calc/expression.h vexa/calc/complex_step_calculator.h
-  vexa/calc/buidin_function.h vexa/calc/function_factory.h vexa/calc/call_errors.h
+  vexa/calc/buidin_function.h vexa/calc/function_factory.h vexa/calc/call_errors.h vexa/calc/call_forms.h
   vexa/parser/vexa_parser.h vexa/parser/parse_diagnosis.h)
 foreach(h ${VEXA_PUBLIC_HEADERS})
   get_filename_component(dir ${h} DIRECTORY)

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/call_forms.h"
+#include "vexa/calc/call_forms.h"
 #include "vexa/core/utf8.h"
 #include "vexa/vexa_c.h"
 
@@ -324,7 +324,7 @@ PYBIND11_MODULE(_vexa, m)
         return Lines(t);
     });
     m.def("call_form", [](const std::string& name) -> py::object {
-        const vexa_cli::CallForm* f = vexa_cli::FindCallForm(vexa::FromUtf8(name));
+        const vexa::CallForm* f = vexa::FindCallForm(vexa::FromUtf8(name));
         if (!f)
             return py::none();
         return py::make_tuple(f->form, f->summary);

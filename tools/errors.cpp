@@ -29,12 +29,12 @@ std::string CallFormHint(const vexa::ParseDiagnosis& d) {
     if (d.problem == P::kUnknownFunction) {
         std::string hint;
         for (const std::wstring& name : d.suggestions) {
-            if (const CallForm* f = FindCallForm(name))
+            if (const vexa::CallForm* f = vexa::FindCallForm(name))
                 hint += std::string(hint.empty() ? "" : "\n  ") + f->form + ": " + f->summary;
         }
         return hint;
     }
-    const CallForm* f = d.function.empty() ? nullptr : FindCallForm(d.function);
+    const vexa::CallForm* f = d.function.empty() ? nullptr : vexa::FindCallForm(d.function);
     if (!f) return std::string();
     const std::string name = ToUtf8(d.function);
     if (d.problem == P::kRefusedCall && f->min_args < 0) return name + " refuses every call here: " + f->summary;

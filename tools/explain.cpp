@@ -100,7 +100,7 @@ Culprit RefusedCall(TreeView& t, std::size_t i) {
     const std::vector<std::size_t> children = t.Children(i);
     for (std::size_t k : children) args += (args.empty() ? "" : ", ") + t.ValueOfText(k);
     const vexa::TreeNodeInfo& call = t.node(i);
-    const CallForm* f = FindCallForm(call.function);
+    const vexa::CallForm* f = vexa::FindCallForm(call.function);
     c.message = t.Text(i) + " has no value: " + ToUtf8(call.function) + " refused the argument" +
                 (children.size() == 1 ? " " : "s ") + "(" + args + ")" +
                 (f ? std::string(" [") + f->form + ": " + f->summary + "]" : std::string());

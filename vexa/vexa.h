@@ -17,6 +17,7 @@
 #include "vexa/tree/tree_walk.h"
 #include "vexa/tree/tree_text.h"
 #include "vexa/calc/call_errors.h"
+#include "vexa/calc/call_forms.h"
 #include "vexa/calc/icalculator.h"
 #include "vexa/calc/calc_ref.h"
 #include "vexa/calc/expression.h"
