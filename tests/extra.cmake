@@ -15,3 +15,12 @@ set_tests_properties(compiled_differential_machine_code PROPERTIES ENVIRONMENT "
 # gradient's machine code must match.
 add_test(NAME compiled_gradient_interpreted COMMAND test_compiled_gradient)
 set_tests_properties(compiled_gradient_interpreted PROPERTIES ENVIRONMENT "VEXA_MACHINE_CODE_AFTER=-1")
+
+# The gradient's machine code gives the runner's bits: outcomes and partials
+# of generated expressions written with and without it, compared.
+add_executable(gradient_bits ${CMAKE_CURRENT_SOURCE_DIR}/gradient_bits.cpp)
+target_link_libraries(gradient_bits PRIVATE vexa)
+target_compile_options(gradient_bits PRIVATE -Wall -Wextra)
+add_test(NAME compiled_gradient_bits
+  COMMAND ${CMAKE_COMMAND} -DTEST=$<TARGET_FILE:gradient_bits> -DDIR=${CMAKE_CURRENT_BINARY_DIR}
+          -P ${CMAKE_CURRENT_SOURCE_DIR}/gradient_bits.cmake)

@@ -1,5 +1,6 @@
 #include "vexa/compiled/machine_gradient.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -59,8 +60,87 @@ std::int32_t Field(std::size_t offset)
     return static_cast<std::int32_t>(offset);
 }
 
-// rbx: the registers, r12: the tape, r13: the adjoints, r14: the call,
-// r15: the workspace.
+// Which program register each of xmm4..xmm15 holds: values in the forward
+// run, adjoints in the sweep. A result kept there is read by the next
+// instruction without the round trip through memory, which costs more than
+// the arithmetic itself; the least recently used one gives way.
+class XmmCache {
+public:
+    static constexpr int kFirst = 4;
+    static constexpr int kCount = 12;
+    static constexpr std::uint32_t kNone = 0xFFFFFFFFu;
+
+    void Clear()
+    {
+        for (Slot& slot : m_slots)
+            slot = Slot();
+    }
+
+    // The xmm holding reg (pinned until Unpin), or -1.
+    int Find(std::uint32_t reg)
+    {
+        for (int i = 0; i < kCount; ++i) {
+            if (m_slots[i].reg == reg) {
+                m_slots[i].last = ++m_clock;
+                m_slots[i].pinned = true;
+                return kFirst + i;
+            }
+        }
+        return -1;
+    }
+
+    // An xmm for reg (pinned until Unpin): a free one, or the least recently
+    // used one not pinned, whose register goes to *evicted (kNone if free).
+    // Callers pin fewer than kCount at a time.
+    int Take(std::uint32_t reg, std::uint32_t* evicted)
+    {
+        int best = -1;
+        for (int i = 0; i < kCount; ++i) {
+            if (m_slots[i].pinned)
+                continue;
+            if (m_slots[i].reg == kNone) {
+                best = i;
+                break;
+            }
+            if (best < 0 || m_slots[i].last < m_slots[best].last)
+                best = i;
+        }
+        *evicted = m_slots[best].reg;
+        m_slots[best] = {reg, ++m_clock, true};
+        return kFirst + best;
+    }
+
+    void Drop(std::uint32_t reg)
+    {
+        for (Slot& slot : m_slots) {
+            if (slot.reg == reg)
+                slot = Slot();
+        }
+    }
+
+    void Unpin()
+    {
+        for (Slot& slot : m_slots)
+            slot.pinned = false;
+    }
+
+private:
+    struct Slot {
+        std::uint32_t reg = kNone;
+        std::uint64_t last = 0;
+        bool pinned = false;
+    };
+    Slot m_slots[kCount];
+    std::uint64_t m_clock = 0;
+};
+
+// Where the sweep keeps a register's adjoint.
+enum Where : std::uint8_t { kZero, kInXmm, kInMemory };
+
+// rbx: the registers, r12: the tape, r13: the adjoints that do not fit in
+// xmm registers, r14: the call, r15: the workspace. xmm0..xmm3 are scratch.
+// Every value still goes to its register in memory: called steps and
+// built-ins read their arguments there.
 class Generator {
 public:
     Generator(const Unit& u, int count) : m_unit(u), m_count(count) {}
@@ -72,18 +152,44 @@ private:
     static Mem At(int base, std::uint32_t index) { return {base, static_cast<std::int32_t>(8 * index)}; }
     Mem Reg(std::uint32_t r) const { return At(rbx, r); }
 
+    int Value(std::uint32_t r);
+    int Result(std::uint32_t r);
+    int Adjoint(std::uint32_t r);
     void Arithmetic(const Unit::Step& step);
     void Called(const Unit::Step& step);
     void Builtin(const Unit::Step& step);
+    void Group(std::size_t begin, std::size_t end);
     void Sweep();
 
     const Unit& m_unit;
     int m_count;
     Emitter m_em;
+    XmmCache m_cache;
+    std::vector<Where> m_where;  // by register, in the sweep
     int m_leave = 0;  // eax holds the answer
     int m_one = 0;
     int m_sign = 0;
 };
+
+// The xmm holding register r's value, loaded if it is not held.
+int Generator::Value(std::uint32_t r)
+{
+    int x = m_cache.Find(r);
+    if (x < 0) {
+        std::uint32_t evicted;
+        x = m_cache.Take(r, &evicted);
+        m_em.MovsdLoad(x, Reg(r));
+    }
+    return x;
+}
+
+// An xmm for the value of register r, about to be computed (values in
+// memory need no saving when they give way).
+int Generator::Result(std::uint32_t r)
+{
+    std::uint32_t evicted;
+    return m_cache.Take(r, &evicted);
+}
 
 // The value arithmetic's operand order (the sum is b + a) and the runner's
 // partials: of a product its other operand, of a quotient 1 / divisor and
@@ -94,55 +200,56 @@ void Generator::Arithmetic(const Unit::Step& step)
     const std::uint32_t* o = m_unit.operands.data() + step.first;
     const Mem t0 = At(r12, step.first);
     const Mem t1 = At(r12, step.first + 1);
-    switch (step.op) {
-    case kAdd:
-        m_em.MovsdLoad(0, Reg(o[1]));
-        m_em.Arith(0x58, 0, Reg(o[0]));
-        m_em.MovsdStore(Reg(step.d), 0);
-        return;
-    case kSub:
-        m_em.MovsdLoad(0, Reg(o[0]));
-        m_em.Arith(0x5C, 0, Reg(o[1]));
-        m_em.MovsdStore(Reg(step.d), 0);
-        return;
-    case kMul:
-        m_em.MovsdLoad(0, Reg(o[0]));
-        m_em.MovsdLoad(1, Reg(o[1]));
-        m_em.Movapd(2, 0);
-        m_em.Arith(0x59, 2, 1);
-        m_em.MovsdStore(Reg(step.d), 2);
-        if (step.active) {
-            m_em.MovsdStore(t0, 1);
-            m_em.MovsdStore(t1, 0);
-        }
-        return;
-    default: {  // kDiv
+    if (step.op == kDiv) {
+        const int b = Value(o[1]);
         const int goes = m_em.NewLabel();
-        m_em.MovsdLoad(1, Reg(o[1]));
+        // Zero or NaN divisor: equal or unordered both set ZF.
         m_em.Xorpd(0, 0);
-        m_em.Ucomisd(0, 1);
+        m_em.Ucomisd(0, b);
         m_em.Jump(kNotEqual, goes);
-        m_em.Jump(kParity, goes);
         m_em.MovImm32(rax, kZeroDivisor);
         m_em.Jump(m_leave);
         m_em.Bind(goes);
-        m_em.MovsdLoad(0, Reg(o[0]));
-        m_em.Arith(0x5E, 0, 1);
-        m_em.MovsdStore(Reg(step.d), 0);
+    }
+    const int a = Value(o[0]);
+    const int b = Value(o[1]);
+    const int d = Result(step.d);
+    switch (step.op) {
+    case kAdd:
+        m_em.Movapd(d, b);
+        m_em.Arith(0x58, d, a);
+        break;
+    case kSub:
+        m_em.Movapd(d, a);
+        m_em.Arith(0x5C, d, b);
+        break;
+    case kMul:
+        m_em.Movapd(d, a);
+        m_em.Arith(0x59, d, b);
+        if (step.active) {
+            m_em.MovsdStore(t0, b);
+            m_em.MovsdStore(t1, a);
+        }
+        break;
+    default:  // kDiv
+        m_em.Movapd(d, a);
+        m_em.Arith(0x5E, d, b);
         if (step.active) {
             m_em.MovsdLoadPool(2, m_one);
-            m_em.Arith(0x5E, 2, 1);
+            m_em.Arith(0x5E, 2, b);
             m_em.MovsdStore(t0, 2);
-            m_em.Movapd(3, 0);
+            m_em.Movapd(3, d);
             m_em.XorpdPool(3, m_sign);
-            m_em.Arith(0x5E, 3, 1);
+            m_em.Arith(0x5E, 3, b);
             m_em.MovsdStore(t1, 3);
         }
-        return;
+        break;
     }
-    }
+    m_em.MovsdStore(Reg(step.d), d);
+    m_cache.Unpin();
 }
 
+// Called code may change every xmm register: nothing is held after it.
 void Generator::Called(const Unit::Step& step)
 {
     m_em.MovImm64(rdi, reinterpret_cast<std::uint64_t>(&m_unit));
@@ -154,6 +261,7 @@ void Generator::Called(const Unit::Step& step)
     m_em.Call(rax);
     m_em.CmpImm32(rax, kGoes);
     m_em.Jump(kNotEqual, m_leave);
+    m_cache.Clear();
 }
 
 // The arguments go to the stack; the value straight to its register, the
@@ -162,8 +270,12 @@ void Generator::Builtin(const Unit::Step& step)
 {
     const std::uint32_t* o = m_unit.operands.data() + step.first;
     for (std::uint32_t k = 0; k < step.count; ++k) {
-        m_em.MovsdLoad(0, Reg(o[k]));
-        m_em.MovsdStore({rsp, static_cast<std::int32_t>(8 * k)}, 0);
+        int x = m_cache.Find(o[k]);
+        if (x < 0) {
+            x = 0;
+            m_em.MovsdLoad(0, Reg(o[k]));
+        }
+        m_em.MovsdStore({rsp, static_cast<std::int32_t>(8 * k)}, x);
     }
     m_em.MovImm32(rdi, step.op);
     m_em.Lea(rsi, {rsp, 0});
@@ -177,48 +289,119 @@ void Generator::Builtin(const Unit::Step& step)
     m_em.Call(rax);
     m_em.CmpImm32(rax, kGoes);
     m_em.Jump(kNotEqual, m_leave);
+    m_cache.Clear();
 }
 
-// adjoint[result] = 1; adjoint[operand] += adjoint[result] * partial, last
-// instruction first, skipped where the adjoint is 0 (a value that cannot
-// reach the result adds nothing, even through an infinite partial).
+// The xmm holding register r's adjoint, made so: 0 where nothing was added
+// yet, loaded where it had given way; what gives way now is saved.
+int Generator::Adjoint(std::uint32_t r)
+{
+    int x = m_cache.Find(r);
+    if (x >= 0)
+        return x;
+    std::uint32_t evicted;
+    x = m_cache.Take(r, &evicted);
+    if (evicted != XmmCache::kNone) {
+        m_em.MovsdStore(At(r13, evicted), x);
+        m_where[evicted] = kInMemory;
+    }
+    if (m_where[r] == kZero)
+        m_em.Xorpd(x, x);
+    else
+        m_em.MovsdLoad(x, At(r13, r));
+    m_where[r] = kInXmm;
+    return x;
+}
+
+// adjoint[operand] += adjoint[result] * partial for the entries of one
+// instruction, skipped where its adjoint is 0 (a value that cannot reach the
+// result adds nothing, even through an infinite partial). Every adjoint the
+// entries add to is placed before the test, so that both ways on leave it
+// in the same place. xmm3 holds 0.
+void Generator::Group(std::size_t begin, std::size_t end)
+{
+    const std::vector<Unit::Back>& backs = m_unit.backs;
+    const std::uint32_t result = backs[begin].result;
+    // Known to be 0 here: the runner skips it too.
+    if (m_where[result] == kZero)
+        return;
+    const int g = Adjoint(result);
+    std::vector<std::uint32_t> operands;
+    for (std::size_t i = begin; i < end; ++i) {
+        if (std::find(operands.begin(), operands.end(), backs[i].operand) == operands.end())
+            operands.push_back(backs[i].operand);
+    }
+    const bool held = operands.size() < XmmCache::kCount;
+    for (const std::uint32_t r : operands) {
+        if (held) {
+            Adjoint(r);
+            continue;
+        }
+        // A long argument list: its adjoints are added in memory.
+        const int x = m_cache.Find(r);
+        if (x >= 0)
+            m_em.MovsdStore(At(r13, r), x);
+        else if (m_where[r] == kZero)
+            m_em.MovsdStore(At(r13, r), 3);
+        m_cache.Drop(r);
+        m_where[r] = kInMemory;
+    }
+    const int apply = m_em.NewLabel();
+    const int skip = m_em.NewLabel();
+    m_em.Ucomisd(g, 3);
+    m_em.Jump(kParity, apply);
+    m_em.Jump(kEqual, skip);
+    m_em.Bind(apply);
+    for (std::size_t i = begin; i < end; ++i) {
+        m_em.Movapd(2, g);
+        m_em.Arith(0x59, 2, At(r12, backs[i].position));
+        if (held) {
+            m_em.Arith(0x58, m_cache.Find(backs[i].operand), 2);
+        } else {
+            m_em.MovsdLoad(1, At(r13, backs[i].operand));
+            m_em.Arith(0x58, 1, 2);
+            m_em.MovsdStore(At(r13, backs[i].operand), 1);
+        }
+    }
+    m_em.Bind(skip);
+    // Every use of the result came later in the program, so its adjoint is
+    // complete and read no more.
+    m_cache.Drop(result);
+    m_cache.Unpin();
+}
+
+// adjoint[result] = 1, then the entries of each instruction, last
+// instruction first; the runner's order of additions throughout.
 void Generator::Sweep()
 {
     const Program& p = *m_unit.program;
-    m_em.Xorpd(7, 7);
-    for (std::uint32_t reg : m_unit.activeRegisters)
-        m_em.MovsdStore(At(r13, reg), 7);
-    m_em.MovsdLoadPool(6, m_one);
-    m_em.MovsdStore(At(r13, p.resultRegister()), 6);
-    // The entries of one instruction follow each other: its adjoint is
-    // read and tested once for all its operands.
+    m_cache.Clear();
+    m_where.assign(p.initialRegisters().size(), kZero);
+    m_em.Xorpd(3, 3);
+    std::uint32_t evicted;
+    const int one = m_cache.Take(p.resultRegister(), &evicted);
+    m_em.MovsdLoadPool(one, m_one);
+    m_where[p.resultRegister()] = kInXmm;
+    m_cache.Unpin();
     const std::vector<Unit::Back>& backs = m_unit.backs;
     for (std::size_t i = 0; i < backs.size();) {
         std::size_t end = i;
         while (end < backs.size() && backs[end].result == backs[i].result)
             ++end;
-        const int apply = m_em.NewLabel();
-        const int skip = m_em.NewLabel();
-        m_em.MovsdLoad(0, At(r13, backs[i].result));
-        m_em.Ucomisd(0, 7);
-        m_em.Jump(kParity, apply);
-        m_em.Jump(kEqual, skip);
-        m_em.Bind(apply);
-        for (; i < end; ++i) {
-            m_em.Movapd(2, 0);
-            m_em.Arith(0x59, 2, At(r12, backs[i].position));
-            m_em.MovsdLoad(1, At(r13, backs[i].operand));
-            m_em.Arith(0x58, 1, 2);
-            m_em.MovsdStore(At(r13, backs[i].operand), 1);
-        }
-        m_em.Bind(skip);
+        Group(i, end);
+        i = end;
     }
     m_em.MovLoad(rax, {r14, Field(offsetof(GradientCall, grad))});
     for (int k = 0; k < m_count; ++k)
-        m_em.MovsdStore({rax, 8 * k}, 7);
+        m_em.MovsdStore({rax, 8 * k}, 3);
     for (const auto& load : p.paramLoads()) {
-        m_em.MovsdLoad(0, At(r13, load.second));
-        m_em.MovsdStore({rax, 8 * load.first}, 0);
+        int x = m_cache.Find(load.second);
+        if (x < 0 && m_where[load.second] == kInMemory) {
+            x = 0;
+            m_em.MovsdLoad(0, At(r13, load.second));
+        }
+        if (x >= 0)
+            m_em.MovsdStore({rax, 8 * load.first}, x);
     }
 }
 
@@ -245,9 +428,12 @@ bool Generator::Emit()
     m_em.MovLoad(r13, {r14, Field(offsetof(GradientCall, adjoint))});
     m_em.MovLoad(r15, {r14, Field(offsetof(GradientCall, space))});
     m_em.MovLoad(rax, {r14, Field(offsetof(GradientCall, args))});
+    m_cache.Clear();
     for (const auto& load : p.paramLoads()) {
-        m_em.MovsdLoad(0, {rax, 8 * load.first});
-        m_em.MovsdStore(Reg(load.second), 0);
+        const int x = Result(load.second);
+        m_em.MovsdLoad(x, {rax, 8 * load.first});
+        m_em.MovsdStore(Reg(load.second), x);
+        m_cache.Unpin();
     }
     for (const Unit::Step& step : m_unit.steps) {
         if (step.op == kAdd || step.op == kSub || step.op == kMul || step.op == kDiv)
@@ -257,8 +443,8 @@ bool Generator::Emit()
         else
             Called(step);
     }
-    m_em.MovsdLoad(0, Reg(p.resultRegister()));
-    m_em.MovsdStore({r14, Field(offsetof(GradientCall, value))}, 0);
+    const int value = Value(p.resultRegister());
+    m_em.MovsdStore({r14, Field(offsetof(GradientCall, value))}, value);
     Sweep();
     m_em.MovImm32(rax, kGoes);
 

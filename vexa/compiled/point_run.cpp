@@ -219,8 +219,10 @@ StopReason RunPoint(const Unit& u, Space& s, const double* args, int count, doub
         const double g = adjoint[back.result];
         // A value that cannot reach the result adds nothing, even through
         // an infinite or undefined partial of its own.
+        // In a fixed operand order, as the machine code adds and
+        // multiplies: of two NaNs the first one's bits come out.
         if (g != 0.0)
-            adjoint[back.operand] += g * tape[back.position];
+            adjoint[back.operand] = Sum(adjoint[back.operand], Product(g, tape[back.position]));
     }
     for (int k = 0; k < count; ++k)
         partials[k] = 0.0;
