@@ -37,13 +37,6 @@ bool ICalculator::Release()
     return false;
 }
 
-bool ICalculator::Evaluate(int count, VEXA_Data* params, VEXA_Data& result)
-{
-    if (m_fast_path)
-        return m_fast_path(*this, count, params, result);
-    return EvaluateLong(count, params, result);
-}
-
 // Out of line, so that Evaluate itself is only the test and a jump.
 __attribute__((noinline)) bool ICalculator::EvaluateLong(int count, VEXA_Data* params, VEXA_Data& result)
 {

@@ -19,7 +19,14 @@ public:
     bool Release();
     // A negative count, or a null params with a positive count, is refused:
     // false, with result and the held parameters untouched.
-    bool Evaluate(int count, VEXA_Data* params, VEXA_Data& result);
+    bool Evaluate(int count, VEXA_Data* params, VEXA_Data& result)
+    {
+        // Inline, so that a host's call goes straight to the fast path: an
+        // evaluation of a short expression costs little more than the call.
+        if (m_fast_path)
+            return m_fast_path(*this, count, params, result);
+        return EvaluateLong(count, params, result);
+    }
     VEXA_Data& getParam(int index);
     int getParamCount();
     VEXA_Data* getParams();
