@@ -1,9 +1,11 @@
 #include "vexa/compiled/builtin_gradient.h"
 
 #include <cmath>
+#include <utility>
 
 #include "vexa/calc/builtin_math.h"
 #include "vexa/compiled/builtin_ops.h"
+#include "vexa/compiled/form.h"
 
 namespace vexa_compiled {
 
@@ -219,8 +221,9 @@ void FourierPartials(Op op, const double* v, int n, double* g)
     g[2] = byW;
 }
 
-// The partials of the built-ins of two or more arguments.
-void Partials(Op op, const double* v, int n, double* g)
+// The partials of the built-ins of two or more arguments. Inlined where op
+// is a constant, so that a kernel calls its own partials directly.
+inline __attribute__((always_inline)) void Partials(Op op, const double* v, int n, double* g)
 {
     const double x = v[0];
     switch (op) {
@@ -299,11 +302,11 @@ bool Set(double& value, double* g, double y, Slope slope)
     return true;
 }
 
-}  // namespace
-
 // Each value is computed by the very functions EvalBuiltin calls, so it is
 // bit for bit the program's; the partials only where they are asked for.
-bool BuiltinGradient(Op op, const double* v, int n, double& value, double* g)
+// Inlined into BuiltinGradient and into each op's kernel, where the op is a
+// constant and all but its own case fall away.
+inline __attribute__((always_inline)) bool GradientOf(Op op, const double* v, int n, double& value, double* g)
 {
     using namespace vexa_math;
     if (SelectionGradient(op, v, value, g))
@@ -371,6 +374,32 @@ bool BuiltinGradient(Op op, const double* v, int n, double& value, double* g)
     if (g)
         Partials(op, v, n, g);
     return true;
+}
+
+template <int kOp>
+int Kernel(const double* v, int n, double* value, double* partials)
+{
+    return GradientOf(static_cast<Op>(kOp), v, n, *value, partials) ? kGoes : kRefusal;
+}
+
+template <int... kOps>
+const GradientKernel* KernelTable(std::integer_sequence<int, kOps...>)
+{
+    static const GradientKernel table[] = {&Kernel<kOps>...};
+    return table;
+}
+
+}  // namespace
+
+bool BuiltinGradient(Op op, const double* v, int n, double& value, double* g)
+{
+    return GradientOf(op, v, n, value, g);
+}
+
+GradientKernel BuiltinGradientKernel(Op op)
+{
+    static const GradientKernel* const table = KernelTable(std::make_integer_sequence<int, kOpCount>());
+    return op < kOpCount ? table[op] : nullptr;
 }
 
 }  // namespace vexa_compiled

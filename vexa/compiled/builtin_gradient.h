@@ -14,6 +14,12 @@ namespace vexa_compiled {
 // built-in refuses v.
 bool BuiltinGradient(Op op, const double* v, int n, double& value, double* partials);
 
+// BuiltinGradient of one op, compiled for that op alone, as a function the
+// gradient's machine code calls directly: kGoes, or kRefusal where the
+// built-in refuses v. Null for an op out of range.
+typedef int (*GradientKernel)(const double* v, int n, double* value, double* partials);
+GradientKernel BuiltinGradientKernel(Op op);
+
 // BuiltinGradient of the built-ins that only select an argument or flip a
 // sign (ABS, MAX, MIN, SIGN, IF), inline for the one-point runner, which
 // meets them often and pays more for the call than for the work; false for

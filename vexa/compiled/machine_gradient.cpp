@@ -25,8 +25,9 @@ constexpr std::size_t kMaxSteps = 20000;
 constexpr std::size_t kMaxRegisters = std::size_t(1) << 24;
 constexpr std::uint64_t kOne = 0x3FF0000000000000ULL;
 constexpr std::uint64_t kSignMask = 0x8000000000000000ULL;
+constexpr std::uint64_t kAbsMask = 0x7FFFFFFFFFFFFFFFULL;
 // Stack room for a built-in's arguments (the longest takes 34), sized so
-// that calls stay 16-byte aligned after the six pushes.
+// that calls stay 16-byte aligned after the four pushes.
 constexpr std::int32_t kFrame = 8 * 34 + 8;
 
 // What a step answers when it threw: the exception waits in the call.
@@ -40,14 +41,6 @@ int CallStep(const Unit* u, GradientCall* call, const Unit::Step* step, double* 
         call->pending = std::current_exception();
         return kThrew;
     }
-}
-
-// A built-in's value and partials, as the runner's step computes them.
-int CallBuiltin(int op, const double* v, int n, double* value, double* partials)
-{
-    if (SelectionGradient(static_cast<Op>(op), v, *value, partials))
-        return kGoes;
-    return BuiltinGradient(static_cast<Op>(op), v, n, *value, partials) ? kGoes : kRefusal;
 }
 
 bool IsBuiltin(std::uint8_t op)
@@ -138,7 +131,7 @@ private:
 enum Where : std::uint8_t { kZero, kInXmm, kInMemory };
 
 // rbx: the registers, r12: the tape, r13: the adjoints that do not fit in
-// xmm registers, r14: the call, r15: the workspace. xmm0..xmm3 are scratch.
+// xmm registers, r14: the call. xmm0..xmm3 are scratch.
 // Every value still goes to its register in memory: called steps and
 // built-ins read their arguments there.
 class Generator {
@@ -158,6 +151,7 @@ private:
     void Arithmetic(const Unit::Step& step);
     void Called(const Unit::Step& step);
     void Builtin(const Unit::Step& step);
+    bool Selection(const Unit::Step& step);
     void Group(std::size_t begin, std::size_t end);
     void Sweep();
 
@@ -169,6 +163,7 @@ private:
     int m_leave = 0;  // eax holds the answer
     int m_one = 0;
     int m_sign = 0;
+    int m_abs = 0;
 };
 
 // The xmm holding register r's value, loaded if it is not held.
@@ -264,8 +259,9 @@ void Generator::Called(const Unit::Step& step)
     m_cache.Clear();
 }
 
-// The arguments go to the stack; the value straight to its register, the
-// partials to the tape (none where the result depends on no parameter).
+// The arguments go to the stack; the op's own kernel writes the value
+// straight to its register, the partials to the tape (none where the result
+// depends on no parameter).
 void Generator::Builtin(const Unit::Step& step)
 {
     const std::uint32_t* o = m_unit.operands.data() + step.first;
@@ -277,19 +273,85 @@ void Generator::Builtin(const Unit::Step& step)
         }
         m_em.MovsdStore({rsp, static_cast<std::int32_t>(8 * k)}, x);
     }
-    m_em.MovImm32(rdi, step.op);
-    m_em.Lea(rsi, {rsp, 0});
-    m_em.MovImm32(rdx, step.count);
-    m_em.Lea(rcx, Reg(step.d));
+    m_em.Lea(rdi, {rsp, 0});
+    m_em.MovImm32(rsi, step.count);
+    m_em.Lea(rdx, Reg(step.d));
     if (step.active)
-        m_em.Lea(r8, At(r12, step.first));
+        m_em.Lea(rcx, At(r12, step.first));
     else
-        m_em.MovImm32(r8, 0);
-    m_em.MovImm64(rax, reinterpret_cast<std::uint64_t>(&CallBuiltin));
+        m_em.MovImm32(rcx, 0);
+    m_em.MovImm64(rax, reinterpret_cast<std::uint64_t>(BuiltinGradientKernel(static_cast<Op>(step.op))));
     m_em.Call(rax);
     m_em.CmpImm32(rax, kGoes);
     m_em.Jump(kNotEqual, m_leave);
     m_cache.Clear();
+}
+
+// ABS, SIGN, MAX and MIN written out: their values as the value's machine
+// code selects them, their partials (each 0, 1 or -1) as SelectionGradient
+// gives them. A call would cost more than all of it. False for other ops.
+bool Generator::Selection(const Unit::Step& step)
+{
+    if (step.op != kAbs && step.op != kSign && step.op != kMax && step.op != kMin)
+        return false;
+    const std::uint32_t* o = m_unit.operands.data() + step.first;
+    const Mem t0 = At(r12, step.first);
+    const Mem t1 = At(r12, step.first + 1);
+    const int a = Value(o[0]);
+    const int b = step.op == kAbs ? a : Value(o[1]);
+    const int d = Result(step.d);
+    const int done = m_em.NewLabel();
+    m_em.Xorpd(1, 1);
+    m_em.MovsdLoadPool(2, m_one);
+    if (step.op == kAbs || step.op == kSign) {
+        // |a|, negated unless b > 0 (SIGN); slopes: d|a|/da is 1 for a > 0,
+        // otherwise -1 (NaN included), times -1 where the value is negated.
+        const int positive = m_em.NewLabel();
+        m_em.Movapd(d, a);
+        m_em.AndpdPool(d, m_abs);
+        m_em.Movapd(0, 2);
+        m_em.Ucomisd(a, 1);
+        m_em.Jump(kAbove, positive);
+        m_em.XorpdPool(0, m_sign);
+        m_em.Bind(positive);
+        if (step.op == kSign) {
+            m_em.Ucomisd(b, 1);
+            m_em.Jump(kAbove, done);
+            m_em.XorpdPool(d, m_sign);
+            m_em.XorpdPool(0, m_sign);
+        }
+        m_em.Bind(done);
+        if (step.active) {
+            m_em.MovsdStore(t0, 0);
+            if (step.op == kSign)
+                m_em.MovsdStore(t1, 1);
+        }
+    } else {
+        // MAX: a >= b ? a : b; MIN: b < a ? b : a. The partial is 1 for the
+        // argument taken and 0 for the other.
+        const int first = m_em.NewLabel();
+        m_em.Ucomisd(a, b);
+        if (step.op == kMax)
+            m_em.Jump(kAboveOrEqual, first);
+        else
+            m_em.Jump(kBelowOrEqual, first);
+        m_em.Movapd(d, b);
+        if (step.active) {
+            m_em.MovsdStore(t0, 1);
+            m_em.MovsdStore(t1, 2);
+        }
+        m_em.Jump(done);
+        m_em.Bind(first);
+        m_em.Movapd(d, a);
+        if (step.active) {
+            m_em.MovsdStore(t0, 2);
+            m_em.MovsdStore(t1, 1);
+        }
+        m_em.Bind(done);
+    }
+    m_em.MovsdStore(Reg(step.d), d);
+    m_cache.Unpin();
+    return true;
 }
 
 // The xmm holding register r's adjoint, made so: 0 where nothing was added
@@ -414,19 +476,17 @@ bool Generator::Emit()
     m_leave = m_em.NewLabel();
     m_one = m_em.Constant(kOne);
     m_sign = m_em.Constant(kSignMask);
+    m_abs = m_em.Constant(kAbsMask);
 
     m_em.Push(rbx);
-    m_em.Push(rbp);
     m_em.Push(r12);
     m_em.Push(r13);
     m_em.Push(r14);
-    m_em.Push(r15);
     m_em.SubRsp(kFrame);
     m_em.MovReg(r14, rdi);
     m_em.MovLoad(rbx, {r14, Field(offsetof(GradientCall, regs))});
     m_em.MovLoad(r12, {r14, Field(offsetof(GradientCall, tape))});
     m_em.MovLoad(r13, {r14, Field(offsetof(GradientCall, adjoint))});
-    m_em.MovLoad(r15, {r14, Field(offsetof(GradientCall, space))});
     m_em.MovLoad(rax, {r14, Field(offsetof(GradientCall, args))});
     m_cache.Clear();
     for (const auto& load : p.paramLoads()) {
@@ -438,6 +498,8 @@ bool Generator::Emit()
     for (const Unit::Step& step : m_unit.steps) {
         if (step.op == kAdd || step.op == kSub || step.op == kMul || step.op == kDiv)
             Arithmetic(step);
+        else if (Selection(step))
+            continue;
         else if (IsBuiltin(step.op))
             Builtin(step);
         else
@@ -450,11 +512,9 @@ bool Generator::Emit()
 
     m_em.Bind(m_leave);
     m_em.AddRsp(kFrame);
-    m_em.Pop(r15);
     m_em.Pop(r14);
     m_em.Pop(r13);
     m_em.Pop(r12);
-    m_em.Pop(rbp);
     m_em.Pop(rbx);
     m_em.Ret();
     return true;

@@ -171,20 +171,16 @@ inline StopReason Step(const Unit& u, Space& s, const Unit::Step& step, double* 
 
 }  // namespace
 
-UnitSpace& PreparedSpace(const Unit& u, Space& s)
+void PrepareSpace(const Unit& u, UnitSpace& us)
 {
-    UnitSpace& us = s.of(u);
-    if (us.regs.empty()) {
-        // Made aside and moved in whole: memory running out half way must
-        // not leave registers without their tape.
-        std::vector<double> regs = u.program->initialRegisters();
-        std::vector<double> tape = u.tape;
-        std::vector<double> adjoint(regs.size());
-        us.tape.swap(tape);
-        us.adjoint.swap(adjoint);
-        us.regs.swap(regs);
-    }
-    return us;
+    // Made aside and moved in whole: memory running out half way must not
+    // leave registers without their tape.
+    std::vector<double> regs = u.program->initialRegisters();
+    std::vector<double> tape = u.tape;
+    std::vector<double> adjoint(regs.size());
+    us.tape.swap(tape);
+    us.adjoint.swap(adjoint);
+    us.regs.swap(regs);
 }
 
 StopReason RunStep(const Unit& u, Space& s, const Unit::Step& step, double* r, double* tape)

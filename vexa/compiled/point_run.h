@@ -13,7 +13,15 @@ namespace vexa_compiled {
 StopReason RunPoint(const Unit& u, Space& s, const double* args, int count, double& value, double* partials);
 
 // u's registers, tape and adjoints in s, made on first use (all or none).
-UnitSpace& PreparedSpace(const Unit& u, Space& s);
+void PrepareSpace(const Unit& u, UnitSpace& us);
+inline UnitSpace& PreparedSpace(const Unit& u, Space& s)
+{
+    // Inline: a gradient at one point pays for every call around it.
+    UnitSpace& us = s.of(u);
+    if (us.regs.empty())
+        PrepareSpace(u, us);
+    return us;
+}
 
 // One instruction of RunPoint: its value into the registers r and, with
 // tape (the unit's partials), its partials when its result depends on a
