@@ -27,6 +27,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -183,6 +184,53 @@ inline std::vector<std::vector<VEXA_Data>> ValueSets(int n)
     }
     // sets[6] stays empty: evaluation with fewer values than parameters.
     return sets;
+}
+
+// The compiled form for many points must answer as Evaluate did at every
+// all-scalar set (sets 0 to 2), value bits included; its gradient there must
+// run, through machine code or interpreter, whatever it answers. Making a
+// form (a private copy, programs, machine code) costs more than the rest of
+// an input, so a quarter of the inputs, chosen by the length of their text,
+// take this check: the fuzzer keeps its pace.
+constexpr int kMaxFormParams = 64;
+
+inline void CheckCompiledForm(std::size_t textLength, ICalculator* calc, int n,
+                              const std::vector<std::vector<VEXA_Data>>& sets, const std::vector<Outcome>& base,
+                              std::string& problem)
+{
+    if (n < 1 || n > kMaxFormParams || textLength % 4 != 0)
+        return;
+    std::unique_ptr<vexa::CompiledExpression> form;
+    try {
+        form = vexa::CompiledExpression::Make(calc, n);
+    } catch (int) {
+        problem = "making a compiled form threw a code";
+    }
+    if (!form)
+        return;
+    vexa::Workspace ws(*form);
+    for (std::size_t s = 0; s < 3; ++s) {
+        std::vector<double> point;
+        for (const VEXA_Data& v : sets[s])
+            point.push_back(v.getValue()[0]);
+        const vexa::Outcome o = form->Evaluate(point.data(), ws);
+        const Outcome& b = base[s];
+        bool same;
+        if (b.threw)
+            same = o.failure == vexa::Failure::kThrown && o.code == b.code;
+        else if (!b.ok)
+            same = o.failure == vexa::Failure::kNull;
+        else if (b.rows != 1 || b.cols != 1 || b.values.size() != 1)
+            same = o.failure == vexa::Failure::kNotScalar;
+        else
+            same = o.ok() && std::memcmp(&o.value, b.values.data(), sizeof(double)) == 0;
+        if (!same)
+            problem = "the compiled form and Evaluate disagree";
+        std::vector<double> grad(static_cast<std::size_t>(n));
+        const vexa::Outcome g = form->Gradient(point.data(), grad.data(), ws);
+        if (g.ok() && std::memcmp(&g.value, &o.value, sizeof(double)) != 0)
+            problem = "the gradient's value differs from the compiled form's";
+    }
 }
 
 // Derivatives are taken with respect to at most this many parameters: a text
@@ -392,6 +440,8 @@ inline std::string RunOneInput(const std::uint8_t* data, std::size_t size)
         } catch (int) {
         }
     }
+
+    CheckCompiledForm(textLength, calc, n, sets, base, problem);
 
     // A copy is an independent tree that must evaluate and dump exactly like
     // the original; evaluated as a tree, it checks the compiled original.
