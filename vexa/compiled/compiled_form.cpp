@@ -9,6 +9,7 @@
 #include <thread>
 #include <typeinfo>
 
+#include "vexa/calc/call_errors.h"
 #include "vexa/calc/expression.h"
 #include "vexa/compiled/block_run.h"
 #include "vexa/compiled/form.h"
@@ -70,6 +71,8 @@ Outcome AfterStop(Space& s, StopReason why, bool strict, const double* params)
 {
     if (why == kZeroDivisor)
         return Failed(Failure::kThrown, -10001);
+    if (why == kTooDeep)
+        return Failed(Failure::kThrown, vexa::kCallsTooDeep);
     if (strict && why == kRefusal)
         return Failed(Failure::kRefused);
     return TreeOutcome(s, params);
