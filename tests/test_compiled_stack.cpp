@@ -56,7 +56,7 @@ TEST_F(CompiledStack, ChainsRefuseCleanlyOnSmallStacks)
     // Sanitizer and unoptimised frames are several times larger.
     const std::vector<Sizes> sizes = kGuaranteeBuild
                                          ? std::vector<Sizes>{{64u << 10, true}, {160u << 10, false}, {1u << 20, false}}
-                                         : std::vector<Sizes>{{512u << 10, true}, {4u << 20, false}};
+                                         : std::vector<Sizes>{{300u << 10, true}, {4u << 20, false}};
     for (int depth : {0, 1, 5, 20, 40, 54, kDeepest}) {
         const std::string text = "x*1+" + Link(depth) + "(x+y)";
         Calc calc = Parse(text, L"x,y");
