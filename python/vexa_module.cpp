@@ -260,19 +260,23 @@ private:
     };
 
     // Many points in chunks, each with the interpreter lock released, so that
-    // a signal (Ctrl-C) is answered between two of them: a chunk is sized to
-    // take about 20 ms. run(k, columns, first, report, err) evaluates k
-    // points from point first; one(point, err) evaluates a single point;
-    // nan(i) whether point i holds NaN. The summary names the first point
-    // without a value, which the library's report need not be (it prefers
-    // one that threw), and the reason the single call gives there.
+    // a signal (Ctrl-C) is answered between two of them: each chunk is sized
+    // from the last one's pace to take about 20 ms, growing at most 16-fold a
+    // step (a call that starts threads pays that once a chunk). run(k,
+    // columns, first, report, err) evaluates k points from point first;
+    // one(point, err) evaluates a single point; nan(i) whether point i holds
+    // NaN. The summary names the first point without a value, which the
+    // library's report need not be (it prefers one that threw), and the
+    // reason the single call gives there.
     template <typename Run, typename One, typename IsNan>
     py::object Chunked(const Bulk& bulk, Run run, One one, IsNan nan) const
     {
         using Clock = std::chrono::steady_clock;
         const std::size_t n = bulk.n;
-        const std::size_t most = std::size_t(1) << 22;
-        std::size_t chunk = 4096;
+        constexpr std::size_t kFewest = 256;
+        constexpr std::size_t kMost = std::size_t(1) << 22;
+        constexpr double kAimMs = 20.0;
+        std::size_t chunk = 16384;
         std::size_t failed = 0;
         std::size_t first = n;
         int firstStatus = VEXA_OK;
@@ -305,10 +309,9 @@ private:
             at += k;
             if (at < n && PyErr_CheckSignals() != 0)
                 throw py::error_already_set();
-            if (ms < 10 && chunk < most)
-                chunk *= 2;
-            else if (ms > 40 && chunk > 256)
-                chunk /= 2;
+            const double paced = ms > 0 ? static_cast<double>(k) * kAimMs / ms : static_cast<double>(kMost);
+            chunk = static_cast<std::size_t>(
+                std::clamp(paced, static_cast<double>(kFewest), static_cast<double>(std::min(kMost, chunk * 16))));
         }
         if (failed == 0)
             return py::none();
