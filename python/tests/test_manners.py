@@ -2,6 +2,7 @@
 calls, exceptions for single points, strict honoured everywhere, out=,
 checked arguments, and Ctrl-C answered during long array calls."""
 import os
+import pickle
 import signal
 import subprocess
 import sys
@@ -76,6 +77,9 @@ def test_warning_can_be_an_error():
         with pytest.raises(vexa.EvaluationWarning):
             vexa.Expression("1/x", "x")(np.zeros(2))
     assert issubclass(vexa.EvaluationWarning, RuntimeWarning)
+    _, seen = call_with_warnings(vexa.Expression("1/x", "x"), np.zeros((2, 2)))
+    copy = pickle.loads(pickle.dumps(seen[0].message))
+    assert str(copy) == str(seen[0].message) and (copy.index, copy.code, copy.shape) == (0, -10001, (2, 2))
 
 
 # entry point, what it gives at LOG(x)+5, x = -1, lenient and strict
@@ -183,6 +187,13 @@ BAD_ARGUMENTS = [
 def test_arguments_are_checked(kwargs, error):
     with pytest.raises(error):
         vexa.Expression("TIME*AMP", **kwargs)
+
+
+@pytest.mark.parametrize("params, position", [("a,b_c", 3), (" a,  b_c", 6), ("a ,b,c_d ", 6)])
+def test_list_errors_point_into_the_list_as_typed(params, position):
+    with pytest.raises(vexa.ParseError) as info:
+        vexa.Expression("x", params)
+    assert info.value.in_list and info.value.position == position and params[position] == "_"
 
 
 def test_arguments_accepted():

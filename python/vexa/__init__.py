@@ -94,6 +94,12 @@ class EvaluationWarning(RuntimeWarning):
         self.index = index
         self.code = code
         self.reason = reason
+        self.shape = shape
+
+    def __reduce__(self):
+        """Its fields, so that it crosses to other processes (Dask turns a
+        worker's warnings filtered as errors into exceptions it ships)."""
+        return type(self), (self.failed, self.total, self.index, self.code, self.reason, self.shape)
 
 
 Function = collections.namedtuple("Function", "name form summary")
@@ -112,9 +118,12 @@ def _param_list(params):
     """The host's names as the library takes them, after refusing what the
     library would silently turn into other names: an empty name, white space
     inside one (dropped: "A B" would be AB) and a name given twice (names
-    match without regard to case). Spaces around a name are no part of it."""
+    match without regard to case). Spaces around a name are no part of it.
+
+    Returns the list and, for a str, where each of its characters stood in
+    it, so that a position the library reports can be told as typed."""
     if params is None:
-        return None
+        return None, None
     if isinstance(params, str):
         names = params.split(",")
     else:
@@ -128,7 +137,7 @@ def _param_list(params):
             if "," in name:
                 raise ValueError(f"params: {name!r} holds a comma; give one name per entry")
         if not names:
-            return None
+            return None, None
     seen = {}
     for i, raw in enumerate(names):
         name = raw.strip()
@@ -139,7 +148,20 @@ def _param_list(params):
         if name.upper() in seen:
             raise ValueError(f"params: {name!r} is given twice (as {seen[name.upper()]!r})")
         seen[name.upper()] = name
-    return ",".join(n.strip() for n in names)
+    if not isinstance(params, str):
+        return ",".join(n.strip() for n in names), None
+    joined, typed, at = [], [], 0
+    for raw in names:
+        lead = len(raw) - len(raw.lstrip())
+        name = raw.strip()
+        if joined:
+            joined.append(",")
+            typed.append(at - 1)
+        joined.append(name)
+        typed.extend(range(at + lead, at + lead + len(name)))
+        at += len(raw) + 1
+    typed.append(len(params))
+    return "".join(joined), typed
 
 
 def _strict_flag(value):
@@ -225,10 +247,15 @@ class Expression:
             raise TypeError("the text is a str")
         self.strict = strict
         self.threads = threads
-        self._params = _param_list(params)
+        self._params, typed = _param_list(params)
         self._text = text
         self._chain = ()
-        self._adopt(_vexa.parse(text, self._params))
+        try:
+            self._adopt(_vexa.parse(text, self._params))
+        except ParseError as e:
+            if e.in_list and typed is not None and 0 <= e.position < len(typed):
+                e.position = typed[e.position]
+            raise
         self._calls = tuple(_registry.get(name) or _Definition(name, None, None, (), ())
                             for name in self._handle.registered_calls())
 

@@ -33,6 +33,7 @@ class EvaluationWarning(RuntimeWarning):
     index: int
     code: Optional[int]
     reason: str
+    shape: Optional[Tuple[int, ...]]
     def __init__(self, failed: int, total: int, index: int, code: Optional[int], reason: str,
                  shape: Optional[Tuple[int, ...]] = ...) -> None: ...
 
