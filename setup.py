@@ -3,7 +3,8 @@ it calls go into the package folder, the module finding the library beside
 itself.
 
 VEXA_CMAKE_BUILD_DIR names a CMake build folder to reuse (configured with
-this source tree); otherwise one is made under build-python/.
+this source tree), under which setuptools then works too; otherwise all is
+made under build-python/ in the source tree.
 CMAKE_BUILD_PARALLEL_LEVEL sets the build's jobs (default 2).
 """
 import glob
@@ -17,8 +18,10 @@ from setuptools import Extension, setup
 from setuptools.command.build_ext import build_ext
 
 ROOT = os.path.dirname(os.path.abspath(__file__))
-# Everything setuptools writes stays in one ignored folder of the source tree.
-OWN = os.path.join(ROOT, "build-python")
+REUSED = os.environ.get("VEXA_CMAKE_BUILD_DIR")
+# Everything setuptools writes stays in one folder: the reused build's, or
+# one the source tree ignores.
+OWN = os.path.join(os.path.abspath(REUSED), "python-package") if REUSED else os.path.join(ROOT, "build-python")
 
 
 def project_version():
@@ -35,8 +38,7 @@ class CMakeBuild(build_ext):
     package's files and the library into the build's package folder."""
 
     def build_extension(self, ext):
-        build = os.environ.get("VEXA_CMAKE_BUILD_DIR") or os.path.join(OWN, "cmake")
-        build = os.path.abspath(build)
+        build = os.path.abspath(REUSED) if REUSED else os.path.join(OWN, "cmake")
         if not os.path.exists(os.path.join(build, "CMakeCache.txt")):
             self._run(["cmake", "-S", ROOT, "-B", build, "-DCMAKE_BUILD_TYPE=Release",
                        "-DVEXA_BUILD_TESTS=OFF", "-DVEXA_BUILD_TOOLS=OFF", "-DVEXA_BUILD_EXAMPLES=OFF",
