@@ -199,8 +199,9 @@ def _target(out, shape):
 
 
 def _apart_from(columns, result):
-    # The library reads a point's values after writing other points' results:
-    # an input that shares memory with the output is read from a copy.
+    # The library's bulk calls take results that overlap no column (a block's
+    # results may be written before all of its values are read): an input
+    # that shares memory with the output is read from a copy.
     return [c.copy() if isinstance(c, np.ndarray) and np.may_share_memory(c, result) else c
             for c in columns]
 
