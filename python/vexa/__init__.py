@@ -244,6 +244,8 @@ class Expression:
     __slots__ = ("_handle", "_names", "_text", "_params", "_chain", "_calls", "_strict", "_threads")
 
     def __init__(self, text, params=None, *, strict=True, threads=1):
+        """Parses text (raises ParseError, or ValueError/TypeError for a
+        parameter list or setting that cannot be right)."""
         if not isinstance(text, str):
             raise TypeError("the text is a str")
         self.strict = strict
