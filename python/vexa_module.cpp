@@ -300,7 +300,10 @@ private:
             if (status == VEXA_E_POINTS) {
                 failed += report.failed;
                 if (first == n) {
-                    first = at + FirstFailed(bulk, at, static_cast<std::size_t>(err.position), one, nan);
+                    // never a point outside the chunk, whatever is reported
+                    const std::size_t told =
+                        err.position > 0 && static_cast<std::size_t>(err.position) < k ? err.position : 0;
+                    first = at + FirstFailed(bulk, at, told, one, nan);
                     firstStatus = one(PointOf(bulk, first), &firstErr);
                     if (firstStatus == VEXA_OK)  // the bulk call's own word, then
                         firstErr = err;
