@@ -237,6 +237,35 @@ inline void CheckCompiledForm(std::size_t textLength, ICalculator* calc, int n,
     }
 }
 
+// Evaluations an expression takes before it runs machine code: the first
+// builds its program, each later one counts towards VEXA_MACHINE_CODE_AFTER
+// (read once per process; Setup makes it 1 unless the run sets it). -1: never.
+inline int EvaluationsBeforeMachineCode()
+{
+    static const int n = [] {
+        const char* text = std::getenv("VEXA_MACHINE_CODE_AFTER");
+        const int after = text && *text ? std::atoi(text) : 64;
+        return after < 0 ? -1 : after + 1;
+    }();
+    return n;
+}
+
+// For a third of the inputs (by the length of their text, across the quarter
+// that checks the compiled form), calc is evaluated until its next
+// evaluation runs machine code, so that every compared evaluation of the
+// input does, the first one included. The evaluation that makes the code
+// takes one of the value sets, scalars or not.
+inline void RunMachineCodeFromNow(std::size_t textLength, ICalculator* calc,
+                                  std::vector<std::vector<VEXA_Data>>& sets, std::string& problem)
+{
+    const int before = EvaluationsBeforeMachineCode();
+    if (textLength % 3 != 1 || before < 0 || before > 4)
+        return;
+    std::vector<VEXA_Data>& set = sets[textLength / 3 % 6];
+    for (int i = 0; i < before; ++i)
+        Run(calc, set, problem);
+}
+
 // Derivatives are taken with respect to at most this many parameters: a text
 // of 4095 characters can name hundreds, and each derivative may run up to the
 // node budget, which would push one input past the fuzzer's time limit
@@ -471,6 +500,7 @@ inline std::string RunOneInput(const std::uint8_t* data, std::size_t size)
     const int n = parser.getParamsNum();
     std::vector<std::vector<VEXA_Data>> sets = ValueSets(n);
 
+    RunMachineCodeFromNow(textLength, calc, sets, problem);
     std::vector<Outcome> base;
     for (auto& set : sets)
         base.push_back(Run(calc, set, problem));
@@ -517,6 +547,7 @@ inline std::string RunOneInput(const std::uint8_t* data, std::size_t size)
         if (!d)
             break;
         Expression* tree = TreeOnlyCopy(static_cast<Expression*>(d));
+        RunMachineCodeFromNow(textLength, d, sets, problem);
         for (auto& set : sets) {
             const Outcome compiled = Run(d, set, problem);
             if (tree && !SameOutcome(compiled, Run(tree, set, problem)))
