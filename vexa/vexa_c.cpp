@@ -9,6 +9,7 @@
 
 #include "vexa/calc/expression.h"
 #include "vexa/core/utf8.h"
+#include "vexa/parser/host_input.h"
 #include "vexa/parser/parse_diagnosis.h"
 #include "vexa/tree/tree_text.h"
 #include "vexa/vexa_c_internal.h"
@@ -153,10 +154,11 @@ vexa_expr* vexa_parse(const char* text, const char* params, vexa_error* err)
     Status(err, [&] {
         const std::wstring wtext = text ? vexa::FromUtf8(text) : std::wstring();
         const std::wstring wlist = params ? vexa::FromUtf8(params) : std::wstring();
-        vexa::ParseResult r = vexa::TryParse(text ? wtext.c_str() : nullptr, params ? wlist.c_str() : nullptr);
+        vexa::ParseResult r = vexa::ParseChecked(text ? wtext.c_str() : nullptr, params ? wlist.c_str() : nullptr);
         const vexa::ParseDiagnosis& d = r.diagnosis;
         if (d.outcome == vexa::ParseOutcome::kListRejected)
-            Fail(VEXA_E_LIST, "the parameter-name list is rejected: " + d.message, BytePosition(params, d.position));
+            Fail(VEXA_E_LIST, d.message.rfind("the parameter-name list", 0) == 0 ? d.message : "the parameter-name list is rejected: " + d.message,
+                 BytePosition(params, d.position));
         if (d.outcome == vexa::ParseOutcome::kSyntaxError)
             throw vexa_c::Failure{VEXA_E_CODE, d.code, BytePosition(text, d.position), d.message};
         std::vector<std::string> names;

@@ -17,7 +17,7 @@ vexa::Options OptionsOf(const vexa_options* o)
     vexa::Options options;
     if (o) {
         options.strict = o->strict != 0;
-        options.threads = o->threads < 0 ? 0 : (o->threads == 0 ? 1 : o->threads);
+        options.threads = o->threads;  // as vexa::Options: 0 or less, one per hardware thread
     }
     return options;
 }
