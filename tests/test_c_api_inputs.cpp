@@ -206,6 +206,56 @@ TEST(CApiInputs, RegisterRefusesNamesNoTextCanCall)
     vexa_free(e);
 }
 
+struct CauseCase {
+    const char* text;
+    double x;
+    int strict;
+    int status;
+    int position;  // bytes into the text
+    const char* says;
+};
+
+TEST(CApiInputs, FailedEvaluationsNameTheirCause)
+{
+    const CauseCase cases[] = {
+        {"2*x/(x-1)", 1, 0, VEXA_E_CODE, 3, "division by zero in '2*x/(x-1)': the divisor 'x-1' is 0"},
+        // Bytes: the braced name before holds a two-byte character.
+        {"{\xc3\xa4}*0 + 1/x", 0, 0, VEXA_E_CODE, 10, "division by zero in '1/x'"},
+        {"1 + SQRT(x)", -1, 0, VEXA_E_CODE, 4, "SQRT refuses (-1), which leaves the operator '+' without"},
+        {"LOG(x) + 5", -1, 1, VEXA_E_REFUSED, 0, "strict evaluation: 'LOG(x)' has no value: LOG refuses (-1)"},
+        {"SQRT(x)", -1, 0, VEXA_E_NULL, 0, "SQRT refuses (-1)"},
+    };
+    for (const CauseCase& c : cases) {
+        SCOPED_TRACE(c.text);
+        vexa_error err;
+        vexa_expr* e = vexa_parse(c.text, "x", &err);
+        ASSERT_TRUE(e) << err.message;
+        const int count = vexa_param_count(e);
+        std::vector<double> point(static_cast<std::size_t>(count), 0.0);
+        point[0] = c.x;  // x is listed: the first
+        const vexa_options options = {c.strict, 1};
+        double v = 0;
+        EXPECT_EQ(vexa_eval_ex(e, point.data(), &v, &options, &err), c.status);
+        EXPECT_EQ(err.position, c.position) << err.message;
+        EXPECT_NE(std::strstr(err.message, c.says), nullptr) << err.message;
+        // The thrown code is the one it always was.
+        if (c.status == VEXA_E_CODE) {
+            EXPECT_EQ(err.code, -10001);
+        }
+        // Over many points: the same cause for the point told of.
+        std::vector<std::vector<double>> values(static_cast<std::size_t>(count), std::vector<double>(2, 0.0));
+        values[0] = {2.5, c.x};
+        std::vector<const double*> columns;
+        for (const std::vector<double>& column : values)
+            columns.push_back(column.data());
+        double out[2];
+        EXPECT_EQ(vexa_eval_many_ex(e, 2, columns.data(), nullptr, out, &options, nullptr, &err), VEXA_E_POINTS);
+        EXPECT_EQ(err.position, 1);
+        EXPECT_NE(std::strstr(err.message, c.says), nullptr) << err.message;
+        vexa_free(e);
+    }
+}
+
 TEST(CApiInputs, ThreadsMeanWhatTheyMeanInCpp)
 {
     vexa_error err;

@@ -164,7 +164,11 @@ vexa_expr* vexa_parse(const char* text, const char* params, vexa_error* err)
         std::vector<std::string> names;
         for (const std::wstring& name : r.names)
             names.push_back(vexa::ToUtf8(name));
-        made = vexa_c::MakeHandle(std::move(r.calc), std::move(names), r.can_plot);
+        std::unique_ptr<vexa_expr> handle(vexa_c::MakeHandle(std::move(r.calc), std::move(names), r.can_plot));
+        handle->typed = text ? text : "";
+        handle->text = wtext;
+        vexa::BlankWhiteSpace(handle->text);
+        made = handle.release();
     });
     return made;
 }

@@ -15,6 +15,7 @@
 #include "vexa/core/utf8.h"
 #include "vexa/parser/function_call.h"
 #include "vexa/parser/parse_diagnosis.h"
+#include "vexa/parser/text_atoms.h"
 #include "vexa/parser/tokenizer.h"
 #include "vexa/parser/vexa_parser.h"
 #include "vexa/tree/function_node.h"
@@ -67,7 +68,10 @@ public:
             }
             switch (kind) {
             case TokenKind::kNumber:
-            case TokenKind::kName:
+            case TokenKind::kName: {
+                const std::pair<int, int> p = piece(start, position);
+                atoms.push_back({p.first, p.second, false});
+            }
                 if (token[0] != L'{' && !Contiguous(given, start, position))
                     Warn(kind == TokenKind::kNumber ? TextWarningKind::kJoinedNumber : TextWarningKind::kJoinedName,
                          piece(start, position), token.get());
@@ -77,6 +81,8 @@ public:
                     CheckCase(token.get(), piece(start, position));
                 break;
             case TokenKind::kOperator:
+                if (token[0] == L'!' || token[0] == L'@')
+                    atoms.push_back({given(start), 1, true});
                 CheckOperator(token[0], given(start));
                 if (token[0] == L'(')
                     ++open;
@@ -103,6 +109,7 @@ public:
     }
 
     std::vector<CallSpan> calls;
+    std::vector<vexa_parser::Atom> atoms;
     std::vector<TextWarning> warnings;
 
 private:
@@ -180,6 +187,7 @@ private:
         int ignored = 0;
         std::unique_ptr<wchar_t[]> upper(Tokenizer::convertToUpper(call.name.c_str(), ignored));
         calls.push_back({upper.get(), at.first, at.second});
+        atoms.push_back({at.first, at.second, false});
         if (vexa_platform::WcsICmp(upper.get(), L"IF") == 0) {
             Tokenizer::pre_parseFunction_IF(token);
             call = vexa_parser::SplitCall(token);
@@ -418,6 +426,17 @@ std::vector<CallSpan> LocateCalls(const wchar_t* text)
     reader.Review(text ? text : L"");
     return reader.calls;
 }
+
+}  // namespace vexa
+
+std::vector<vexa_parser::Atom> vexa_parser::LocateAtoms(const wchar_t* text)
+{
+    vexa::Reader reader(text ? text : L"");
+    reader.Review(text ? text : L"");
+    return reader.atoms;
+}
+
+namespace vexa {
 
 std::vector<TextWarning> ReviewText(const wchar_t* text, const wchar_t* paramNames)
 {
