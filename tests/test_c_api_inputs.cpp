@@ -3,6 +3,7 @@
 // spaced and repeated names refused) and white space other than the space.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -254,6 +255,19 @@ TEST(CApiInputs, FailedEvaluationsNameTheirCause)
         EXPECT_NE(std::strstr(err.message, c.says), nullptr) << err.message;
         vexa_free(e);
     }
+}
+
+TEST(CApiInputs, VersionAndMachineCode)
+{
+    int major = -1, minor = -1, patch = -1;
+    char rest = 0;
+    EXPECT_EQ(std::sscanf(vexa_version(), "%d.%d.%d%c", &major, &minor, &patch, &rest), 3) << vexa_version();
+    const std::string code = vexa_machine_code();
+#if defined(__x86_64__) && defined(__linux__)
+    EXPECT_EQ(code, "x86-64 (System V)");
+#else
+    EXPECT_TRUE(code == "x86-64 (System V)" || code == "none") << code;
+#endif
 }
 
 TEST(CApiInputs, ThreadsMeanWhatTheyMeanInCpp)

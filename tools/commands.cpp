@@ -49,6 +49,15 @@ bool LoadAssignments(const std::vector<std::string>& args, std::vector<Assignmen
             Error(msg);
             return false;
         }
+        // Names are matched without regard to case: m=2 and M=5 both name
+        // one parameter, and neither value may silently win.
+        for (const Assignment& earlier : out) {
+            if (SameNoCase(earlier.name, a.name)) {
+                Error("the parameter '" + ToUtf8(a.name) + "' is given twice ('" + earlier.source + "' and '" +
+                      a.source + "'; names are matched without regard to case)");
+                return false;
+            }
+        }
         out.push_back(std::move(a));
     }
     return true;

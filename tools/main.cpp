@@ -7,6 +7,7 @@
 
 #include "tools/commands.h"
 #include "tools/errors.h"
+#include "vexa/vexa_c.h"
 
 using namespace vexa_cli;
 
@@ -63,7 +64,7 @@ std::string NearestCommand(const std::string& word) {
 int main(int argc, char** argv) {
     CLI::App app{"vexa: parse, evaluate, differentiate and plot expressions of the solver function language"};
     app.require_subcommand(1);
-    app.set_version_flag("--version", "vexa 0.1.0");
+    app.set_version_flag("--version", std::string("vexa ") + vexa_version() + "\nmachine code: " + vexa_machine_code());
     app.footer(std::string("Run 'vexa COMMAND --help' for a command's options and examples.\n") + kExitCodes);
     app.get_formatter()->column_width(34);
 

@@ -208,6 +208,13 @@ VEXA_API int vexa_register(const char* name, const vexa_expr* e, vexa_error* err
    calling what they called. */
 VEXA_API int vexa_unregister(const char* name, vexa_error* err);
 
+/* The library's version, "MAJOR.MINOR.PATCH" (static storage). */
+VEXA_API const char* vexa_version(void);
+/* The machine code the library generates for compiled expressions:
+   "x86-64 (System V)", or "none" where every compiled program runs in the
+   library's interpreter. The build decides (static storage). */
+VEXA_API const char* vexa_machine_code(void);
+
 #ifdef __cplusplus
 }
 #endif

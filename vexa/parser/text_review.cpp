@@ -217,8 +217,8 @@ private:
         w.kind = TextWarningKind::kStrayParenthesis;
         w.position = at;
         w.length = 1;
-        w.message = "this ')' closes no '(': everything before it is grouped as if an opening '(' stood at the "
-                    "start (2*x+1)/2 is (2*x+1)/2)";
+        w.message = "this ')' closes no '(': everything before it is grouped as if a '(' stood at the start, "
+                    "so 2*x+1)/2 reads as (2*x+1)/2";
         warnings.push_back(std::move(w));
     }
 
