@@ -267,6 +267,12 @@ int RunSweep(const SweepArgs& a) {
         }
         units.yscale = *scale;
     }
+    units.xlog = a.xlog;
+    units.ylog = a.ylog;
+    if (a.xlog && !((*from > 0 && *to > 0) || (*from < 0 && *to < 0))) {
+        Error("--log-x needs --from and --to of one sign, neither 0 (got " + a.from + " and " + a.to + ")");
+        return kExitUsage;
+    }
     if (a.points < 1 || a.points > 1000000) {
         Error("--points must be between 1 and 1000000");
         return kExitUsage;
@@ -280,6 +286,7 @@ int RunSweep(const SweepArgs& a) {
     req.to = *to;
     req.points = a.points;
     req.strict = a.expr.strict;
+    req.logarithmic = a.xlog;
     if (a.over.empty()) {
         if (p.params.size() != 1) {
             Error("say which parameter to sweep with --over NAME; the parameters are: " + JoinNames(p.params));
