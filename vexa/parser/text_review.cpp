@@ -14,6 +14,7 @@
 #include "vexa/core/platform.h"
 #include "vexa/core/utf8.h"
 #include "vexa/parser/function_call.h"
+#include "vexa/parser/host_input.h"
 #include "vexa/parser/parse_diagnosis.h"
 #include "vexa/parser/text_atoms.h"
 #include "vexa/parser/tokenizer.h"
@@ -452,6 +453,9 @@ std::vector<TextWarning> ReviewText(const wchar_t* text, const wchar_t* paramNam
                      [](const TextWarning& a, const TextWarning& b) { return a.position < b.position; });
     out.insert(out.end(), lexical.begin(), lexical.end());
     ParseResult parsed = TryParse(text, paramNames);
+    // Lists of names with digits or braces are the interfaces' to accept.
+    if (parsed.diagnosis.outcome == ParseOutcome::kListRejected)
+        parsed = ParseChecked(text, paramNames);
     if (parsed.calc)
         ReviewTree(parsed.calc.get(), parsed.names, text, reader.calls, out);
     return out;
