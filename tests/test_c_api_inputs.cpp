@@ -243,6 +243,17 @@ TEST(CApiInputs, FailedEvaluationsNameTheirCause)
         if (c.status == VEXA_E_CODE) {
             EXPECT_EQ(err.code, -10001);
         }
+        // Values of any shape: the same cause and place.
+        std::vector<vexa_value> shaped;
+        for (double& v : point)
+            shaped.push_back({1, 1, &v});
+        double out1 = 0;
+        vexa_value result = {0, 0, &out1};
+        if (!c.strict) {
+            EXPECT_EQ(vexa_eval_value(e, shaped.data(), &result, 1, &err), c.status);
+            EXPECT_EQ(err.position, c.position) << err.message;
+            EXPECT_NE(std::strstr(err.message, c.says), nullptr) << err.message;
+        }
         // Over many points: the same cause for the point told of.
         std::vector<std::vector<double>> values(static_cast<std::size_t>(count), std::vector<double>(2, 0.0));
         values[0] = {2.5, c.x};

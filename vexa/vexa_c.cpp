@@ -210,8 +210,18 @@ int vexa_eval_value(vexa_expr* e, const vexa_value* params, vexa_value* result, 
             values.push_back(ValueIn(params[i], i));
         vexa_c::TreeUse use(x);
         VEXA_Data out;
-        if (!x.calc->Evaluate(static_cast<int>(values.size()), values.data(), out))
-            throw vexa_c::OutcomeFailure({0.0, vexa::Failure::kNull, 0});
+        bool ok = false;
+        vexa_c::Failure failure;
+        try {
+            ok = x.calc->Evaluate(static_cast<int>(values.size()), values.data(), out);
+            failure = vexa_c::OutcomeFailure({0.0, vexa::Failure::kNull, 0});
+        } catch (int code) {
+            failure = vexa_c::OutcomeFailure({0.0, vexa::Failure::kThrown, code});
+        }
+        if (!ok) {
+            vexa_c::ExplainValues(x, values.data(), failure, true);
+            throw failure;
+        }
         out.getDataInfo(result->rows, result->cols);
         const std::size_t n = static_cast<std::size_t>(result->rows) * static_cast<std::size_t>(result->cols);
         if (n > capacity)

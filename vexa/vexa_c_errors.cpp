@@ -77,26 +77,14 @@ Failure OutcomeFailure(const vexa::Outcome& o)
     }
 }
 
-void Explain(const vexa_expr& e, const double* point, Failure& f, bool position)
+void ExplainValues(const vexa_expr& e, const VEXA_Data* values, Failure& f, bool position)
 {
-    if (!e.calc || (!point && !e.names.empty()))
-        return;
-    // Only a tree no other thread works on; otherwise the general message stays.
-    if (e.tree_taken.exchange(true, std::memory_order_acquire))
-        return;
-    struct Release {
-        const vexa_expr& e;
-        ~Release() { e.tree_taken.store(false, std::memory_order_release); }
-    } release{e};
     try {
-        std::vector<VEXA_Data> values;
         std::vector<std::wstring> names;
-        for (std::size_t k = 0; k < e.names.size(); ++k) {
-            values.push_back(VEXA_Data(point[k]));
-            names.push_back(vexa::FromUtf8(e.names[k]));
-        }
+        for (const std::string& name : e.names)
+            names.push_back(vexa::FromUtf8(name));
         const vexa::EvaluationDiagnosis d =
-            vexa::DiagnoseEvaluation(e.calc.get(), static_cast<int>(values.size()), values.data(),
+            vexa::DiagnoseEvaluation(e.calc.get(), static_cast<int>(names.size()), values,
                                      e.text.empty() ? nullptr : e.text.c_str(), &names);
         if (d.cause == vexa::EvaluationCause::kNone)
             return;
@@ -115,6 +103,23 @@ void Explain(const vexa_expr& e, const double* point, Failure& f, bool position)
     } catch (...) {
         // Nothing else is expected; the general message stays.
     }
+}
+
+void Explain(const vexa_expr& e, const double* point, Failure& f, bool position)
+{
+    if (!e.calc || (!point && !e.names.empty()))
+        return;
+    // Only a tree no other thread works on; otherwise the general message stays.
+    if (e.tree_taken.exchange(true, std::memory_order_acquire))
+        return;
+    struct Release {
+        const vexa_expr& e;
+        ~Release() { e.tree_taken.store(false, std::memory_order_release); }
+    } release{e};
+    std::vector<VEXA_Data> values;
+    for (std::size_t k = 0; k < e.names.size(); ++k)
+        values.push_back(VEXA_Data(point[k]));
+    ExplainValues(e, values.data(), f, position);
 }
 
 void Clear(vexa_error* err)

@@ -61,6 +61,8 @@ Failure OutcomeFailure(const vexa::Outcome& o);
 // values), where the tree is free to be evaluated again; f keeps its status
 // and code. position: whether f.position may take the byte offset.
 void Explain(const vexa_expr& e, const double* point, Failure& f, bool position);
+// The same for values of any shape, by a caller that holds the tree.
+void ExplainValues(const vexa_expr& e, const VEXA_Data* values, Failure& f, bool position);
 
 void Clear(vexa_error* err);
 void Record(vexa_error* err, const Failure& f);
