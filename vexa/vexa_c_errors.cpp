@@ -86,7 +86,9 @@ void ExplainValues(const vexa_expr& e, const VEXA_Data* values, Failure& f, bool
         const vexa::EvaluationDiagnosis d =
             vexa::DiagnoseEvaluation(e.calc.get(), static_cast<int>(names.size()), values,
                                      e.text.empty() ? nullptr : e.text.c_str(), &names);
-        if (d.cause == vexa::EvaluationCause::kNone)
+        // A registered function the tree shares with other handles may be
+        // busy on another thread just now: that is no cause of this point.
+        if (d.cause == vexa::EvaluationCause::kNone || (d.code == -1001 && f.code != -1001))
             return;
         std::string message = d.message;
         if (f.status == VEXA_E_CODE)
