@@ -17,7 +17,8 @@ set(VEXA_PUBLIC_HEADERS
   vexa/tree/operater_node.h vexa/tree/function_node.h vexa/tree/tree_walk.h vexa/tree/tree_text.h
   vexa/calc/icalculator.h vexa/calc/calc_ref.h vexa/calc/expression.h vexa/calc/complex_step_calculator.h
   vexa/calc/buidin_function.h vexa/calc/function_factory.h vexa/calc/call_errors.h vexa/calc/call_forms.h
-  vexa/parser/vexa_parser.h vexa/parser/parse_diagnosis.h)
+  vexa/parser/vexa_parser.h vexa/parser/parse_diagnosis.h vexa/parser/host_input.h
+  vexa/parser/evaluation_diagnosis.h)
 foreach(h ${VEXA_PUBLIC_HEADERS})
   get_filename_component(dir ${h} DIRECTORY)
   install(FILES ${PROJECT_SOURCE_DIR}/${h} DESTINATION include/${dir})
@@ -25,8 +26,9 @@ endforeach()
 # The compiled form: many points, many threads, exact gradients.
 install(FILES ${PROJECT_SOURCE_DIR}/vexa/compiled/compiled_form.h DESTINATION include/vexa/compiled)
 
-# The C interface, for C and Fortran hosts.
-install(FILES ${PROJECT_SOURCE_DIR}/vexa/vexa_c.h DESTINATION include/vexa)
+# The C interface, for C hosts, and its Fortran module (a source a Fortran
+# host compiles with its own compiler: module files differ between them).
+install(FILES ${PROJECT_SOURCE_DIR}/vexa/vexa_c.h ${PROJECT_SOURCE_DIR}/vexa/vexa.f90 DESTINATION include/vexa)
 
 install(EXPORT vexaTargets NAMESPACE vexa:: DESTINATION lib/cmake/vexa)
 

@@ -3,6 +3,9 @@
 if(NOT VEXA_SANITIZE)
   add_test(NAME install_package_host
     COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/install/check.sh ${PROJECT_BINARY_DIR})
+  # The README's commands for hosts, run as written against a scratch prefix.
+  add_test(NAME readme_host_commands
+    COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/install/readme_commands.sh ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
 endif()
 
 # The differential test once more with machine code from the first repeated

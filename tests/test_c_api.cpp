@@ -93,7 +93,8 @@ TEST(CApi, ParseFailuresTellCodeAndByteOffset)
         {"SIN(x", "x", 5, 0, "not closed"},
         {nullptr, nullptr, 0, 0, "empty"},
         {"x", "a,b_c", VEXA_E_LIST, 3, "parameter-name list is rejected"},
-        {"x", "{\xc3\xa4,b", VEXA_E_LIST, 1, "U+00E4"},
+        {"x", "b,{\xc3\xa4", VEXA_E_LIST, 2, "never closed"},
+        {"x", "b,x\xc3\xa4", VEXA_E_LIST, 3, "U+00E4"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text ? c.text : "null");

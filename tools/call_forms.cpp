@@ -9,12 +9,19 @@ namespace vexa_cli {
 
 int ListFunctions(std::ostream& out, const std::vector<std::string>& only, bool namesOnly,
                   std::vector<std::string>& unknown) {
-    std::vector<std::wstring> names;
-    FunctionFactory::getInstance()->GetAllFunctionName(names);
+    // Texts reach a function through its name upper-cased: registry keys
+    // with lower-case letters (the internal add, cos, sin) no text can call.
+    std::vector<std::wstring> all, names;
+    FunctionFactory::getInstance()->GetAllFunctionName(all);
+    for (const std::wstring& name : all) {
+        bool callable = !name.empty();
+        for (wchar_t c : name) callable = callable && !(c >= L'a' && c <= L'z');
+        if (callable) names.push_back(name);
+    }
     std::vector<bool> found(only.size(), false);
     if (only.empty() && !namesOnly)
         out << "The language knows " << names.size()
-            << " functions. Expressions match names without regard to case; call forms:\n\n";
+            << " functions a text can call. Expressions match names without regard to case; call forms:\n\n";
     int printed = 0;
     for (const std::wstring& name : names) {
         bool wanted = only.empty();
@@ -31,7 +38,6 @@ int ListFunctions(std::ostream& out, const std::vector<std::string>& only, bool 
             out << n << '\n';
             continue;
         }
-        // Exact match only: "sin" and "SIN" are separate registry entries.
         const vexa::CallForm* f = vexa::FindCallForm(name);
         if (f && n == f->name) {
             out << f->form << "\n    " << f->summary << '\n';

@@ -49,6 +49,15 @@ bool LoadAssignments(const std::vector<std::string>& args, std::vector<Assignmen
             Error(msg);
             return false;
         }
+        // Names are matched without regard to case: m=2 and M=5 both name
+        // one parameter, and neither value may silently win.
+        for (const Assignment& earlier : out) {
+            if (SameNoCase(earlier.name, a.name)) {
+                Error("the parameter '" + ToUtf8(a.name) + "' is given twice ('" + earlier.source + "' and '" +
+                      a.source + "'; names are matched without regard to case)");
+                return false;
+            }
+        }
         out.push_back(std::move(a));
     }
     return true;
@@ -258,6 +267,12 @@ int RunSweep(const SweepArgs& a) {
         }
         units.yscale = *scale;
     }
+    units.xlog = a.xlog;
+    units.ylog = a.ylog;
+    if (a.xlog && !((*from > 0 && *to > 0) || (*from < 0 && *to < 0))) {
+        Error("--log-x needs --from and --to of one sign, neither 0 (got " + a.from + " and " + a.to + ")");
+        return kExitUsage;
+    }
     if (a.points < 1 || a.points > 1000000) {
         Error("--points must be between 1 and 1000000");
         return kExitUsage;
@@ -271,6 +286,7 @@ int RunSweep(const SweepArgs& a) {
     req.to = *to;
     req.points = a.points;
     req.strict = a.expr.strict;
+    req.logarithmic = a.xlog;
     if (a.over.empty()) {
         if (p.params.size() != 1) {
             Error("say which parameter to sweep with --over NAME; the parameters are: " + JoinNames(p.params));

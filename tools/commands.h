@@ -25,6 +25,7 @@ struct SweepArgs {
     std::string csv, svg, title;
     bool no_table = false;
     std::string ylabel, yunit, yscale, xunit;  // for the plot
+    bool xlog = false, ylog = false;  // logarithmic axes (xlog: a logarithmic grid too)
 };
 
 // Each returns the program's exit status. Derivatives are asked for as NAME

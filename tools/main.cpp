@@ -7,6 +7,7 @@
 
 #include "tools/commands.h"
 #include "tools/errors.h"
+#include "vexa/vexa_c.h"
 
 using namespace vexa_cli;
 
@@ -63,7 +64,7 @@ std::string NearestCommand(const std::string& word) {
 int main(int argc, char** argv) {
     CLI::App app{"vexa: parse, evaluate, differentiate and plot expressions of the solver function language"};
     app.require_subcommand(1);
-    app.set_version_flag("--version", "vexa 0.1.0");
+    app.set_version_flag("--version", std::string("vexa ") + vexa_version() + "\nmachine code: " + vexa_machine_code());
     app.footer(std::string("Run 'vexa COMMAND --help' for a command's options and examples.\n") + kExitCodes);
     app.get_formatter()->column_width(34);
 
@@ -113,12 +114,16 @@ int main(int argc, char** argv) {
     sweep->add_option("--yunit", sweepArgs.yunit, "unit of the plotted value, e.g. mm");
     sweep->add_option("--yscale", sweepArgs.yscale, "plot the value times this, e.g. 1E3 (m to mm) or RTOD");
     sweep->add_option("--xunit", sweepArgs.xunit, "unit of the swept parameter, e.g. s");
+    sweep->add_flag("--log-x", sweepArgs.xlog,
+                    "points evenly spaced in log10 between --from and --to (one sign), on a logarithmic axis");
+    sweep->add_flag("--log-y", sweepArgs.ylog, "a logarithmic axis for the value (values <= 0 leave gaps)");
     sweep->footer(
         "Examples:\n"
         "  vexa sweep \"HAVSIN(TIME, 0, 0, 0.8, 2)\" --from 0 --to 1 -n 11 -d\n"
         "  vexa sweep \"AMP*SIN(2*PI*F*TIME)\" AMP=2 F=0.5 -x TIME --from 0 --to 4 --wrt AMP --csv out.csv\n"
         "  vexa sweep \"STEP5(TIME, 0.5, 0, 1.5, 90D)\" --from 0 --to 2 -n 201 -d --svg step5.svg \\\n"
         "        --ylabel angle --yunit deg --yscale RTOD --xunit s\n"
+        "  vexa sweep \"1/SQRT((1-F^2)^2 + (0.1*F)^2)\" -x F --from 0.01 --to 100 -n 401 --log-x --log-y --svg bode.svg\n"
         "  vexa sweep \"IMPACT({DIST}, {VEL}, 0, 2E5, 1.5, 80, 1E-3)\" {VEL}=0 -x {DIST} --from -1E-3 --to 5E-4 -d\n"
         "The other parameters are held at the values given as NAME=VALUE. Points where the expression has no\n"
         "value show '-' in the table, NaN in the CSV and leave a gap in the plot. Derivatives come in two\n"

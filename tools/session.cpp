@@ -1,14 +1,22 @@
 #include "tools/session.h"
 
 #include "tools/wide.h"
+#include "vexa/parser/host_input.h"
 
 namespace vexa_cli {
 
 Parsed ParseText(const std::wstring& text, const std::optional<std::wstring>& list) {
-    vexa::ParseResult r = vexa::TryParse(text.c_str(), list ? list->c_str() : nullptr);
+    // Tabs, line ends, no-break spaces and a byte-order mark read as spaces,
+    // and the list is checked, as the C interface does it.
+    vexa::ParseResult r = vexa::ParseChecked(text.c_str(), list ? list->c_str() : nullptr);
     Parsed p;
+    // Kept as the parser read it, so that the review of the text and the
+    // carets under it see the same characters (one for one, as typed).
     p.text = text;
+    vexa::BlankWhiteSpace(p.text);
     p.list = list;
+    if (p.list)
+        vexa::BlankWhiteSpace(*p.list);
     p.calc = std::move(r.calc);
     p.params = std::move(r.names);
     p.can_plot = r.can_plot;

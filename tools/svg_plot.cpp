@@ -115,6 +115,21 @@ std::vector<double> NiceTicks(double lo, double hi, int target) {
     return ticks;
 }
 
+std::vector<double> LogTicks(double lo, double hi) {
+    std::vector<double> ticks;
+    if (!(lo > 0) || !(hi > lo) || !std::isfinite(hi)) return NiceTicks(lo, hi);
+    const int first = static_cast<int>(std::ceil(std::log10(lo) - 1e-9));
+    const int last = static_cast<int>(std::floor(std::log10(hi) + 1e-9));
+    // Every decade up to a dozen; beyond, every few so the labels stay apart.
+    const int every = std::max(1, (last - first) / 10 + 1);
+    for (int k = first; k <= last; k += every) ticks.push_back(std::pow(10.0, k));
+    if (ticks.size() >= 2) return ticks;
+    ticks.clear();
+    for (double t : NiceTicks(lo, hi))
+        if (t > 0) ticks.push_back(t);
+    return ticks;
+}
+
 PlotPage PlotOfSweep(const SweepResult& r, const std::string& title, const std::string& subtitle,
                      const PlotUnits& units) {
     PlotPage page;
@@ -122,6 +137,7 @@ PlotPage PlotOfSweep(const SweepResult& r, const std::string& title, const std::
     page.subtitle = subtitle;
     page.xlabel = r.xname + (units.xunit.empty() ? "" : " [" + units.xunit + "]");
     page.xs = r.xs;
+    page.xlog = units.xlog;
     std::map<int, std::size_t> panelOf;
     for (const Quantity& q : r.quantities) {
         if (!panelOf.count(q.panel)) {
@@ -130,6 +146,7 @@ PlotPage PlotOfSweep(const SweepResult& r, const std::string& title, const std::
             p.ylabel = q.panel == 0 ? (units.ylabel.empty() ? "value" : units.ylabel) +
                                           (units.yunit.empty() ? "" : " [" + units.yunit + "]")
                                     : DerivativeAxis(q, r.xname, units);
+            p.log = q.panel == 0 && units.ylog;
             page.panels.push_back(p);
         }
         PlotPanel& p = page.panels[panelOf[q.panel]];
@@ -187,16 +204,24 @@ std::string RenderSvg(const PlotPage& page) {
         o << "<text x=\"" << kWidth / 2 << "\" y=\"52\" text-anchor=\"middle\" font-size=\"13\" fill=\"#444\">"
           << Esc(Clip(page.subtitle, 130)) << "</text>\n";
 
+    // A logarithmic axis maps log10 of the value; the ticks keep the values.
+    const bool xlog = page.xlog && !page.xs.empty() && std::min(page.xs.front(), page.xs.back()) > 0;
+    auto tx = [&](double x) { return xlog ? std::log10(x) : x; };
     double xlo = page.xs.empty() ? 0 : page.xs.front();
     double xhi = page.xs.empty() ? 1 : page.xs.back();
     if (xlo > xhi) std::swap(xlo, xhi);
+    std::vector<double> xticks = xlog ? LogTicks(xlo, xhi) : NiceTicks(xlo, xhi);
+    xlo = tx(xlo);
+    xhi = tx(xhi);
     if (!(xhi > xlo)) {
         xlo -= 1;
         xhi += 1;
+        if (xlog) xticks = {std::pow(10.0, xlo + 1)};
     }
-    const std::vector<double> xticks = NiceTicks(xlo, xhi);
     const double xstep = xticks.size() > 1 ? xticks[1] - xticks[0] : 1;
-    auto px = [&](double x) { return kLeft + (x - xlo) / (xhi - xlo) * plotW; };
+    auto px = [&](double x) { return kLeft + (tx(x) - xlo) / (xhi - xlo) * plotW; };
+    std::vector<double> plottedXs = page.xs;
+    for (double& x : plottedXs) x = tx(x);
 
     // Colours run on across panels so a derivative never looks like the value.
     std::size_t colorBase = 0;
@@ -204,9 +229,15 @@ std::string RenderSvg(const PlotPage& page) {
         const PlotPanel& panel = page.panels[p];
         const int top = kTop + p * (kPanelHeight + kPanelGap);
         const int bottom = top + kPanelHeight;
-        const Range yr = YRange(panel);
-        auto py = [&](double y) { return bottom - (y - yr.lo) / (yr.hi - yr.lo) * kPanelHeight; };
-        const std::vector<double> yticks = NiceTicks(yr.lo, yr.hi);
+        const bool ylog = panel.log;
+        auto ty = [&](double y) { return ylog ? (y > 0 ? std::log10(y) : NAN) : y; };
+        PlotPanel mapped = panel;
+        for (Series& ser : mapped.series)
+            for (double& y : ser.ys) y = ty(y);
+        const Range yr = YRange(mapped);
+        auto py = [&](double y) { return bottom - (ty(y) - yr.lo) / (yr.hi - yr.lo) * kPanelHeight; };
+        const std::vector<double> yticks =
+            ylog ? LogTicks(std::pow(10.0, yr.lo), std::pow(10.0, yr.hi)) : NiceTicks(yr.lo, yr.hi);
         const double ystep = yticks.size() > 1 ? yticks[1] - yticks[0] : 1;
 
         o << "<g>\n<clipPath id=\"clip" << p << "\"><rect x=\"" << kLeft << "\" y=\"" << top << "\" width=\"" << plotW
@@ -218,7 +249,7 @@ std::string RenderSvg(const PlotPage& page) {
         for (double t : yticks)
             o << "<line x1=\"" << kLeft << "\" y1=\"" << C(py(t)) << "\" x2=\"" << kLeft + plotW << "\" y2=\"" << C(py(t))
               << "\" stroke=\"#e4e4e4\"/>\n";
-        if (yr.lo < 0 && yr.hi > 0)
+        if (!ylog && yr.lo < 0 && yr.hi > 0)
             o << "<line x1=\"" << kLeft << "\" y1=\"" << C(py(0)) << "\" x2=\"" << kLeft + plotW << "\" y2=\""
               << C(py(0)) << "\" stroke=\"#999\" stroke-width=\"1\"/>\n";
         o << "<rect x=\"" << kLeft << "\" y=\"" << top << "\" width=\"" << plotW << "\" height=\"" << kPanelHeight
@@ -246,9 +277,9 @@ std::string RenderSvg(const PlotPage& page) {
             std::string d;
             bool pen = false;
             int drawn = 0;
-            for (std::size_t i : ThinToPixels(page.xs, ser.ys, plotW)) {
+            for (std::size_t i : ThinToPixels(plottedXs, mapped.series[s].ys, plotW)) {
                 const double y = ser.ys[i];
-                if (!std::isfinite(y)) {
+                if (!std::isfinite(ty(y))) {
                     pen = false;
                     continue;
                 }
@@ -265,7 +296,7 @@ std::string RenderSvg(const PlotPage& page) {
             // A lone point would be invisible as a path.
             if (drawn == 1)
                 for (std::size_t i = 0; i < ser.ys.size(); ++i)
-                    if (std::isfinite(ser.ys[i]))
+                    if (std::isfinite(ty(ser.ys[i])))
                         o << "<circle cx=\"" << C(px(page.xs[i])) << "\" cy=\"" << C(py(ser.ys[i]))
                           << "\" r=\"3\" fill=\"" << color << "\"/>\n";
         }

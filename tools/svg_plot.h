@@ -13,6 +13,7 @@ struct PlotPanel {
     std::string ylabel;
     std::vector<Series> series;
     int missing = 0;  // points without a value: gaps in the curves
+    bool log = false;  // a logarithmic value axis: values <= 0 leave gaps
 };
 
 struct PlotPage {
@@ -21,6 +22,7 @@ struct PlotPage {
     std::string xlabel;
     std::vector<double> xs;
     std::vector<PlotPanel> panels;
+    bool xlog = false;  // a logarithmic x axis (every x > 0)
 };
 
 // What the plotted quantity is and in which units: values are drawn times
@@ -30,11 +32,16 @@ struct PlotUnits {
     std::string yunit;
     double yscale = 1.0;
     std::string xunit;
+    bool xlog = false;  // logarithmic axes: x, and the value's (not the derivatives')
+    bool ylog = false;
 };
 
 // Tick positions for [lo, hi]: steps of 1, 2 or 5 times a power of ten,
 // about `target` of them.
 std::vector<double> NiceTicks(double lo, double hi, int target = 6);
+// Ticks of a logarithmic axis over [lo, hi] (both > 0): the powers of ten
+// within, or where fewer than two fall within, NiceTicks of the range.
+std::vector<double> LogTicks(double lo, double hi);
 
 // Plot of a sweep: the value on top, each derivative in a panel below with
 // the exact values and the derivative calculator's beside them.

@@ -263,16 +263,43 @@ std::string Cell(double v) { return std::isnan(v) ? std::string("-") : FormatSho
 
 }  // namespace
 
-std::vector<double> SweepPoints(double from, double to, int points) {
+std::vector<double> SweepPoints(double from, double to, int points, bool logarithmic) {
     std::vector<double> xs;
     if (points <= 1) {
         xs.push_back(from);
         return xs;
     }
-    for (int i = 0; i < points; ++i) {
-        // Interpolating from both ends keeps the last point exactly at `to`.
-        const double t = static_cast<double>(i) / (points - 1);
-        xs.push_back(i == points - 1 ? to : from * (1.0 - t) + to * t);
+    const int last = points - 1;
+    if (logarithmic) {
+        // Evenly spaced exponents; the ends are the values given.
+        const double decades = std::log10(to / from);
+        for (int i = 0; i <= last; ++i)
+            xs.push_back(i == 0 ? from : i == last ? to : from * std::pow(10.0, (i * decades) / last));
+        return xs;
+    }
+    const double span = to - from;
+    for (int i = 0; i <= last; ++i) {
+        double x;
+        if (!std::isfinite(span)) {
+            // Beyond the doubles' range the span overflows; interpolating
+            // does not.
+            const double t = static_cast<double>(i) / last;
+            x = from * (1.0 - t) + to * t;
+        } else if (2 * i <= last) {
+            // From the nearer end: i * span is exact for the usual ranges,
+            // and -1 + (2 * 3) / 6 is 0 where -1 * (2/3) + 2 * (1/3) is not.
+            x = from + (i * span) / last;
+        } else {
+            x = to - ((last - i) * span) / last;
+        }
+        xs.push_back(i == 0 ? from : i == last ? to : x);
+    }
+    // 0 exactly where it is a grid point: every singularity and IF branch
+    // at 0 is then met, not missed by a rounding error.
+    if ((from < 0 && to > 0) || (from > 0 && to < 0)) {
+        const double k = std::round(-from / span * last);
+        const std::size_t at = static_cast<std::size_t>(k);
+        if (k > 0 && k < last && std::fabs(xs[at]) <= 1e-9 * std::fabs(span) / last) xs[at] = 0.0;
     }
     return xs;
 }
@@ -280,7 +307,7 @@ std::vector<double> SweepPoints(double from, double to, int points) {
 bool RunSweep(ICalculator* calc, const std::wstring& text, const std::vector<std::wstring>& params,
               const std::vector<VEXA_Data>& base, SweepRequest req, SweepResult& out, std::string& error) {
     out.xname = ToUtf8(params[static_cast<std::size_t>(req.index)]);
-    out.xs = SweepPoints(req.from, req.to, req.points);
+    out.xs = SweepPoints(req.from, req.to, req.points, req.logarithmic);
     // "-d --wrt TIME" asks twice for one derivative.
     std::vector<DerivativeRequest> unique;
     for (const DerivativeRequest& d : req.derivatives)

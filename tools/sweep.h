@@ -43,10 +43,14 @@ struct SweepRequest {
     int points = 101;
     std::vector<DerivativeRequest> derivatives;
     bool strict = false;  // a refused call anywhere leaves the point without a value
+    bool logarithmic = false;  // points evenly spaced in log10 (from and to of one sign)
 };
 
-// Evenly spaced points from `from` to `to`, both ends exact.
-std::vector<double> SweepPoints(double from, double to, int points);
+// Evenly spaced points from `from` to `to`: x_i = from + i (to - from)/(n - 1)
+// computed from the nearer end, both ends exact, and 0 exactly where it is a
+// grid point. logarithmic: evenly spaced in log10 instead (from and to
+// nonzero, of one sign), both ends exact.
+std::vector<double> SweepPoints(double from, double to, int points, bool logarithmic = false);
 
 // Evaluates the expression over the sweep, the other parameters held at
 // `base`: with scalar values all at once through the library's bulk

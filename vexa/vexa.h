@@ -27,5 +27,7 @@
 #include "vexa/compiled/compiled_form.h"
 #include "vexa/parser/vexa_parser.h"
 #include "vexa/parser/parse_diagnosis.h"
+#include "vexa/parser/host_input.h"
+#include "vexa/parser/evaluation_diagnosis.h"
 
 #endif

@@ -10,6 +10,7 @@
 
 #include "vexa/calc/expression.h"
 #include "vexa/core/utf8.h"
+#include "vexa/parser/host_input.h"
 #include "vexa/parser/parse_diagnosis.h"
 #include "vexa/tree/tree_text.h"
 #include "vexa/vexa_c_internal.h"
@@ -165,16 +166,21 @@ vexa_expr* vexa_parse(const char* text, const char* params, vexa_error* err)
     Status(err, [&] {
         const std::wstring wtext = text ? vexa::FromUtf8(text) : std::wstring();
         const std::wstring wlist = params ? vexa::FromUtf8(params) : std::wstring();
-        vexa::ParseResult r = vexa::TryParse(text ? wtext.c_str() : nullptr, params ? wlist.c_str() : nullptr);
+        vexa::ParseResult r = vexa::ParseChecked(text ? wtext.c_str() : nullptr, params ? wlist.c_str() : nullptr);
         const vexa::ParseDiagnosis& d = r.diagnosis;
         if (d.outcome == vexa::ParseOutcome::kListRejected)
-            Fail(VEXA_E_LIST, "the parameter-name list is rejected: " + d.message, BytePosition(params, d.position));
+            Fail(VEXA_E_LIST, d.message.rfind("the parameter-name list", 0) == 0 ? d.message : "the parameter-name list is rejected: " + d.message,
+                 BytePosition(params, d.position));
         if (d.outcome == vexa::ParseOutcome::kSyntaxError)
             throw vexa_c::Failure{VEXA_E_CODE, d.code, BytePosition(text, d.position), d.message};
         std::vector<std::string> names;
         for (const std::wstring& name : r.names)
             names.push_back(vexa::ToUtf8(name));
-        made = vexa_c::MakeHandle(std::move(r.calc), std::move(names), r.can_plot);
+        std::unique_ptr<vexa_expr> handle(vexa_c::MakeHandle(std::move(r.calc), std::move(names), r.can_plot));
+        handle->typed = text ? text : "";
+        handle->text = wtext;
+        vexa::BlankWhiteSpace(handle->text);
+        made = handle.release();
     });
     return made;
 }
@@ -216,8 +222,18 @@ int vexa_eval_value(vexa_expr* e, const vexa_value* params, vexa_value* result, 
             values.push_back(ValueIn(params[i], i));
         vexa_c::TreeUse use(x);
         VEXA_Data out;
-        if (!x.calc->Evaluate(static_cast<int>(values.size()), values.data(), out))
-            throw vexa_c::OutcomeFailure({0.0, vexa::Failure::kNull, 0});
+        bool ok = false;
+        vexa_c::Failure failure;
+        try {
+            ok = x.calc->Evaluate(static_cast<int>(values.size()), values.data(), out);
+            failure = vexa_c::OutcomeFailure({0.0, vexa::Failure::kNull, 0});
+        } catch (int code) {
+            failure = vexa_c::OutcomeFailure({0.0, vexa::Failure::kThrown, code});
+        }
+        if (!ok) {
+            vexa_c::ExplainValues(x, values.data(), failure, true);
+            throw failure;
+        }
         out.getDataInfo(result->rows, result->cols);
         const std::size_t n = static_cast<std::size_t>(result->rows) * static_cast<std::size_t>(result->cols);
         if (n > capacity)

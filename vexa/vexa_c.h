@@ -28,12 +28,33 @@
  *     evaluated, -1002 calls nested too deep, 123 a parameter without a
  *     value, 1000 a derivative rule given the wrong argument count);
  *   - otherwise the status itself.
+ * A point without a value (VEXA_E_CODE, VEXA_E_NULL, VEXA_E_REFUSED) is
+ * explained by the part of the text that caused it, found by evaluating the
+ * tree again node by node (vexa::DiagnoseEvaluation): a division by zero, a
+ * call that refused its arguments (which function, which values), operands
+ * of shapes an operator does not take (which shapes), a call that threw.
+ * The one-point calls (vexa_eval, vexa_eval_ex, vexa_eval_value) then set
+ * err->position to the byte offset of that part in the text as passed; bulk
+ * calls keep the point's index there and explain the point they tell of in
+ * the message. Where another thread holds the tree (or a registered function
+ * it calls) at that moment, the message stays the general one of the code.
  * The statuses lie below -20000, apart from every code of the library.
  *
- * Parameters. vexa_param_count and vexa_param_name give the final parameter
- * order: the names of the host's list, then every further name of the text
- * in order of first appearance. Every evaluation takes its values in that
- * order, one per parameter.
+ * Parameters. params is the host's comma-separated list of names (NULL, or
+ * nothing but white space: none). Every name a text can contain may be
+ * listed, digits and braces included ("TIME,T0,X1,{DIST}"). A list is
+ * refused (VEXA_E_LIST, err->position the byte offset in the list) for an
+ * empty name ("x,", "x,,y", ",x"), a space inside a name ("x y"), a name
+ * given twice (names match without regard to case, as in texts), a function
+ * name, a named constant (PI, RTOD, DTOR) or anything no text reads as a
+ * name. vexa_param_count and vexa_param_name give the final parameter order:
+ * the names of the host's list in its order, then every further name of the
+ * text in order of first appearance. Every evaluation takes its values in
+ * that order, one per parameter.
+ *
+ * White space. In texts and lists, tab, carriage return, line feed and the
+ * no-break space (U+00A0) are read as spaces, and so is a byte-order mark
+ * (U+FEFF) at the start; positions still count in the text as passed.
  *
  * Threads. The library starts no thread of its own except where a bulk call
  * is asked to split its points (vexa_options.threads).
@@ -102,8 +123,9 @@ VEXA_API int vexa_eval(vexa_expr* e, const double* params, double* result, vexa_
 typedef struct vexa_options {
     int strict;  /* nonzero: a refused call or a null value inside fails the point (VEXA_E_REFUSED),
                     where ordinary evaluation drops the term: LOG(X) + 5 at X = -1 is 5 */
-    int threads; /* bulk calls: 0 or 1 the calling thread alone, N > 1 N threads, < 0 one per core */
-} vexa_options; /* zero-initialised: the defaults */
+    int threads; /* bulk calls: 1 the calling thread alone, N > 1 N threads, 0 or less one per hardware
+                    thread: the meaning vexa::Options gives it */
+} vexa_options; /* NULL options: not strict, the calling thread alone */
 
 /* vexa_eval with options (NULL: the defaults). */
 VEXA_API int vexa_eval_ex(vexa_expr* e, const double* params, double* result, const vexa_options* options,
@@ -179,13 +201,24 @@ VEXA_API char* vexa_functions(int which, vexa_error* err);
 VEXA_API void vexa_free_text(char* text); /* NULL is fine */
 
 /* Registers a copy of e under name: later texts call it as name(a, b, ...),
-   with the arguments in e's parameter order. Texts reach only names written
-   in upper case. Refused (VEXA_E_NOT_REGISTERED) for a built-in or taken
-   name, or an expression too deep to be called. */
+   with the arguments in e's parameter order; it takes vexa_param_count(e)
+   arguments, which the messages of failed calls name and a text review
+   checks. Refused (VEXA_E_NOT_REGISTERED, the message says why) unless the
+   name is one a text can call: the letters A-Z and digits, a letter first,
+   not a keyword (TIME, CYCLEANGLE), a named constant (PI, RTOD, DTOR), a
+   built-in or a name taken already; refused too for an expression too deep
+   to be called. */
 VEXA_API int vexa_register(const char* name, const vexa_expr* e, vexa_error* err);
 /* Removes a name vexa_register registered; expressions parsed before keep
    calling what they called. */
 VEXA_API int vexa_unregister(const char* name, vexa_error* err);
+
+/* The library's version, "MAJOR.MINOR.PATCH" (static storage). */
+VEXA_API const char* vexa_version(void);
+/* The machine code the library generates for compiled expressions:
+   "x86-64 (System V)", or "none" where every compiled program runs in the
+   library's interpreter. The build decides (static storage). */
+VEXA_API const char* vexa_machine_code(void);
 
 #ifdef __cplusplus
 }

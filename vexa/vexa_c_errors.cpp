@@ -1,6 +1,9 @@
 // Statuses and messages of the C interface.
 #include <cstring>
+#include <limits>
 
+#include "vexa/core/utf8.h"
+#include "vexa/parser/evaluation_diagnosis.h"
 #include "vexa/vexa_c_internal.h"
 
 namespace vexa_c {
@@ -72,6 +75,53 @@ Failure OutcomeFailure(const vexa::Outcome& o)
     default:
         return {VEXA_E_INTERNAL, VEXA_E_INTERNAL, -1, "the evaluation failed for a reason not known here"};
     }
+}
+
+void ExplainValues(const vexa_expr& e, const VEXA_Data* values, Failure& f, bool position)
+{
+    try {
+        std::vector<std::wstring> names;
+        for (const std::string& name : e.names)
+            names.push_back(vexa::FromUtf8(name));
+        const vexa::EvaluationDiagnosis d =
+            vexa::DiagnoseEvaluation(e.calc.get(), static_cast<int>(names.size()), values,
+                                     e.text.empty() ? nullptr : e.text.c_str(), &names);
+        // A registered function the tree shares with other handles may be
+        // busy on another thread just now: that is no cause of this point.
+        if (d.cause == vexa::EvaluationCause::kNone || (d.code == -1001 && f.code != -1001))
+            return;
+        std::string message = d.message;
+        if (f.status == VEXA_E_CODE)
+            message += " (code " + std::to_string(f.code) + ")";
+        else if (f.status == VEXA_E_REFUSED)
+            message = "strict evaluation: " + message;
+        f.message = message;
+        if (position && d.position >= 0 && !e.typed.empty()) {
+            const std::size_t at = vexa::Utf8Offset(e.typed, static_cast<std::size_t>(d.position));
+            f.position = at > static_cast<std::size_t>(std::numeric_limits<int>::max()) ? -1 : static_cast<int>(at);
+        }
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (...) {
+        // Nothing else is expected; the general message stays.
+    }
+}
+
+void Explain(const vexa_expr& e, const double* point, Failure& f, bool position)
+{
+    if (!e.calc || (!point && !e.names.empty()))
+        return;
+    // Only a tree no other thread works on; otherwise the general message stays.
+    if (e.tree_taken.exchange(true, std::memory_order_acquire))
+        return;
+    struct Release {
+        const vexa_expr& e;
+        ~Release() { e.tree_taken.store(false, std::memory_order_release); }
+    } release{e};
+    std::vector<VEXA_Data> values;
+    for (std::size_t k = 0; k < e.names.size(); ++k)
+        values.push_back(VEXA_Data(point[k]));
+    ExplainValues(e, values.data(), f, position);
 }
 
 void Clear(vexa_error* err)

@@ -20,6 +20,10 @@
 struct vexa_expr {
     vexa::CalcRef calc;
     std::vector<std::string> names;  // UTF-8, the final order
+    // The text as the host passed it and as the parser read it (white space
+    // blanked), for messages that point into it; empty for a derivative.
+    std::string typed;
+    std::wstring text;
     bool can_plot = false;
     // Made when the handle is made, before any other thread can see it, so
     // that the calls that only read it need no synchronisation. Null only
@@ -61,6 +65,12 @@ struct Failure {
 std::string CodeMessage(int code);
 // An outcome of the compiled form as a failure (o.ok() must be false).
 Failure OutcomeFailure(const vexa::Outcome& o);
+// Tells in f what part of e's text failed at the point (vexa_param_count
+// values), where the tree is free to be evaluated again; f keeps its status
+// and code. position: whether f.position may take the byte offset.
+void Explain(const vexa_expr& e, const double* point, Failure& f, bool position);
+// The same for values of any shape, by a caller that holds the tree.
+void ExplainValues(const vexa_expr& e, const VEXA_Data* values, Failure& f, bool position);
 
 void Clear(vexa_error* err);
 void Record(vexa_error* err, const Failure& f);

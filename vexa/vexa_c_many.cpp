@@ -19,7 +19,7 @@ vexa::Options OptionsOf(const vexa_options* o)
     vexa::Options options;
     if (o) {
         options.strict = o->strict != 0;
-        options.threads = o->threads < 0 ? 0 : (o->threads == 0 ? 1 : o->threads);
+        options.threads = o->threads;  // as vexa::Options: 0 or less, one per hardware thread
     }
     return options;
 }
@@ -85,8 +85,16 @@ vexa::PointFailure FirstToTell(const vexa::Report& report, std::size_t n, PointO
     return report.first.front();
 }
 
+bool Explainable(vexa::Failure f)
+{
+    return f == vexa::Failure::kThrown || f == vexa::Failure::kNull || f == vexa::Failure::kRefused;
+}
+
+std::vector<double> PointOf(const std::vector<vexa::Column>& columns, std::size_t i);
+
 template <typename PointOutcome>
-void Tell(const vexa::Report& report, std::size_t n, vexa_report* out, PointOutcome at)
+void Tell(const vexa::Report& report, std::size_t n, vexa_report* out, PointOutcome at,
+          const vexa_expr* explain = nullptr, const std::vector<vexa::Column>* columns = nullptr)
 {
     if (out) {
         out->failed = report.failed;
@@ -96,6 +104,8 @@ void Tell(const vexa::Report& report, std::size_t n, vexa_report* out, PointOutc
         return;
     const vexa::PointFailure first = FirstToTell(report, n, at);
     vexa_c::Failure f = vexa_c::OutcomeFailure({0.0, first.failure, first.code});
+    if (explain && columns && Explainable(first.failure))
+        vexa_c::Explain(*explain, PointOf(*columns, first.index).data(), f, false);
     f.message = std::to_string(report.failed) + " of " + std::to_string(n) + " points have no value; point " +
                 std::to_string(first.index) + ": " + f.message;
     f.status = VEXA_E_POINTS;
@@ -141,8 +151,12 @@ int vexa_eval_ex(vexa_expr* e, const double* params, double* result, const vexa_
                        : vexa::Outcome{*result, r.first.front().failure, r.first.front().code};
         }
         *result = o.value;
-        if (!o.ok())
-            throw vexa_c::OutcomeFailure(o);
+        if (o.ok())
+            return;
+        vexa_c::Failure f = vexa_c::OutcomeFailure(o);
+        if (Explainable(o.failure))
+            vexa_c::Explain(x, params, f, true);
+        throw f;
     });
 }
 
@@ -173,7 +187,7 @@ int vexa_eval_many_ex(vexa_expr* e, size_t n, const double* const* columns, cons
         Tell(r, n, report, [&](std::size_t i) {
             vexa_c::WorkspaceUse ws(x);
             return x.form->Evaluate(PointOf(cols, i).data(), ws.get(), opts.strict);
-        });
+        }, &x, &cols);
     });
 }
 

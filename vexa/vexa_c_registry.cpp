@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 
+#include "vexa/calc/arity.h"
 #include "vexa/calc/expression.h"
 #include "vexa/calc/function_factory.h"
 #include "vexa/core/utf8.h"
@@ -47,6 +48,40 @@ std::wstring NameOf(const char* name)
     return vexa::FromUtf8(name);
 }
 
+// A text reaches a registered function only through a name the tokenizer
+// reads as one name and the parser then asks the registry for: upper-case
+// letters and digits, a letter first. Names of the language's own (the
+// keywords, the named constants) would change how other texts read.
+void CheckCallable(const char* utf8, const std::wstring& name)
+{
+    const std::string quoted = std::string("'") + utf8 + "'";
+    auto refuse = [&](const std::string& why) {
+        Fail(VEXA_E_NOT_REGISTERED, quoted + " cannot be registered: " + why);
+    };
+    if (name.size() > 255)
+        refuse("a name holds at most 255 characters");
+    for (std::size_t i = 0; i < name.size(); ++i) {
+        const wchar_t c = name[i];
+        if (c >= L'a' && c <= L'z')
+            refuse("texts call functions by upper-case names only (write it in upper case)");
+        const bool letter = c >= L'A' && c <= L'Z';
+        const bool digit = c >= L'0' && c <= L'9';
+        if (i == 0 && !letter)
+            refuse("a function name begins with a letter A-Z");
+        if (!letter && !digit)
+            refuse("a function name holds only the letters A-Z and digits");
+    }
+    VEXA_WString key(name.c_str());
+    if (key.isTime() || key.isCycleAngle())
+        refuse("it is a keyword of the language, which texts use as a parameter");
+    if (name == L"PI" || name == L"RTOD" || name == L"DTOR")
+        refuse("it is a named constant, which texts read as a number");
+    FunctionFactory* registry = FunctionFactory::getInstance();
+    if (registry->IsFunction(key))
+        refuse(IsRegistered(name) ? "a function of that name is registered already"
+                                  : "it is the name of a built-in function");
+}
+
 }  // namespace
 
 extern "C" {
@@ -55,7 +90,9 @@ int vexa_register(const char* name, const vexa_expr* e, vexa_error* err)
 {
     return Status(err, [&] {
         const vexa_expr& x = Checked(e);
-        VEXA_WString key(NameOf(name).c_str());
+        const std::wstring wname = NameOf(name);
+        CheckCallable(name, wname);
+        VEXA_WString key(wname.c_str());
         vexa::CalcRef copy;
         {
             vexa_c::TreeUse use(x);
@@ -66,17 +103,31 @@ int vexa_register(const char* name, const vexa_expr* e, vexa_error* err)
         if (!copy)
             Fail(VEXA_E_INTERNAL, "the expression has no tree to register");
         FunctionFactory* registry = FunctionFactory::getInstance();
-        if (registry->IsFunction(key))
-            Fail(VEXA_E_NOT_REGISTERED, std::string(name) + " is a function already (built in or registered)");
-        // The slot first: once registered, nothing may fail before it is noted.
-        ICalculator*& slot = Registered()[vexa::FromUtf8(name)];
-        if (!registry->Register(key, copy.get())) {
-            Registered().erase(vexa::FromUtf8(name));
+        // The count and the slot first: once registered, nothing may fail.
+        vexa::NoteArity(wname, copy.get(), static_cast<int>(x.names.size()));
+        ICalculator** slot = nullptr;
+        try {
+            slot = &Registered()[wname];
+        } catch (...) {
+            vexa::ForgetArity(wname);
+            throw;
+        }
+        bool registered = false;
+        try {
+            registered = registry->Register(key, copy.get());
+        } catch (...) {
+            Registered().erase(wname);
+            vexa::ForgetArity(wname);
+            throw;
+        }
+        if (!registered) {
+            Registered().erase(wname);
+            vexa::ForgetArity(wname);
             Fail(VEXA_E_NOT_REGISTERED, std::string(name) +
                                             " is not registered: the expression nests too deeply to be called "
                                             "within the library's stack limit");
         }
-        slot = copy.get();
+        *slot = copy.get();
     });
 }
 
@@ -92,6 +143,7 @@ int vexa_unregister(const char* name, vexa_error* err)
         const vexa::CalcRef current(registry->CreateFunction(key));
         ICalculator* ours = it->second;
         Registered().erase(it);
+        vexa::ForgetArity(wname);
         // The registry may have been destroyed and filled anew since.
         if (current.get() != ours)
             Fail(VEXA_E_NOT_REGISTERED, std::string(name) + " is no longer registered");

@@ -150,7 +150,7 @@ def test_array_calls_from_several_threads():
 
 HOSTILE = [
     ("x\0+1", "x"), ("x", "a\0b"), ("\ud800", None), ("(" * 5000, None), ("SIN(" * 300 + "x", "x"),
-    ("", ""), ("MAG(x)", "x"), ("{", None), ("x" * 10000, None), ("x", "a,b c"),
+    ("", ""), ("MAG(x)", "x"), ("{", None), ("x" * 10000, None), ("x", "a,,b"), ("x", "a,b c"),
 ]
 
 

@@ -25,3 +25,10 @@ if command -v gcc >/dev/null; then
     -I"$work/prefix/include" -L"$work/prefix/lib" -lvexa -lm
   LD_LIBRARY_PATH="$work/prefix/lib" "$work/c_host" >/dev/null
 fi
+if command -v gfortran >/dev/null; then
+  # The installed module compiled by the host's compiler, as the header says.
+  [ -e "$work/prefix/include/vexa/vexa.f90" ] || { echo "missing include/vexa/vexa.f90"; exit 1; }
+  (cd "$work" && gfortran -std=f2008 -Wall -o "$work/f_host" "$work/prefix/include/vexa/vexa.f90" \
+    "$src/../../examples/fortran_host.f90" -L"$work/prefix/lib" -lvexa -Wl,-rpath,"$work/prefix/lib")
+  "$work/f_host" >/dev/null
+fi

@@ -79,3 +79,47 @@ TEST(Plot, CurvesStayOffTheFrame) {
         EXPECT_LT(y, bottom - 5) << x;
     }
 }
+
+TEST(SweepPoints, EndsExactAndZeroHitWhereItIsAGridPoint) {
+    struct Case {
+        double from, to;
+        int n;
+        int zeroAt;  // -1: 0 is no grid point
+    } cases[] = {
+        {-1, 2, 7, 2}, {-0.1, 0.2, 4, 1}, {-0.3, 0.7, 11, 3}, {2, -1, 7, 4},
+        {-1e-9, 3e-9, 5, 1}, {-7, 5, 13, 7}, {-1, 2, 8, -1}, {0.1, 0.7, 7, -1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::to_string(c.from) + " .. " + std::to_string(c.to) + " n=" + std::to_string(c.n));
+        const std::vector<double> xs = SweepPoints(c.from, c.to, c.n);
+        ASSERT_EQ(xs.size(), static_cast<std::size_t>(c.n));
+        EXPECT_EQ(xs.front(), c.from);
+        EXPECT_EQ(xs.back(), c.to);
+        const double step = (c.to - c.from) / (c.n - 1);
+        for (int i = 0; i < c.n; ++i) {
+            EXPECT_NEAR(xs[i], c.from + i * step, 1e-12 * std::fabs(c.to - c.from)) << i;
+            if (i == c.zeroAt) EXPECT_EQ(xs[i], 0.0) << i;
+            else EXPECT_NE(xs[i], 0.0) << i;
+        }
+    }
+    // Beyond the range of a span, the points still run from end to end.
+    const std::vector<double> wide = SweepPoints(-1.5e308, 1.5e308, 3);
+    EXPECT_EQ(wide[0], -1.5e308);
+    EXPECT_EQ(wide[1], 0.0);
+    EXPECT_EQ(wide[2], 1.5e308);
+}
+
+TEST(SweepPoints, LogarithmicGridAndTicks) {
+    const std::vector<double> xs = SweepPoints(0.01, 100, 5, true);
+    const double want[] = {0.01, 0.1, 1, 10, 100};
+    for (int i = 0; i < 5; ++i) EXPECT_NEAR(xs[i], want[i], 1e-15 * want[i]) << i;
+    EXPECT_EQ(xs.front(), 0.01);
+    EXPECT_EQ(xs.back(), 100.0);
+    const std::vector<double> down = SweepPoints(-100, -1, 3, true);
+    EXPECT_EQ(down[0], -100.0);
+    EXPECT_NEAR(down[1], -10.0, 1e-13);
+    EXPECT_EQ(down[2], -1.0);
+    EXPECT_EQ(LogTicks(0.01, 100), (std::vector<double>{0.01, 0.1, 1, 10, 100}));
+    // Less than two decades: ticks of the range itself.
+    EXPECT_EQ(LogTicks(2, 9).size(), NiceTicks(2, 9).size());
+}

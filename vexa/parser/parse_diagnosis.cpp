@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "vexa/calc/arity.h"
 #include "vexa/calc/function_factory.h"
 #include "vexa/core/platform.h"
 #include "vexa/core/utf8.h"
@@ -154,6 +155,18 @@ std::string MissingOperand(const FailureRecord& r)
     return "the operator " + Quoted(r.detail) + " is missing an operand on its " + (r.missingRight ? "right" : "left");
 }
 
+// "; STEP takes 5 arguments" when the call's count is not one the function
+// takes, so that the message names the fix.
+std::string CountHint(const FailureRecord& r)
+{
+    int least = 0;
+    int most = 0;
+    bool builtIn = false;
+    if (!AcceptedCounts(r.detail, least, most, builtIn) || (r.count >= least && r.count <= most))
+        return std::string();
+    return "; " + TakesArguments(r.detail);
+}
+
 std::string CallFailed(const FailureRecord& r)
 {
     const std::string name = ToUtf8(r.detail);
@@ -198,11 +211,12 @@ std::string Message(const FailureRecord& r, const ParseDiagnosis& d, const std::
     case P::kUnclosedCall:
         return "the parentheses of the call of " + name + " are not closed before the end of the text";
     case P::kRefusedCall:
-        return name + " refused the call with " + Arguments(r.count) + " (tried with every argument set to 1.0)";
+        return name + " refused the call with " + Arguments(r.count) + " (tried with every argument set to 1.0)" +
+               CountHint(r);
     case P::kContactArguments:
         return name + " needs exactly two arguments that each refer to a single braced result-object name, "
                       "such as {DIST} and {VEL}";
-    case P::kCallFailed: return CallFailed(r);
+    case P::kCallFailed: return CallFailed(r) + CountHint(r);
     case P::kCallsTooDeep: return "function calls are nested more than 100 deep";
     case P::kTreeTooDeep: return "the expression is nested more than 2100 levels deep";
     case P::kEvaluationTooDeep:

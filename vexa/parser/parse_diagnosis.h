@@ -42,6 +42,13 @@ enum class ParseProblem {
     kListNameTooLong,      // a listed name of 256 characters or more
     kListFunctionName,     // a listed name is a function name
     kOther,
+    // Refused only by ParseChecked (vexa/parser/host_input.h); the parser
+    // itself reads these lists in its own way.
+    kListEmptyName,        // "x,", "x,,y" or ",x"
+    kListSpaceInName,      // "x y": the parser would join it into xy
+    kListRepeatedName,     // a name given twice (names match without regard to case)
+    kListNotAName,         // a name no text can contain, such as 1X or X_1
+    kListNamedConstant,    // PI, RTOD or DTOR: a text reads these as numbers
 };
 
 // A function call that encloses the problem.
@@ -110,6 +117,9 @@ enum class TextWarningKind {
     kListJoinedName,     // the name list "TIME AMP" holds the one name TIMEAMP
     kNoValue,            // constants a function refuses, as SQRT(-1), or 1/0: no value whatever the parameters
     kPlaceholder,        // DX, FX, JOINT, ...: the library answers 12 whatever the arguments
+    kArgumentCount,      // a registered function called with another count than its parameters
+    kStrayParenthesis,   // "2*x+1)/2": a ')' without its '(' ends the text there
+    kCaseOnlyNames,      // "m*g + M*a": names are matched without regard to case, so m is M
 };
 
 struct TextWarning {

@@ -4,15 +4,19 @@
 // arguments of calls, as parse does; only the tree's view of a call (its
 // value, its implementation) comes from parsing it.
 #include <algorithm>
+#include <map>
 #include <memory>
 
+#include "vexa/calc/arity.h"
 #include "vexa/calc/buidin_function.h"
 #include "vexa/calc/builtins_impl.h"
 #include "vexa/calc/calculator_access.h"
 #include "vexa/core/platform.h"
 #include "vexa/core/utf8.h"
 #include "vexa/parser/function_call.h"
+#include "vexa/parser/host_input.h"
 #include "vexa/parser/parse_diagnosis.h"
+#include "vexa/parser/text_atoms.h"
 #include "vexa/parser/tokenizer.h"
 #include "vexa/parser/vexa_parser.h"
 #include "vexa/tree/function_node.h"
@@ -54,6 +58,7 @@ public:
         vexa_parser::FailureSlot failure;
         Tokenizer tokenizer(failure);
         int position = 0;
+        int open = 0;
         while (position < length) {
             const int start = position;
             TokenKind kind;
@@ -64,15 +69,28 @@ public:
             }
             switch (kind) {
             case TokenKind::kNumber:
-            case TokenKind::kName:
+            case TokenKind::kName: {
+                const std::pair<int, int> p = piece(start, position);
+                atoms.push_back({p.first, p.second, false});
+            }
                 if (token[0] != L'{' && !Contiguous(given, start, position))
                     Warn(kind == TokenKind::kNumber ? TextWarningKind::kJoinedNumber : TextWarningKind::kJoinedName,
                          piece(start, position), token.get());
                 if (kind == TokenKind::kNumber)
                     CheckRadianMark(token.get(), piece(start, position));
+                else
+                    CheckCase(token.get(), piece(start, position));
                 break;
             case TokenKind::kOperator:
+                if (token[0] == L'!' || token[0] == L'@')
+                    atoms.push_back({given(start), 1, true});
                 CheckOperator(token[0], given(start));
+                if (token[0] == L'(')
+                    ++open;
+                else if (token[0] == L')' && open-- == 0) {
+                    StrayParenthesis(given(start));
+                    open = 0;
+                }
                 break;
             case TokenKind::kCall:
                 Call(work.get(), token.get(), start, piece(start, position), given, depth);
@@ -92,6 +110,7 @@ public:
     }
 
     std::vector<CallSpan> calls;
+    std::vector<vexa_parser::Atom> atoms;
     std::vector<TextWarning> warnings;
 
 private:
@@ -169,6 +188,7 @@ private:
         int ignored = 0;
         std::unique_ptr<wchar_t[]> upper(Tokenizer::convertToUpper(call.name.c_str(), ignored));
         calls.push_back({upper.get(), at.first, at.second});
+        atoms.push_back({at.first, at.second, false});
         if (vexa_platform::WcsICmp(upper.get(), L"IF") == 0) {
             Tokenizer::pre_parseFunction_IF(token);
             call = vexa_parser::SplitCall(token);
@@ -176,7 +196,9 @@ private:
         if (call.open < 0)
             return;
         const int argumentsAt = start + call.open + 1;
-        for (const vexa_parser::ArgumentText& argument : vexa_parser::SplitArguments(call.arguments.c_str())) {
+        const std::vector<vexa_parser::ArgumentText> arguments = vexa_parser::SplitArguments(call.arguments.c_str());
+        CheckCount(upper.get(), arguments, at);
+        for (const vexa_parser::ArgumentText& argument : arguments) {
             // The token is the pre-processed text from start on, so an
             // argument's characters map through this level's positions.
             std::vector<int> inner(argument.text.size() + 1);
@@ -188,7 +210,74 @@ private:
         }
     }
 
+    // The parser does not refuse a ')' that closes nothing: it groups all
+    // that comes before it, so "2*x+1)/2" is (2*x+1)/2.
+    void StrayParenthesis(int at)
+    {
+        TextWarning w;
+        w.kind = TextWarningKind::kStrayParenthesis;
+        w.position = at;
+        w.length = 1;
+        w.message = "this ')' closes no '(': everything before it is grouped as if a '(' stood at the start, "
+                    "so 2*x+1)/2 reads as (2*x+1)/2";
+        warnings.push_back(std::move(w));
+    }
+
+    // Names are matched without regard to case, so two spellings are one
+    // parameter; the later spelling is flagged once.
+    void CheckCase(const wchar_t* name, std::pair<int, int> at)
+    {
+        if (name[0] == L'{')
+            return;
+        const std::wstring written(name);
+        int ignored = 0;
+        std::unique_ptr<wchar_t[]> upper(Tokenizer::convertToUpper(name, ignored));
+        const std::wstring key(upper.get());
+        if (key == L"PI" || key == L"RTOD" || key == L"DTOR")
+            return;
+        const auto it = m_spellings.find(key);
+        if (it == m_spellings.end()) {
+            m_spellings[key] = {written};
+            return;
+        }
+        std::vector<std::wstring>& seen = it->second;
+        if (std::find(seen.begin(), seen.end(), written) != seen.end())
+            return;
+        seen.push_back(written);
+        TextWarning w;
+        w.kind = TextWarningKind::kCaseOnlyNames;
+        w.position = at.first;
+        w.length = at.second;
+        w.message = Quoted(written) + " and " + Quoted(seen.front()) +
+                    " are one parameter: names are matched without regard to case";
+        warnings.push_back(std::move(w));
+    }
+
+    // Built-ins refuse other counts while parsing; a registered function
+    // takes whatever it is given and reads a missing parameter as no value.
+    void CheckCount(const std::wstring& name, const std::vector<vexa_parser::ArgumentText>& arguments,
+                    std::pair<int, int> at)
+    {
+        int count = 0;
+        for (const vexa_parser::ArgumentText& argument : arguments)
+            count += argument.text.empty() ? 0 : 1;
+        int least = 0;
+        int most = 0;
+        bool builtIn = false;
+        if (!AcceptedCounts(name, least, most, builtIn) || builtIn || (count >= least && count <= most))
+            return;
+        TextWarning w;
+        w.kind = TextWarningKind::kArgumentCount;
+        w.position = at.first;
+        w.length = at.second;
+        w.function = name;
+        w.message = ToUtf8(name) + " is called with " + std::to_string(count) +
+                    (count == 1 ? " argument" : " arguments") + ", but " + TakesArguments(name);
+        warnings.push_back(std::move(w));
+    }
+
     const wchar_t* m_given;
+    std::map<std::wstring, std::vector<std::wstring>> m_spellings;
 };
 
 bool IsPlaceholder(ICalculator* function)
@@ -339,6 +428,17 @@ std::vector<CallSpan> LocateCalls(const wchar_t* text)
     return reader.calls;
 }
 
+}  // namespace vexa
+
+std::vector<vexa_parser::Atom> vexa_parser::LocateAtoms(const wchar_t* text)
+{
+    vexa::Reader reader(text ? text : L"");
+    reader.Review(text ? text : L"");
+    return reader.atoms;
+}
+
+namespace vexa {
+
 std::vector<TextWarning> ReviewText(const wchar_t* text, const wchar_t* paramNames)
 {
     if (!text)
@@ -353,6 +453,9 @@ std::vector<TextWarning> ReviewText(const wchar_t* text, const wchar_t* paramNam
                      [](const TextWarning& a, const TextWarning& b) { return a.position < b.position; });
     out.insert(out.end(), lexical.begin(), lexical.end());
     ParseResult parsed = TryParse(text, paramNames);
+    // Lists of names with digits or braces are the interfaces' to accept.
+    if (parsed.diagnosis.outcome == ParseOutcome::kListRejected)
+        parsed = ParseChecked(text, paramNames);
     if (parsed.calc)
         ReviewTree(parsed.calc.get(), parsed.names, text, reader.calls, out);
     return out;
