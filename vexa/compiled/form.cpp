@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <map>
+#include <new>
 #include <typeinfo>
 
 #include "vexa/calc/calculator_access.h"
@@ -179,7 +180,7 @@ int ReadCount(Expression& e)
 
 Form::~Form()
 {
-    gradient.reset();
+    m_gradient.reset();
     units.clear();
     if (snapshot)
         snapshot->Release();
@@ -202,9 +203,23 @@ std::unique_ptr<Form> MakeForm(Expression& e, int params, std::string& why)
     const std::size_t fits = kMostBlockBytes / sizeof(double) / std::max<std::size_t>(registers, 1);
     form->block = static_cast<int>(std::max<std::size_t>(kLaneGroup, std::min<std::size_t>(kBlock, fits)) /
                                    kLaneGroup * kLaneGroup);
-    if (form->top().Runs(form->params))
-        form->gradient = GradientCode::Make(form->top(), form->params);
     return form;
+}
+
+const GradientCode* Form::MakeGradientCode() const
+{
+    // Threads asking at once wait for the one that makes it; where it cannot
+    // be made (no executable memory, no memory at all) the runner serves.
+    std::call_once(m_gradientOnce, [this] {
+        try {
+            if (top().Runs(params))
+                m_gradient = GradientCode::Make(top(), params);
+        } catch (const std::bad_alloc&) {
+            m_gradient.reset();
+        }
+        m_gradientMade.store(true, std::memory_order_release);
+    });
+    return m_gradient.get();
 }
 
 Space::Space(const Form& f) : form(f), units(f.units.size()) {}
