@@ -24,3 +24,9 @@ target_compile_options(gradient_bits PRIVATE -Wall -Wextra)
 add_test(NAME compiled_gradient_bits
   COMMAND ${CMAKE_COMMAND} -DTEST=$<TARGET_FILE:gradient_bits> -DDIR=${CMAKE_CURRENT_BINARY_DIR}
           -P ${CMAKE_CURRENT_SOURCE_DIR}/gradient_bits.cmake)
+
+# A million expressions in machine code take about 12 s in Release; the
+# sanitizer build, many times slower, holds fewer of them.
+if(VEXA_SANITIZE)
+  target_compile_definitions(test_core_executable_arena PRIVATE VEXA_ARENA_TEST_EXPRESSIONS=50000)
+endif()
