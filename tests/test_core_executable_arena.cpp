@@ -7,6 +7,7 @@
 #include <fstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "compiled_form_util.h"
@@ -166,6 +167,31 @@ TEST(ExecutableArena, GradientCodeIsMadeOnceWhenFirstAskedFor) {
     }
     EXPECT_EQ(ExecutableArenaStats().programs, programs + 1);
     form.reset();
+    EXPECT_EQ(ExecutableArenaStats().programs, programs);
+}
+
+// Programs placed and released on many threads at once land apart and all
+// go back.
+TEST(ExecutableArena, ThreadsPlaceAndReleaseAtOnce) {
+    const std::size_t programs = ExecutableArenaStats().programs;
+    std::vector<int> wrong(4, 0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([t, &wrong] {
+            std::vector<std::pair<Calc, int> > mine;
+            for (int k = 0; k < 300; ++k) {
+                mine.emplace_back(form_test::Parse("x*" + std::to_string(t) + "+" + std::to_string(k), L"x"), k);
+                wrong[t] += Twice(mine.back().first.get(), 2.0) != 2.0 * t + k;
+                if (k % 3 == 0)
+                    mine.erase(mine.begin() + k / 2);
+            }
+            for (const auto& m : mine)
+                wrong[t] += Twice(m.first.get(), 0.5) != 0.5 * t + m.second;
+        });
+    for (std::thread& t : threads)
+        t.join();
+    for (int t = 0; t < 4; ++t)
+        EXPECT_EQ(wrong[t], 0) << t;
     EXPECT_EQ(ExecutableArenaStats().programs, programs);
 }
 
