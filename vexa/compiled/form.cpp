@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <map>
-#include <new>
 #include <typeinfo>
 
 #include "vexa/calc/calculator_access.h"
@@ -209,16 +208,15 @@ std::unique_ptr<Form> MakeForm(Expression& e, int params, std::string& why)
 const GradientCode* Form::MakeGradientCode() const
 {
     // Threads asking at once wait for the one that makes it; where it cannot
-    // be made (no executable memory, no memory at all) the runner serves.
-    std::call_once(m_gradientOnce, [this] {
-        try {
-            if (top().Runs(params))
-                m_gradient = GradientCode::Make(top(), params);
-        } catch (const std::bad_alloc&) {
-            m_gradient.reset();
-        }
+    // be made (no executable memory) the runner serves. Exhausted memory
+    // passes to the caller, as anywhere in Gradient, and the next request
+    // tries again.
+    std::lock_guard<std::mutex> hold(m_gradientLock);
+    if (!m_gradientMade.load(std::memory_order_relaxed)) {
+        if (top().Runs(params))
+            m_gradient = GradientCode::Make(top(), params);
         m_gradientMade.store(true, std::memory_order_release);
-    });
+    }
     return m_gradient.get();
 }
 

@@ -104,7 +104,7 @@ struct Form {
 
 private:
     const GradientCode* MakeGradientCode() const;
-    mutable std::once_flag m_gradientOnce;
+    mutable std::mutex m_gradientLock;
     mutable std::atomic<bool> m_gradientMade{false};
     mutable std::unique_ptr<GradientCode> m_gradient;
 };

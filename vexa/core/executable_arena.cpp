@@ -1,12 +1,10 @@
 #include "vexa/core/executable_arena.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <vector>
 
 #if defined(__unix__) || defined(__APPLE__)
@@ -184,8 +182,9 @@ void Arena::Unlink(ArenaChunk* c)
 // Unmaps both views and forgets the chunk, or keeps it for another try.
 void Arena::Drop(ArenaChunk* c)
 {
-    const bool done = Unmap(c->write, c->size) & Unmap(c->exec, c->size);
-    if (!done) {
+    const bool write = Unmap(c->write, c->size);
+    const bool exec = Unmap(c->exec, c->size);
+    if (!write || !exec) {
         if (!c->stuck)
             ++m_stuck;
         c->stuck = true;
@@ -330,39 +329,37 @@ unsigned char* Arena::Single(const unsigned char* code, std::size_t size, ArenaC
     return c->exec;
 }
 
+// Exhausted memory (for the chunk's bookkeeping) passes to the caller with
+// nothing mapped or changed.
 unsigned char* Arena::Place(const unsigned char* code, std::size_t size, ArenaChunk*& chunk)
 {
     std::lock_guard<std::mutex> hold(m_lock);
-    try {
-        RetryStuck();
-        if (m_faults) {
-            ArenaChunk* current = m_current;
-            m_current = nullptr;
-            Retire(current);
-        }
-        const std::size_t taken = RoundUp(size, kAlign);
-        if (m_current && m_current->size - m_current->used >= taken) {
-            chunk = m_current;
-            return Put(*m_current, code, size);
-        }
-        ArenaChunk* fresh = NewShared(std::max(kChunkBytes, RoundUp(taken, m_page)));
-        if (!fresh)
-            return Single(code, size, chunk);
-        unsigned char* entry = Put(*fresh, code, size);
-        chunk = fresh;
-        // A program larger than a chunk has one of its own; the current
-        // chunk goes on being filled.
-        if (taken > kChunkBytes) {
-            Retire(fresh);
-        } else {
-            ArenaChunk* full = m_current;
-            m_current = fresh;
-            Retire(full);
-        }
-        return entry;
-    } catch (const std::bad_alloc&) {
-        return nullptr;
+    RetryStuck();
+    if (m_faults) {
+        ArenaChunk* current = m_current;
+        m_current = nullptr;
+        Retire(current);
     }
+    const std::size_t taken = RoundUp(size, kAlign);
+    if (m_current && m_current->size - m_current->used >= taken) {
+        chunk = m_current;
+        return Put(*m_current, code, size);
+    }
+    ArenaChunk* fresh = NewShared(std::max(kChunkBytes, RoundUp(taken, m_page)));
+    if (!fresh)
+        return Single(code, size, chunk);
+    unsigned char* entry = Put(*fresh, code, size);
+    chunk = fresh;
+    // A program larger than a chunk has one of its own; the current chunk
+    // goes on being filled.
+    if (taken > kChunkBytes) {
+        Retire(fresh);
+    } else {
+        ArenaChunk* full = m_current;
+        m_current = fresh;
+        Retire(full);
+    }
+    return entry;
 }
 
 void Arena::Release(ArenaChunk* c, unsigned char* at, std::size_t size)
