@@ -28,5 +28,5 @@ add_test(NAME compiled_gradient_bits
 # A million expressions in machine code take about 12 s in Release; the
 # sanitizer build, many times slower, holds fewer of them.
 if(VEXA_SANITIZE)
-  target_compile_definitions(test_core_executable_arena PRIVATE VEXA_ARENA_TEST_EXPRESSIONS=50000)
+  target_compile_definitions(test_core_executable_arena PRIVATE VEXA_ARENA_TEST_EXPRESSIONS=20000)
 endif()
