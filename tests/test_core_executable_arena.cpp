@@ -93,6 +93,51 @@ TEST(ExecutableArena, MillionExpressionsInMachineCodeShareMappings) {
     EXPECT_LE(Mappings(), mapsBefore + kAllocatorMappings);
 }
 
+// Resident kilobytes of the chunks' memory.
+std::size_t CodeResidentKiB()
+{
+    std::ifstream smaps("/proc/self/smaps");
+    std::size_t kib = 0;
+    bool code = false;
+    for (std::string line; std::getline(smaps, line);) {
+        // A mapping's line, then its fields ("Rss:   12 kB").
+        const std::string first = line.substr(0, line.find(' '));
+        if (first.empty() || first.back() != ':')
+            code = line.find(kCode) != std::string::npos;
+        else if (code && first == "Rss:")
+            kib += std::strtoul(line.c_str() + 4, nullptr, 10);
+    }
+    return kib;
+}
+
+TEST(ExecutableArena, EmptiedPagesGoBackWhileTheirChunkStays) {
+    Calc model = form_test::Parse("x*2+1", L"x");
+    ASSERT_TRUE(model);
+    const std::size_t start = CodeResidentKiB();
+    std::vector<Expression*> all(6000);
+    for (Expression*& e : all) {
+        e = static_cast<Expression*>(model.get())->Copy();
+        ASSERT_EQ(Twice(e, 0.25), 1.5);
+    }
+    const std::size_t full = CodeResidentKiB();
+    ASSERT_GT(full, start + 1000);
+    // One program in a hundred stays: in every chunk, yet on few pages.
+    for (std::size_t i = 0; i < all.size(); ++i)
+        if (i % 100 != 0) {
+            all[i]->Release();
+            all[i] = nullptr;
+        }
+    EXPECT_LT(CodeResidentKiB() - start, (full - start) / 4);
+    for (Expression* e : all) {
+        if (e) {
+            ASSERT_EQ(Twice(e, 0.5), 2.0);
+        }
+    }
+    for (Expression* e : all)
+        if (e)
+            e->Release();
+}
+
 // Each fault, alone and together: the values come from the interpreter,
 // nothing stays mapped once the faults end, nothing is placed by a failed
 // call.
