@@ -128,6 +128,7 @@ private:
     ArenaChunk* m_current = nullptr;  // the chunk being filled
     std::size_t m_single = 0;
     std::size_t m_stuck = 0;
+    std::size_t m_kept = 0;
     unsigned m_faults = 0;
 };
 
@@ -224,8 +225,8 @@ void Arena::Punch(ArenaChunk& c, std::size_t page)
     // Older kernels punch only through a writable view; where refused, the
     // page returns with its chunk.
     unsigned char* view = c.write ? c.write : c.exec;
-    if (!c.shared && view)
-        madvise(view + page * m_page, m_page, MADV_REMOVE);
+    if (!c.shared && view && madvise(view + page * m_page, m_page, MADV_REMOVE) != 0)
+        ++m_kept;
 #else
     (void)c;
     (void)page;
@@ -385,6 +386,7 @@ ArenaStats Arena::Stats()
 {
     std::lock_guard<std::mutex> hold(m_lock);
     ArenaStats s;
+    s.kept = m_kept;
     for (const ArenaChunk* c = m_head; c; c = c->next) {
         s.programs += c->live;
         s.single += c->single ? 1 : 0;

@@ -28,6 +28,7 @@ struct ArenaStats {
     std::size_t single = 0;       // programs in mappings of their own (no shared chunks here)
     std::size_t mapped = 0;       // bytes of all those mappings
     std::size_t stuck = 0;        // mappings an unmapping failed for, kept to be tried again
+    std::size_t kept = 0;         // emptied pages the system would not take back before their chunk goes
 };
 VEXA_API ArenaStats ExecutableArenaStats();
 
