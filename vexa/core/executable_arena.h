@@ -7,9 +7,10 @@
 
 // The process's executable memory: programs of machine code packed into
 // shared chunks, so that a million compiled expressions take a few thousand
-// mappings instead of a million. ExecutableMemory is its user; the two
-// functions below the internal ones are exported for tests and measurements
-// only and are no part of the interface a host programs against.
+// mappings instead of a million. ExecutableMemory is its user;
+// ExecutableArenaStats and SetExecutableArenaFaults are exported for tests
+// and measurements only and are no part of the interface a host programs
+// against.
 namespace vexa_platform {
 
 struct ArenaChunk;
