@@ -31,3 +31,9 @@ add_test(NAME compiled_gradient_bits
 # The emitter is internal to the library (hidden): its test builds its own
 # copy of it.
 target_sources(test_compiled_emitter PRIVATE ${PROJECT_SOURCE_DIR}/vexa/compiled/x64_emitter.cpp)
+
+# A million expressions in machine code take about 12 s in Release; the
+# sanitizer build, many times slower, holds fewer of them.
+if(VEXA_SANITIZE)
+  target_compile_definitions(test_core_executable_arena PRIVATE VEXA_ARENA_TEST_EXPRESSIONS=20000)
+endif()

@@ -96,11 +96,11 @@ Outcome GradientAt(Space& s, const double* params, double* grad)
     const Form& f = s.form;
     StopReason why = kTreeOnly;
     double value = kNaN;
-    if (f.gradient) {
+    if (const GradientCode* code = f.gradientCode()) {
         // The machine code runs in this thread's registers of the unit.
         UnitSpace& us = PreparedSpace(f.top(), s);
         GradientCall call{params, us.regs.data(), us.tape.data(), us.adjoint.data(), grad, &s, 0.0, nullptr};
-        why = f.gradient->Run(call);
+        why = code->Run(call);
         value = call.value;
     } else if (f.top().Runs(f.params)) {
         why = RunPoint(f.top(), s, params, f.params, value, grad);

@@ -188,7 +188,7 @@ int ReadCount(Expression& e)
 
 Form::~Form()
 {
-    gradient.reset();
+    m_gradient.reset();
     units.clear();
     if (snapshot)
         snapshot->Release();
@@ -215,9 +215,22 @@ std::unique_ptr<Form> MakeForm(Expression& e, int params, std::string& why)
     const std::size_t fits = kMostBlockBytes / sizeof(double) / std::max<std::size_t>(registers, 1);
     form->block = static_cast<int>(std::max<std::size_t>(kLaneGroup, std::min<std::size_t>(kBlock, fits)) /
                                    kLaneGroup * kLaneGroup);
-    if (form->top().Runs(form->params))
-        form->gradient = GradientCode::Make(form->top(), form->params);
     return form;
+}
+
+const GradientCode* Form::MakeGradientCode() const
+{
+    // Threads asking at once wait for the one that makes it; where it cannot
+    // be made (no executable memory) the runner serves. Exhausted memory
+    // passes to the caller, as anywhere in Gradient, and the next request
+    // tries again.
+    std::lock_guard<std::mutex> hold(m_gradientLock);
+    if (!m_gradientMade.load(std::memory_order_relaxed)) {
+        if (top().Runs(params))
+            m_gradient = GradientCode::Make(top(), params);
+        m_gradientMade.store(true, std::memory_order_release);
+    }
+    return m_gradient.get();
 }
 
 Space::Space(const Form& f) : form(f), units(f.units.size()) {}

@@ -1,8 +1,10 @@
 #ifndef VEXA_COMPILED_FORM_H
 #define VEXA_COMPILED_FORM_H
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -88,11 +90,24 @@ struct Form {
     // registers that a workspace would grow too large.
     int block = kBlock;
     std::vector<std::unique_ptr<Unit> > units;  // units[0] is the expression itself
-    // The top unit's gradient run as machine code, where it could be made.
-    std::unique_ptr<GradientCode> gradient;
 
     const Unit& top() const { return *units[0]; }
+    // The top unit's gradient run as machine code, made when a gradient is
+    // first asked for (most forms, and every C and Python handle that is
+    // only evaluated, never ask); null where it cannot be made. Any thread.
+    const GradientCode* gradientCode() const
+    {
+        if (m_gradientMade.load(std::memory_order_acquire))
+            return m_gradient.get();
+        return MakeGradientCode();
+    }
     ~Form();
+
+private:
+    const GradientCode* MakeGradientCode() const;
+    mutable std::mutex m_gradientLock;
+    mutable std::atomic<bool> m_gradientMade{false};
+    mutable std::unique_ptr<GradientCode> m_gradient;
 };
 
 // Builds the form of e (a private copy is taken first); null with the

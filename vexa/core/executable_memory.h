@@ -3,31 +3,35 @@
 
 #include <cstddef>
 
-// Memory for machine code the library writes at run time: writable while it
-// is filled, then executable and no longer writable. Part of the portability
-// layer; where the platform refuses executable memory, Allocate answers null
-// and callers keep to code compiled ahead of time. Internal to the library.
+// A place for machine code the library writes at run time, taken from the
+// process's executable arena (vexa/core/executable_arena.h): many programs
+// share its pages, which are never writable and executable through the same
+// address. Part of the portability layer; where the platform refuses
+// executable memory, Load answers false and callers keep to code compiled
+// ahead of time. Internal to the library.
 namespace vexa_platform {
+
+struct ArenaChunk;
 
 class ExecutableMemory {
 public:
     ExecutableMemory() = default;
+    // Gives the place back: the arena returns the pages its last program
+    // leaves.
     ~ExecutableMemory();
     ExecutableMemory(const ExecutableMemory&) = delete;
     ExecutableMemory& operator=(const ExecutableMemory&) = delete;
 
-    // Reserves at least size writable bytes; false where the platform gives
-    // none.
-    bool Allocate(std::size_t size);
-    unsigned char* data() const { return m_data; }
-    // Makes the bytes executable and read-only; false where that is refused.
-    bool Seal();
-    // Allocate, copy size bytes of code in, Seal: false where any step fails.
+    // Copies size bytes of code to an executable place aligned to 64 bytes;
+    // false (holding nothing) where no executable memory can be had. Once.
     bool Load(const unsigned char* code, std::size_t size);
+    // The code's first byte; null before a successful Load.
+    unsigned char* data() const { return m_data; }
 
 private:
     unsigned char* m_data = nullptr;
     std::size_t m_size = 0;
+    ArenaChunk* m_chunk = nullptr;
 };
 
 }  // namespace vexa_platform

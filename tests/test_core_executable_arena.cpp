@@ -1,0 +1,289 @@
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "compiled_form_util.h"
+#include "vexa/core/executable_arena.h"
+
+// Machine code from the second evaluation of every expression on: set before
+// the library first reads it.
+static const int kSwitchEarly = setenv("VEXA_MACHINE_CODE_AFTER", "0", 1);
+
+#ifndef VEXA_ARENA_TEST_EXPRESSIONS
+#define VEXA_ARENA_TEST_EXPRESSIONS 1000000
+#endif
+
+namespace {
+
+using form_test::Calc;
+using vexa_platform::ArenaStats;
+using vexa_platform::ExecutableArenaStats;
+using vexa_platform::SetExecutableArenaFaults;
+
+// Mappings of the process, or only those whose line holds part.
+std::size_t Mappings(const char* part = "")
+{
+    std::ifstream maps("/proc/self/maps");
+    std::size_t lines = 0;
+    for (std::string line; std::getline(maps, line);)
+        lines += line.find(part) != std::string::npos;
+    return lines;
+}
+
+// The chunks' memory files are named so.
+const char kCode[] = "vexa-code";
+// The allocator (the sanitizers' above all) maps and keeps memory of its own.
+const std::size_t kAllocatorMappings = 64;
+
+// Evaluates at x twice: the first run interprets, the second switches to
+// machine code where it can be made.
+double Twice(ICalculator* calc, double x)
+{
+    VEXA_Data param(x), result;
+    calc->Evaluate(1, &param, result);
+    if (!calc->Evaluate(1, &param, result) || result.getType() != DT_SCALAR)
+        return -1.0;
+    return result.getValue()[0];
+}
+
+TEST(ExecutableArena, MillionExpressionsInMachineCodeShareMappings) {
+    ASSERT_EQ(kSwitchEarly, 0);
+    const std::size_t n = VEXA_ARENA_TEST_EXPRESSIONS;
+    Calc model = form_test::Parse("x*2+1", L"x");
+    ASSERT_TRUE(model);
+    const std::size_t mapsBefore = Mappings();
+    const std::size_t programsBefore = ExecutableArenaStats().programs;
+
+    std::vector<Expression*> all(n);
+    for (std::size_t i = 0; i < n; ++i) {
+        all[i] = static_cast<Expression*>(model.get())->Copy();
+        ASSERT_EQ(Twice(all[i], 0.25), 1.5) << i;
+    }
+    const ArenaStats full = ExecutableArenaStats();
+    EXPECT_EQ(full.programs - programsBefore, n) << "every copy reached machine code";
+    EXPECT_EQ(full.single, 0u) << "programs share chunks";
+    EXPECT_LE(full.writable, 1u);
+    const std::size_t codeFull = Mappings(kCode);
+    EXPECT_LT(codeFull, n / 200) << "a mapping for hundreds of programs";
+    EXPECT_LT(Mappings(), mapsBefore + kAllocatorMappings + n / 200);
+
+    for (std::size_t i = 0; i < n; i += 2) {
+        all[i]->Release();
+        all[i] = nullptr;
+    }
+    EXPECT_LE(Mappings(kCode), codeFull) << "releasing never splits a mapping";
+    for (std::size_t i = 1; i < n; i += 2)
+        ASSERT_EQ(Twice(all[i], 0.5), 2.0) << i;
+    for (Expression* e : all)
+        if (e)
+            e->Release();
+    EXPECT_EQ(ExecutableArenaStats().programs, programsBefore);
+    const ArenaStats empty = ExecutableArenaStats();
+    EXPECT_LE(empty.chunks, 1u) << "only the chunk being filled may stay";
+    EXPECT_EQ(empty.stuck, 0u);
+    EXPECT_LE(Mappings(kCode), 2u);
+    EXPECT_LE(Mappings(), mapsBefore + kAllocatorMappings);
+}
+
+// Resident kilobytes of the chunks' memory.
+std::size_t CodeResidentKiB()
+{
+    std::ifstream smaps("/proc/self/smaps");
+    std::size_t kib = 0;
+    bool code = false;
+    for (std::string line; std::getline(smaps, line);) {
+        // A mapping's line, then its fields ("Rss:   12 kB").
+        const std::string first = line.substr(0, line.find(' '));
+        if (first.empty() || first.back() != ':')
+            code = line.find(kCode) != std::string::npos;
+        else if (code && first == "Rss:")
+            kib += std::strtoul(line.c_str() + 4, nullptr, 10);
+    }
+    return kib;
+}
+
+TEST(ExecutableArena, EmptiedPagesGoBackWhileTheirChunkStays) {
+    Calc model = form_test::Parse("x*2+1", L"x");
+    ASSERT_TRUE(model);
+    const std::size_t start = CodeResidentKiB();
+    std::vector<Expression*> all(6000);
+    for (Expression*& e : all) {
+        e = static_cast<Expression*>(model.get())->Copy();
+        ASSERT_EQ(Twice(e, 0.25), 1.5);
+    }
+    const std::size_t full = CodeResidentKiB();
+    ASSERT_GT(full, start + 1000);
+    // One program in a hundred stays: in every chunk, yet on few pages.
+    for (std::size_t i = 0; i < all.size(); ++i)
+        if (i % 100 != 0) {
+            all[i]->Release();
+            all[i] = nullptr;
+        }
+    const std::size_t sparse = CodeResidentKiB();
+    int wrong = 0;
+    for (Expression* e : all)
+        if (e) {
+            wrong += Twice(e, 0.5) != 2.0;
+            e->Release();
+        }
+    EXPECT_EQ(wrong, 0);
+    if (ExecutableArenaStats().kept != 0)
+        GTEST_SKIP() << "this kernel takes pages back only through a writable view";
+    EXPECT_LT(sparse - start, (full - start) / 4);
+}
+
+// Each fault, alone and together: the values come from the interpreter,
+// nothing stays mapped once the faults end, nothing is placed by a failed
+// call.
+TEST(ExecutableArena, RefusedPlatformCallsEndInTheInterpreter) {
+    using namespace vexa_platform;
+    const struct {
+        unsigned faults;
+        bool places;  // whether programs still reach machine code
+    } cases[] = {
+        {kFailMap, false},
+        {kFailProtect, false},
+        {kFailUnmap, true},
+        {kFailMap | kFailProtect | kFailUnmap, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.faults);
+        const std::size_t mapsBefore = Mappings();
+        const std::size_t codeBefore = Mappings(kCode);
+        const ArenaStats before = ExecutableArenaStats();
+        SetExecutableArenaFaults(c.faults);
+        std::vector<Calc> calcs;
+        std::vector<std::unique_ptr<vexa::CompiledExpression> > forms;
+        for (int k = 1; k <= 40; ++k) {
+            calcs.push_back(form_test::Parse("x*" + std::to_string(k) + "+1", L"x"));
+            ASSERT_TRUE(calcs.back());
+            EXPECT_EQ(Twice(calcs.back().get(), 0.5), 0.5 * k + 1);
+            forms.push_back(vexa::CompiledExpression::Make(calcs.back().get(), 1));
+            ASSERT_TRUE(forms.back());
+            vexa::Workspace ws(*forms.back());
+            const double x = 0.5;
+            double grad = 0;
+            const vexa::Outcome o = forms.back()->Gradient(&x, &grad, ws);
+            EXPECT_TRUE(o.ok());
+            EXPECT_EQ(o.value, 0.5 * k + 1);
+            EXPECT_EQ(grad, k);
+        }
+        const ArenaStats during = ExecutableArenaStats();
+        EXPECT_EQ(during.programs - before.programs, c.places ? 80u : 0u);
+        EXPECT_EQ(during.single, before.single);
+        forms.clear();
+        calcs.clear();
+        SetExecutableArenaFaults(0);
+        const ArenaStats after = ExecutableArenaStats();
+        EXPECT_EQ(after.programs, before.programs);
+        EXPECT_EQ(after.stuck, 0u) << "failed unmappings were tried again";
+        EXPECT_LE(after.chunks, before.chunks + 1);
+        EXPECT_LE(Mappings(kCode), codeBefore + 2);
+        EXPECT_LE(Mappings(), mapsBefore + kAllocatorMappings);
+    }
+}
+
+TEST(ExecutableArena, GradientCodeIsMadeOnceWhenFirstAskedFor) {
+    Calc calc = form_test::Parse("x*y+SIN(x)", L"x,y");
+    ASSERT_TRUE(calc);
+    const std::size_t programs = ExecutableArenaStats().programs;
+    auto form = vexa::CompiledExpression::Make(calc.get(), 2);
+    ASSERT_TRUE(form);
+    EXPECT_EQ(ExecutableArenaStats().programs, programs) << "a form only evaluated makes no gradient code";
+
+    const double point[2] = {0.75, -2.0};
+    std::vector<double> grads(16, 0.0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t)
+        threads.emplace_back([&, t] {
+            vexa::Workspace ws(*form);
+            form->Gradient(point, &grads[2 * t], ws);
+        });
+    for (std::thread& t : threads)
+        t.join();
+    EXPECT_EQ(ExecutableArenaStats().programs, programs + 1);
+    double again[2];
+    {
+        vexa::Workspace ws(*form);
+        ASSERT_TRUE(form->Gradient(point, again, ws).ok());
+    }
+    EXPECT_NEAR(again[0], -2.0 + std::cos(0.75), 1e-15);
+    EXPECT_EQ(again[1], 0.75);
+    for (int t = 0; t < 8; ++t) {
+        EXPECT_EQ(form_test::Bits(grads[2 * t]), form_test::Bits(again[0]));
+        EXPECT_EQ(form_test::Bits(grads[2 * t + 1]), form_test::Bits(again[1]));
+    }
+    EXPECT_EQ(ExecutableArenaStats().programs, programs + 1);
+    form.reset();
+    EXPECT_EQ(ExecutableArenaStats().programs, programs);
+}
+
+// Programs placed and released on many threads at once land apart and all
+// go back.
+TEST(ExecutableArena, ThreadsPlaceAndReleaseAtOnce) {
+    const std::size_t programs = ExecutableArenaStats().programs;
+    std::vector<int> wrong(4, 0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([t, &wrong] {
+            std::vector<std::pair<Calc, int> > mine;
+            for (int k = 0; k < 300; ++k) {
+                mine.emplace_back(form_test::Parse("x*" + std::to_string(t) + "+" + std::to_string(k), L"x"), k);
+                wrong[t] += Twice(mine.back().first.get(), 2.0) != 2.0 * t + k;
+                if (k % 3 == 0)
+                    mine.erase(mine.begin() + k / 2);
+            }
+            for (const auto& m : mine)
+                wrong[t] += Twice(m.first.get(), 0.5) != 0.5 * t + m.second;
+        });
+    for (std::thread& t : threads)
+        t.join();
+    for (int t = 0; t < 4; ++t)
+        EXPECT_EQ(wrong[t], 0) << t;
+    EXPECT_EQ(ExecutableArenaStats().programs, programs);
+}
+
+// A forked child shares the chunks: code either side writes afterwards
+// must not land where the other's code lies.
+TEST(ExecutableArena, ForkedProcessesWriteApart) {
+    Calc before = form_test::Parse("x*3+1", L"x");
+    ASSERT_EQ(Twice(before.get(), 0.5), 2.5);
+    int go[2];
+    ASSERT_EQ(pipe(go), 0);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        char c;
+        bool ok = read(go[0], &c, 1) == 1;
+        for (int k = 1; k <= 50 && ok; ++k) {
+            Calc mine = form_test::Parse("x*" + std::to_string(k) + "-7", L"x");
+            ok = Twice(mine.get(), 0.5) == 0.5 * k - 7;
+        }
+        ok = ok && Twice(before.get(), 0.5) == 2.5;
+        _exit(ok ? 0 : 1);
+    }
+    std::vector<Calc> mine;
+    for (int k = 1; k <= 50; ++k) {
+        mine.push_back(form_test::Parse("x*" + std::to_string(k) + "+9", L"x"));
+        ASSERT_EQ(Twice(mine.back().get(), 0.5), 0.5 * k + 9);
+    }
+    before.reset();
+    ASSERT_EQ(write(go[1], "g", 1), 1);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    for (int k = 1; k <= 50; ++k)
+        EXPECT_EQ(Twice(mine[static_cast<std::size_t>(k - 1)].get(), 0.5), 0.5 * k + 9);
+    close(go[0]);
+    close(go[1]);
+}
+
+}  // namespace
