@@ -7,6 +7,7 @@
 #include "vexa/compiled/compiler.h"
 #include "vexa/compiled/machine_code.h"
 #include "vexa/core/data_access.h"
+#include "vexa/core/platform.h"
 
 namespace vexa_calc {
 
@@ -84,7 +85,8 @@ bool FastEvaluate(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& re
 {
     Expression& e = static_cast<Expression&>(self);
     CompiledRoot& c = *ExpressionAccess::Compiled(e);
-    if (count != ExpressionAccess::ParamCount(e) || count < c.program->neededParams())
+    if (count != ExpressionAccess::ParamCount(e) || count < c.program->neededParams() ||
+        !vexa_platform::DefaultFloatEnvironment())
         return LongExit(self, count, params, result);
     if (c.runs >= 0 && ++c.runs > vexa_compiled::RunsBeforeMachineCode() &&
         vexa_compiled::RunsBeforeMachineCode() >= 0) {
@@ -120,6 +122,12 @@ __attribute__((noinline)) CompiledRoot* MakeCompiled(Expression& e)
 
 bool CalculateCompiled(Expression& e, VEXA_Data& result)
 {
+    // The program's bits are the tree's in the default floating-point
+    // environment only; under any other the tree answers. Nor is the
+    // program made there: the constants it folds would keep the rounding of
+    // the moment.
+    if (!vexa_platform::DefaultFloatEnvironment())
+        return false;
     CompiledRoot*& compiled = ExpressionAccess::Compiled(e);
     if (!compiled)
         compiled = MakeCompiled(e);

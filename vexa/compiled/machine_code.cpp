@@ -14,6 +14,7 @@
 #include "vexa/compiled/x64_emitter.h"
 #include "vexa/core/data_access.h"
 #include "vexa/core/float_ops.h"
+#include "vexa/core/platform.h"
 
 namespace vexa_compiled {
 
@@ -780,6 +781,20 @@ void Generator::CallOther(const Instr& in, std::size_t at)
     m_in_memory[in.d] = true;
 }
 
+// The code gives the tree's bits in the default floating-point environment
+// only (round to nearest, no flush to zero, every trap masked): under any
+// other a host has set, the long way, where the tree answers. The sticky
+// flags are masked out. MXCSR goes through the red zone below the stack
+// pointer, which is ours before the frame exists.
+void CheckFloatEnvironment(Emitter& em, int other)
+{
+    em.Stmxcsr({rsp, -8});
+    em.MovLoad32(rax, {rsp, -8});
+    em.AndImm32(rax, static_cast<std::int32_t>(~vexa_platform::kMxcsrFlags));
+    em.CmpImm32(rax, static_cast<std::int32_t>(vexa_platform::kDefaultMxcsr));
+    em.Jump(kNotEqual, other);
+}
+
 void Generator::Prologue()
 {
     if (!m_frame) {
@@ -973,6 +988,7 @@ bool Generator::Emit()
     // The count is checked before the frame exists: both the caller's and
     // the held count must be the one the copy below was made for.
     const int early = m_em.NewLabel();
+    CheckFloatEnvironment(m_em, early);
     m_em.CmpImm32(rsi, m_count);
     m_em.Jump(kNotEqual, early);
     m_em.CmpMemImm32({rdi, m_layout.param_count}, m_count);

@@ -8,6 +8,9 @@
 #if defined(_MSC_VER)
 #include <intrin.h>
 #endif
+#if defined(__x86_64__) || defined(_M_X64)
+#include <xmmintrin.h>
+#endif
 
 // Portability layer: the few platform routines the library relies on, with
 // results that do not depend on the C locale. Internal to the library.
@@ -66,6 +69,61 @@ inline int AtomicDecrement(int& value)
     return __atomic_fetch_sub(&value, 1, __ATOMIC_ACQ_REL);
 #endif
 }
+
+// The floating-point control a host may change under the library: the
+// rounding mode, flush-to-zero and denormals-are-zero, unmasked traps. The
+// compiled paths give the tree's bits only in the default environment
+// (round to nearest, no flushing, every trap masked), so each checks it at
+// entry and leaves any other to the tree. The six sticky flags are left
+// out: a host may read or clear them at will, and the tree raises them too.
+// The x87 control word plays no part: no path computes in long double.
+#if defined(__x86_64__) || defined(_M_X64)
+const unsigned kDefaultMxcsr = 0x1F80u;
+const unsigned kMxcsrFlags = 0x3Fu;
+
+inline bool DefaultFloatEnvironment()
+{
+    return (_mm_getcsr() & ~kMxcsrFlags) == kDefaultMxcsr;
+}
+
+// The default environment for the life of the object, so that what is made
+// or run here depends on no host setting and cannot trap; then the host's
+// environment again exactly, sticky flags included. In the default
+// environment it changes nothing and costs one read.
+class DefaultFloatScope {
+public:
+    DefaultFloatScope() : m_saved(_mm_getcsr()), m_changed((m_saved & ~kMxcsrFlags) != kDefaultMxcsr)
+    {
+        if (m_changed)
+            _mm_setcsr(kDefaultMxcsr);
+    }
+    ~DefaultFloatScope()
+    {
+        if (m_changed)
+            _mm_setcsr(m_saved);
+    }
+    DefaultFloatScope(const DefaultFloatScope&) = delete;
+    DefaultFloatScope& operator=(const DefaultFloatScope&) = delete;
+
+private:
+    unsigned m_saved;
+    bool m_changed;
+};
+#else
+// Elsewhere the environment is not inspected yet (an AArch64 version would
+// read FPCR): the host is trusted to keep the default.
+inline bool DefaultFloatEnvironment()
+{
+    return true;
+}
+
+class DefaultFloatScope {
+public:
+    DefaultFloatScope() {}
+    DefaultFloatScope(const DefaultFloatScope&) = delete;
+    DefaultFloatScope& operator=(const DefaultFloatScope&) = delete;
+};
+#endif
 
 }  // namespace vexa_platform
 
