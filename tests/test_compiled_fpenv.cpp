@@ -206,6 +206,9 @@ std::string Compare(const Case& c, Calcs& m, const std::vector<std::vector<doubl
     std::vector<double> bulk(n);
     g_stage = "bulk";
     m.form->EvaluateMany(n, cols, bulk.data());
+    std::vector<double> manyValues(n), manyGrads(3 * n);
+    g_stage = "gradients in bulk";
+    m.form->GradientMany(n, cols, manyValues.data(), manyGrads.data());
     for (std::size_t i = 0; i < n; ++i) {
         const std::vector<double>& p = points[i];
         const vexa::Outcome& t = tree[i];
@@ -232,6 +235,9 @@ std::string Compare(const Case& c, Calcs& m, const std::vector<std::vector<doubl
             return what + ": bulk " + std::to_string(bulk[i]) + ", tree " + Show(t);
         if (g.ok() != (dg[i][3] == 1.0 && t.ok()))
             return what + ": gradient " + Show(g) + ", tree " + Show(t);
+        if (Bits(manyValues[i]) != Bits(g.value) ||
+            std::memcmp(&manyGrads[3 * i], grad, sizeof grad) != 0)
+            return what + ": the gradient in bulk differs from the gradient at one point";
         if (g.ok()) {
             if (Bits(g.value) != Bits(t.value))
                 return what + ": gradient value " + Show(g) + ", tree " + Show(t);

@@ -104,12 +104,14 @@ StopReason RunGradient(Space& s, const double* params, double* grad, double& val
     return kTreeOnly;
 }
 
-Outcome GradientAt(Space& s, const double* params, double* grad)
+// inDefault: whether the floating-point environment is the default one (read
+// once per call of the host's: reading it costs more than an instruction).
+Outcome GradientAt(Space& s, const double* params, double* grad, bool inDefault)
 {
     const Form& f = s.form;
     double value = kNaN;
     StopReason why;
-    if (vexa_platform::DefaultFloatEnvironment()) {
+    if (inDefault) {
         why = RunGradient(s, params, grad, value);
     } else {
         // The partials are those of the default environment: the gradient
@@ -213,9 +215,10 @@ void GradientRange(Space& s, std::size_t begin, std::size_t end, const Column* c
 {
     const int count = s.form.params;
     std::vector<double> point(static_cast<std::size_t>(count));
+    const bool inDefault = vexa_platform::DefaultFloatEnvironment();
     for (std::size_t i = begin; i < end; ++i) {
         Gather(columns, count, i, point.data());
-        const Outcome o = GradientAt(s, point.data(), grads + i * static_cast<std::size_t>(count));
+        const Outcome o = GradientAt(s, point.data(), grads + i * static_cast<std::size_t>(count), inDefault);
         values[i] = o.value;
         if (!o.ok())
             Note(report, options.max_reported, i, o);
@@ -339,7 +342,7 @@ Outcome CompiledExpression::Evaluate(const double* params, Workspace& ws, bool s
 
 Outcome CompiledExpression::Gradient(const double* params, double* grad, Workspace& ws) const
 {
-    return GradientAt(SpaceFor(m_form, ws.m_space), params, grad);
+    return GradientAt(SpaceFor(m_form, ws.m_space), params, grad, vexa_platform::DefaultFloatEnvironment());
 }
 
 Report CompiledExpression::EvaluateMany(std::size_t n, const Column* columns, double* results,
