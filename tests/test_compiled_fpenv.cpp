@@ -265,11 +265,15 @@ TEST(CompiledFloatEnvironment, EveryPathGivesTheTreesBitsInEveryEnvironment)
         const auto gradients = DefaultGradients(m, kPoints);
         for (const Env& env : Environments()) {
             std::string diff;
+            unsigned after;
             {
                 EnvScope scope(env);
                 diff = Compare(c, m, kPoints, gradients);
+                after = _mm_getcsr();
             }
             EXPECT_EQ(diff, "") << env.name;
+            // The host's environment is the host's again.
+            EXPECT_EQ(after & ~0x3Fu, env.mxcsr) << env.name;
         }
         // Back in the default environment nothing has changed.
         EXPECT_EQ(Compare(c, m, kPoints, gradients), "") << "default, afterwards";
