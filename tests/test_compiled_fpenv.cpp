@@ -206,6 +206,22 @@ std::string Compare(const Case& c, Calcs& m, const std::vector<std::vector<doubl
     std::vector<double> bulk(n);
     g_stage = "bulk";
     m.form->EvaluateMany(n, cols, bulk.data());
+    // Threads of the library's own inherit the host's environment: points
+    // enough for three of them.
+    const std::size_t repeated = 200;
+    std::vector<double> spread[3];
+    for (std::size_t i = 0; i < repeated; ++i) {
+        for (std::size_t k = 0; k < 3; ++k)
+            spread[k].push_back(points[i % n][k]);
+    }
+    const vexa::Column spreadCols[3] = {vexa::Column::Values(spread[0].data()),
+                                        vexa::Column::Values(spread[1].data()),
+                                        vexa::Column::Values(spread[2].data())};
+    std::vector<double> threaded(repeated);
+    vexa::Options three;
+    three.threads = 3;
+    g_stage = "bulk in threads";
+    m.form->EvaluateMany(repeated, spreadCols, threaded.data(), three);
     std::vector<double> manyValues(n), manyGrads(3 * n);
     g_stage = "gradients in bulk";
     m.form->GradientMany(n, cols, manyValues.data(), manyGrads.data());
@@ -235,6 +251,11 @@ std::string Compare(const Case& c, Calcs& m, const std::vector<std::vector<doubl
             return what + ": bulk " + std::to_string(bulk[i]) + ", tree " + Show(t);
         if (g.ok() != (dg[i][3] == 1.0 && t.ok()))
             return what + ": gradient " + Show(g) + ", tree " + Show(t);
+        for (std::size_t j = i; j < repeated; j += n) {
+            if (Bits(threaded[j]) != Bits(bulk[i]))
+                return what + ": bulk in threads " + std::to_string(threaded[j]) + ", in one " +
+                       std::to_string(bulk[i]);
+        }
         if (Bits(manyValues[i]) != Bits(g.value) ||
             std::memcmp(&manyGrads[3 * i], grad, sizeof grad) != 0)
             return what + ": the gradient in bulk differs from the gradient at one point";
