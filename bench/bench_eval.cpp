@@ -3,6 +3,7 @@
 // do not depend on the parser.
 #include <benchmark/benchmark.h>
 
+#include <string>
 #include <vector>
 
 #include "vexa/vexa.h"
@@ -175,5 +176,44 @@ void BM_ComplexStep(benchmark::State& state)
     e->Release();
 }
 BENCHMARK(BM_ComplexStep)->DenseRange(1, 3);
+
+// A registered function called with n arguments (it reads the first), past
+// the switch to machine code: the calling cost per evaluation.
+void BM_RegisteredCall(benchmark::State& state)
+{
+    const int n = static_cast<int>(state.range(0));
+    static const bool registered = [] {
+        VexaParser parser;
+        ICalculator* f = nullptr;
+        wchar_t list[] = L"a";
+        if (!parser.parse(L"a*2+1", list, &f))
+            return false;
+        VEXA_WString name(L"BENCHF");
+        FunctionFactory::getInstance()->Register(name, f);
+        f->Release();
+        return true;
+    }();
+    std::wstring text = L"x*1+BENCHF(x";
+    for (int i = 1; i < n; ++i)
+        text += L",x";
+    text += L")";
+    VexaParser parser;
+    ICalculator* calc = nullptr;
+    wchar_t list[] = L"x";
+    if (!registered || !parser.parse(text.c_str(), list, &calc)) {
+        state.SkipWithError("does not parse");
+        return;
+    }
+    VEXA_Data x[] = {VEXA_Data(0.75)};
+    VEXA_Data r;
+    for (int i = 0; i < 100; ++i)
+        calc->Evaluate(1, x, r);
+    for (auto _ : state) {
+        bool ok = calc->Evaluate(1, x, r);
+        benchmark::DoNotOptimize(ok);
+    }
+    calc->Release();
+}
+BENCHMARK(BM_RegisteredCall)->Arg(1)->Arg(2)->Arg(8)->Arg(48);
 
 }  // namespace

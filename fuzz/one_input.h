@@ -15,7 +15,11 @@
 // registers it as G0, G1, ... in order, so later definitions and the
 // expression can call the earlier ones (compositions, calls of calls). A
 // line "@>ij" (two digits) gives Gi the tree Gj(a) afterwards: a function
-// that calls itself, or that grows after its callers were parsed. Bytes are
+// that calls itself, or that grows after its callers were parsed. A line
+// "@~nn" (two digits) makes every later '~' (in definitions and in the
+// expression) repeat the argument before it to nn arguments in all, up to
+// 64: "G0(a*2~)" with "@~03" reads G0(a*2,a*2,a*2), so calls of high arity,
+// past what the function takes, occur. Bytes are
 // read as lenient UTF-8; a 0xFF byte followed by four bytes gives one raw
 // 32-bit code unit, so code units above U+10FFFF and "negative" wchar_t values
 // reach the parser too.
@@ -288,6 +292,35 @@ inline void CheckHostEnvironment(std::size_t textLength, Expression* expr, int n
 #endif
 }
 
+// Evaluations an expression takes before it runs machine code: the first
+// builds its program, each later one counts towards VEXA_MACHINE_CODE_AFTER
+// (read once per process; Setup makes it 1 unless the run sets it). -1: never.
+inline int EvaluationsBeforeMachineCode()
+{
+    static const int n = [] {
+        const char* text = std::getenv("VEXA_MACHINE_CODE_AFTER");
+        const int after = text && *text ? std::atoi(text) : 64;
+        return after < 0 ? -1 : after + 1;
+    }();
+    return n;
+}
+
+// For a third of the inputs (by the length of their text, across the quarter
+// that checks the compiled form), calc is evaluated until its next
+// evaluation runs machine code, so that every compared evaluation of the
+// input does, the first one included. The evaluation that makes the code
+// takes one of the value sets, scalars or not.
+inline void RunMachineCodeFromNow(std::size_t textLength, ICalculator* calc,
+                                  std::vector<std::vector<VEXA_Data>>& sets, std::string& problem)
+{
+    const int before = EvaluationsBeforeMachineCode();
+    if (textLength % 3 != 1 || before < 0 || before > 4)
+        return;
+    std::vector<VEXA_Data>& set = sets[textLength / 3 % 6];
+    for (int i = 0; i < before; ++i)
+        Run(calc, set, problem);
+}
+
 // Derivatives are taken with respect to at most this many parameters: a text
 // of 4095 characters can name hundreds, and each derivative may run up to the
 // node budget, which would push one input past the fuzzer's time limit
@@ -331,8 +364,11 @@ public:
                 break;
             const std::size_t length = std::size_t(end - data) - pos - 1;
             const std::uint8_t* line = data + pos + 1;
-            if (length == 3 && line[0] == '>' && line[1] >= '0' && line[1] <= '9' && line[2] >= '0' && line[2] <= '9')
+            const bool digits = length == 3 && line[1] >= '0' && line[1] <= '9' && line[2] >= '0' && line[2] <= '9';
+            if (digits && line[0] == '>')
                 Rewire(line[1] - '0', line[2] - '0');
+            else if (digits && line[0] == '~')
+                m_arity = std::min(kMostArity, (line[1] - '0') * 10 + (line[2] - '0'));
             else if (m_functions.size() < std::size_t(kMaxDefinitions) &&
                      std::count(line, line + length, '(') <= kMaxDefinitionParens)
                 Define(Decode(line, length));
@@ -357,11 +393,43 @@ public:
         }
     }
 
+    // Each '~' of text (zero-terminated) becomes the argument before it,
+    // back to the nearest '(' or ',', repeated to the arity set; a long
+    // argument, or one '~' too many, is left out.
+    void Expand(std::vector<wchar_t>& text) const
+    {
+        constexpr std::size_t kLongest = 64;
+        constexpr int kMostRepeats = 4;
+        std::vector<wchar_t> out;
+        int repeats = 0;
+        for (std::size_t i = 0; i + 1 < text.size(); ++i) {
+            if (text[i] != L'~') {
+                out.push_back(text[i]);
+                continue;
+            }
+            std::size_t start = out.size();
+            while (start > 0 && out[start - 1] != L'(' && out[start - 1] != L',')
+                --start;
+            if (start == 0 || out.size() - start > kLongest || ++repeats > kMostRepeats)
+                continue;
+            const std::vector<wchar_t> arg(out.begin() + static_cast<std::ptrdiff_t>(start), out.end());
+            for (int k = 1; k < m_arity; ++k) {
+                out.push_back(L',');
+                out.insert(out.end(), arg.begin(), arg.end());
+            }
+        }
+        out.push_back(L'\0');
+        text.swap(out);
+    }
+
 private:
+    static constexpr int kMostArity = 64;
+
     static std::wstring Name(std::size_t i) { return L"G" + std::to_wstring(i); }
 
     void Define(std::vector<wchar_t> text)
     {
+        Expand(text);
         VexaParser parser;
         ICalculator* calc = nullptr;
         wchar_t list[] = L"a,b";
@@ -390,6 +458,7 @@ private:
     }
 
     std::vector<Expression*> m_functions;
+    int m_arity = 1;
 };
 
 // Returns an empty string, or a description of a broken promise of the
@@ -412,6 +481,7 @@ inline std::string RunOneInput(const std::uint8_t* data, std::size_t size)
     } else {
         text = Decode(data, size);
     }
+    definitions.Expand(text);
 
     VexaParser parser;
     ICalculator* calc = nullptr;
@@ -485,6 +555,7 @@ inline std::string RunOneInput(const std::uint8_t* data, std::size_t size)
     const int n = parser.getParamsNum();
     std::vector<std::vector<VEXA_Data>> sets = ValueSets(n);
 
+    RunMachineCodeFromNow(textLength, calc, sets, problem);
     std::vector<Outcome> base;
     for (auto& set : sets)
         base.push_back(Run(calc, set, problem));
@@ -532,6 +603,7 @@ inline std::string RunOneInput(const std::uint8_t* data, std::size_t size)
         if (!d)
             break;
         Expression* tree = TreeOnlyCopy(static_cast<Expression*>(d));
+        RunMachineCodeFromNow(textLength, d, sets, problem);
         for (auto& set : sets) {
             const Outcome compiled = Run(d, set, problem);
             if (tree && !SameOutcome(compiled, Run(tree, set, problem)))

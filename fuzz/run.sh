@@ -48,6 +48,22 @@ status=0
 "$fuzzer" "${opts[@]}" -max_total_time="$seconds" -artifact_prefix="$artifacts/" \
   "$corpus" "$seeds" > "$build/fuzz.log" 2>&1 || status=$?
 grep -E '^(stat::|Done|==[0-9]+==ERROR|SUMMARY|vexa_fuzz:)' "$build/fuzz.log" || true
+# Whether the run explored: coverage (cov: edges, ft: features) when the
+# initial corpus was loaded and at the end, the units mutation added, and
+# the pace. INITED #N ... exec/s: R puts the loading at about N / R seconds.
+inited=$(grep -m1 -E '^#[0-9]+[[:space:]]+INITED' "$build/fuzz.log" || true)
+last=$(grep -E '^#[0-9]+[[:space:]]+(NEW|REDUCE|pulse|DONE|RELOAD)' "$build/fuzz.log" | tail -1 || true)
+found=$(grep -cE '^#[0-9]+[[:space:]]+NEW' "$build/fuzz.log" || true)
+echo "fuzz: corpus loaded: ${inited:-never (the run ended first)}"
+echo "fuzz: at the end:    ${last:-no status line}"
+if [ -n "$inited" ]; then
+  echo "$inited" | awk -v total="$seconds" -v found="$found" '{
+    for (i = 1; i < NF; i++) if ($i == "exec/s:") rate = $(i + 1)
+    runs = substr($1, 2)
+    load = rate > 0 ? runs / rate : total
+    printf "fuzz: %d new units; about %d s of %d s loading the corpus, the rest exploring\n", found, load, total
+  }'
+fi
 if [ $status -ne 0 ]; then
   echo "fuzz: finding (exit $status); log: $build/fuzz.log"
   tail -60 "$build/fuzz.log"

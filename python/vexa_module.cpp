@@ -6,6 +6,9 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <algorithm>
+#include <chrono>
+#include <cmath>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -164,22 +167,19 @@ public:
     }
 
     // Columns are 1-D arrays of n values or numbers held for every point.
-    void evalMany(const py::list& columns, const py::array& out, bool strict, int threads) const
+    // Returns what went wrong (None when every point has a value).
+    py::object evalMany(const py::list& columns, const py::array& out, bool strict, int threads) const
     {
         double* results = Out(out);
         Bulk bulk(*this, columns, out.size());
-        vexa_options options = {strict ? 1 : 0, threads};
-        vexa_report report = {0, 0};
-        vexa_error err;
-        int status;
-        {
-            py::gil_scoped_release free;
-            status = vexa_eval_many_ex(m_e, bulk.n, bulk.data.data(), bulk.strides.data(), results,
-                                       &options, &report, &err);
-        }
-        // Points without a value are NaN; only a thrown code is an error.
-        if (status != VEXA_E_POINTS || report.thrown > 0)
-            Check(status, err);
+        const vexa_options options = {strict ? 1 : 0, threads};
+        return Chunked(bulk, [&](std::size_t n, const double* const* cols, std::size_t at, vexa_report* report,
+                                    vexa_error* err) {
+            return vexa_eval_many_ex(m_e, n, cols, bulk.strides.data(), results + at, &options, report, err);
+        }, [&](const std::vector<double>& point, vexa_error* err) {
+            double value = 0.0;
+            return vexa_eval_ex(m_e, point.data(), &value, &options, err);
+        }, [&](std::size_t i) { return std::isnan(results[i]); });
     }
 
     Array gradient(const std::vector<double>& values) const
@@ -191,24 +191,23 @@ public:
         return grad;
     }
 
-    void gradientMany(const py::list& columns, const py::array& grads, int threads) const
+    py::object gradientMany(const py::list& columns, const py::array& grads, int threads) const
     {
         double* out = Out(grads);
-        const std::size_t n = count() ? static_cast<std::size_t>(grads.size()) / count() : 0;
-        if (grads.size() != static_cast<py::ssize_t>(n * count()))
+        const std::size_t per = count();
+        const std::size_t n = per ? static_cast<std::size_t>(grads.size()) / per : 0;
+        if (grads.size() != static_cast<py::ssize_t>(n * per))
             throw py::value_error("the gradients' size is no multiple of the number of parameters");
         Bulk bulk(*this, columns, static_cast<py::ssize_t>(n));
-        vexa_options options = {0, threads};
-        vexa_report report = {0, 0};
-        vexa_error err;
-        int status;
-        {
-            py::gil_scoped_release free;
-            status = vexa_gradient_many(m_e, bulk.n, bulk.data.data(), bulk.strides.data(), nullptr, out,
-                                        &options, &report, &err);
-        }
-        if (status != VEXA_E_POINTS || report.thrown > 0)
-            Check(status, err);
+        const vexa_options options = {1, threads};
+        return Chunked(bulk, [&](std::size_t k, const double* const* cols, std::size_t at, vexa_report* report,
+                                      vexa_error* err) {
+            return vexa_gradient_many(m_e, k, cols, bulk.strides.data(), nullptr, out + at * per, &options, report,
+                                      err);
+        }, [&](const std::vector<double>& point, vexa_error* err) {
+            std::vector<double> g(per);
+            return vexa_gradient(m_e, point.data(), g.data(), err);
+        }, [&](std::size_t i) { return per > 0 && std::isnan(out[i * per]); });
     }
 
     std::unique_ptr<Handle> derivative(int index) const
@@ -259,6 +258,96 @@ private:
         std::vector<const double*> data;
         std::vector<ptrdiff_t> strides;
     };
+
+    // Many points in chunks, each with the interpreter lock released, so that
+    // a signal (Ctrl-C) is answered between two of them: each chunk is sized
+    // from the last one's pace to take about 20 ms, growing at most 16-fold a
+    // step (a call that starts threads pays that once a chunk). run(k,
+    // columns, first, report, err) evaluates k points from point first;
+    // one(point, err) evaluates a single point; nan(i) whether point i holds
+    // NaN. The summary names the first point without a value, which the
+    // library's report need not be (it prefers one that threw), and the
+    // reason the single call gives there.
+    template <typename Run, typename One, typename IsNan>
+    py::object Chunked(const Bulk& bulk, Run run, One one, IsNan nan) const
+    {
+        using Clock = std::chrono::steady_clock;
+        const std::size_t n = bulk.n;
+        constexpr std::size_t kFewest = 256;
+        constexpr std::size_t kMost = std::size_t(1) << 22;
+        constexpr double kAimMs = 20.0;
+        std::size_t chunk = 16384;
+        std::size_t failed = 0;
+        std::size_t first = n;
+        int firstStatus = VEXA_OK;
+        vexa_error firstErr{};
+        std::vector<const double*> cols(bulk.data.size());
+        for (std::size_t at = 0; at < n;) {
+            const std::size_t k = std::min(chunk, n - at);
+            for (std::size_t c = 0; c < cols.size(); ++c)
+                cols[c] = bulk.strides[c] ? bulk.data[c] + at : bulk.data[c];
+            vexa_report report = {0, 0};
+            vexa_error err{};
+            int status;
+            const Clock::time_point start = Clock::now();
+            {
+                py::gil_scoped_release free;
+                status = run(k, cols.data(), at, &report, &err);
+            }
+            const double ms = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+            if (status != VEXA_OK && status != VEXA_E_POINTS)
+                Raise(status, err);
+            if (status == VEXA_E_POINTS) {
+                failed += report.failed;
+                if (first == n) {
+                    // never a point outside the chunk, whatever is reported
+                    const std::size_t told =
+                        err.position > 0 && static_cast<std::size_t>(err.position) < k ? err.position : 0;
+                    first = at + FirstFailed(bulk, at, told, one, nan);
+                    firstStatus = one(PointOf(bulk, first), &firstErr);
+                    if (firstStatus == VEXA_OK)  // the bulk call's own word, then
+                        firstErr = err;
+                }
+            }
+            at += k;
+            if (at < n && PyErr_CheckSignals() != 0)
+                throw py::error_already_set();
+            const double paced = ms > 0 ? static_cast<double>(k) * kAimMs / ms : static_cast<double>(kMost);
+            chunk = static_cast<std::size_t>(
+                std::clamp(paced, static_cast<double>(kFewest), static_cast<double>(std::min(kMost, chunk * 16))));
+        }
+        if (failed == 0)
+            return py::none();
+        const bool threw = firstStatus == VEXA_E_CODE;
+        return py::make_tuple(failed, first, threw ? py::object(py::int_(firstErr.code)) : py::object(py::none()),
+                              std::string(firstErr.message));
+    }
+
+    // The first point before the one the library told of (reported, inside
+    // the chunk from at) that has no value: a NaN that a single call refuses.
+    // A NaN there may also be a value; at most 32 are tried.
+    template <typename One, typename IsNan>
+    static std::size_t FirstFailed(const Bulk& bulk, std::size_t at, std::size_t reported, One one, IsNan nan)
+    {
+        int tried = 0;
+        for (std::size_t i = 0; i < reported && tried < 32; ++i) {
+            if (!nan(at + i))
+                continue;
+            ++tried;
+            vexa_error err;
+            if (one(PointOf(bulk, at + i), &err) != VEXA_OK)
+                return i;
+        }
+        return reported;
+    }
+
+    static std::vector<double> PointOf(const Bulk& bulk, std::size_t i)
+    {
+        std::vector<double> point(bulk.data.size());
+        for (std::size_t c = 0; c < point.size(); ++c)
+            point[c] = bulk.data[c][bulk.strides[c] ? i : 0];
+        return point;
+    }
 
     // Where results go: written in place, so never a converted copy.
     static double* Out(py::array out)

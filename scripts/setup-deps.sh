@@ -28,6 +28,12 @@ wanted=(
   "pybind11-dev:/usr/lib/cmake/pybind11/pybind11Config.cmake"
   "python3-numpy:/usr/lib/python3/dist-packages/numpy/__init__.py"
   "python3-pytest:/usr/lib/python3/dist-packages/pytest/__init__.py"
+  # pip install --no-build-isolation . (the package test), and the Dask recipe's test
+  "python3-pip:/usr/lib/python3/dist-packages/pip/__init__.py"
+  "python3-setuptools:/usr/lib/python3/dist-packages/setuptools/__init__.py"
+  "python3-wheel:/usr/lib/python3/dist-packages/wheel/__init__.py"
+  "python3-dask:/usr/lib/python3/dist-packages/dask/__init__.py"
+  "python3-distributed:/usr/lib/python3/dist-packages/distributed/__init__.py"
 )
 
 missing=()

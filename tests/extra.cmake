@@ -24,3 +24,7 @@ target_compile_options(gradient_bits PRIVATE -Wall -Wextra)
 add_test(NAME compiled_gradient_bits
   COMMAND ${CMAKE_COMMAND} -DTEST=$<TARGET_FILE:gradient_bits> -DDIR=${CMAKE_CURRENT_BINARY_DIR}
           -P ${CMAKE_CURRENT_SOURCE_DIR}/gradient_bits.cmake)
+
+# The emitter is internal to the library (hidden): its test builds its own
+# copy of it.
+target_sources(test_compiled_emitter PRIVATE ${PROJECT_SOURCE_DIR}/vexa/compiled/x64_emitter.cpp)

@@ -10,6 +10,31 @@
 
 using namespace form_test;
 
+namespace {
+
+// The outcome and partials of calc's gradient at four points.
+void Write(std::ofstream& out, ICalculator* calc, const std::string& text, Generator& g)
+{
+    const auto form = calc ? vexa::CompiledExpression::Make(calc, 3) : nullptr;
+    if (!form)
+        return;
+    vexa::Workspace ws(*form);
+    for (int trial = 0; trial < 4; ++trial) {
+        const double point[3] = {g.Value(), g.Value(), g.Value()};
+        double grad[3];
+        const vexa::Outcome o = form->Gradient(point, grad, ws);
+        out << text << ' ' << static_cast<int>(o.failure) << ' ' << o.code << std::hex;
+        for (double v : {o.value, grad[0], grad[1], grad[2]}) {
+            std::uint64_t bits;
+            std::memcpy(&bits, &v, sizeof bits);
+            out << ' ' << bits;
+        }
+        out << std::dec << '\n';
+    }
+}
+
+}  // namespace
+
 int main(int argc, char** argv)
 {
     if (argc != 2) {
@@ -22,21 +47,27 @@ int main(int argc, char** argv)
         const std::string text = g.Expression(g.Pick(1, 6));
         Calc parsed = Parse(text);
         Calc calc(parsed && round % 4 == 0 ? parsed->getDerivativeCalculator(g.Pick(0, 2)) : parsed.release());
-        const auto form = calc ? vexa::CompiledExpression::Make(calc.get(), 3) : nullptr;
-        if (!form)
-            continue;
-        vexa::Workspace ws(*form);
-        for (int trial = 0; trial < 4; ++trial) {
-            const double point[3] = {g.Value(), g.Value(), g.Value()};
-            double grad[3];
-            const vexa::Outcome o = form->Gradient(point, grad, ws);
-            out << text << ' ' << static_cast<int>(o.failure) << ' ' << o.code << std::hex;
-            for (double v : {o.value, grad[0], grad[1], grad[2]}) {
-                std::uint64_t bits;
-                std::memcpy(&bits, &v, sizeof bits);
-                out << ' ' << bits;
+        Write(out, calc.get(), text, g);
+    }
+    // Long argument lists: a registered function called with up to 64
+    // arguments, and the series built-ins with all their coefficients,
+    // both with their derivatives.
+    Register(L"GONE", "A*A+1", L"A");
+    for (int k = 1; k <= 64; ++k) {
+        std::string args;
+        for (int j = 0; j < k; ++j)
+            args += (j ? "," : "") + std::string(j % 3 == 0 ? "x" : j % 3 == 1 ? "y*0.5" : "z-1");
+        std::vector<std::string> texts = {"x*1+GONE(" + args + ")"};
+        if (k >= 3 && k <= 33)
+            texts.push_back("POLY(" + args + ")");
+        if (k >= 4 && k <= 34)
+            texts.push_back("FORCOS(" + args + ")");
+        for (const std::string& text : texts) {
+            Calc parsed = Parse(text);
+            for (int by = -1; parsed && by < 3; ++by) {
+                Calc calc(by < 0 ? nullptr : parsed->getDerivativeCalculator(by));
+                Write(out, by < 0 ? parsed.get() : calc.get(), text, g);
             }
-            out << std::dec << '\n';
         }
     }
     return out.good() ? 0 : 1;

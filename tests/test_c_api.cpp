@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -84,6 +85,11 @@ TEST(CApi, ParseFailuresTellCodeAndByteOffset)
         // Positions count bytes: the braced name holds a two-byte character.
         {"{\xc3\xa4}+#", nullptr, 4, 5, "'#' cannot start"},
         {"x+\xff", "x", 2, 2, "U+FFFD"},
+        // Ill-formed UTF-8 never decodes to a character the tokenizer acts on.
+        {"x\xc0\xab" "1", "x", 1, 1, "U+FFFD"},
+        {"\xc1\x81+1", "A", 0, 0, "U+FFFD"},
+        {"x+\xed\xa0\x80", "x", 2, 2, "U+FFFD"},
+        {"x+\xf4\x90\x80\x80", "x", 2, 2, "U+FFFD"},
         {"SIN(x", "x", 5, 0, "not closed"},
         {nullptr, nullptr, 0, 0, "empty"},
         {"x", "a,b_c", VEXA_E_LIST, 3, "parameter-name list is rejected"},
@@ -304,6 +310,108 @@ TEST(CApi, OneHandleManyThreads)
     for (std::thread& th : threads)
         th.join();
     EXPECT_EQ(mismatches, std::vector<int>(4, 0));
+}
+
+// Counts and strides no buffer can match, as a negative count turned
+// unsigned gives them: every bulk entry refuses them before writing.
+TEST(CApi, CountsBeyondAnyBufferAreRefused)
+{
+    const size_t kMax = static_cast<size_t>(-1);
+    const size_t kMostDoubles = static_cast<size_t>(PTRDIFF_MAX) / sizeof(double);
+    enum Entry { kMany, kManyEx, kGradientMany };
+    struct Case {
+        Entry entry;
+        size_t n;
+        ptrdiff_t stride;
+    } cases[] = {
+        {kMany, kMax, 1},           {kMany, kMax - 62, 1},          {kMany, kMax - 4, 1},
+        {kMany, kMostDoubles + 1, 1}, {kManyEx, kMax, 1},           {kManyEx, kMax - 63, 0},
+        {kManyEx, 3, PTRDIFF_MAX / 2}, {kManyEx, 3, PTRDIFF_MIN},    {kManyEx, 2, PTRDIFF_MAX / 4},
+        {kGradientMany, kMax, 1},   {kGradientMany, kMostDoubles / 2 + 1, 1},
+        {kGradientMany, 3, -(PTRDIFF_MAX / 8)},
+    };
+    Expr compiled("x*y+1", "x,y");
+    ASSERT_TRUE(compiled.e);
+    double x = 2, y = 3;
+    const double* columns[] = {&x, &y};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::to_string(c.entry) + " n " + std::to_string(c.n) + " stride " + std::to_string(c.stride));
+        const ptrdiff_t strides[] = {c.stride, c.stride};
+        double out[2] = {-7, -7}, grads[4] = {-7, -7, -7, -7};
+        vexa_report report = {5, 5};
+        vexa_error err;
+        int status = VEXA_OK;
+        switch (c.entry) {
+        case kMany: status = vexa_eval_many(compiled.e, c.n, columns, out, &err); break;
+        case kManyEx:
+            status = vexa_eval_many_ex(compiled.e, c.n, columns, strides, out, nullptr, &report, &err);
+            break;
+        case kGradientMany:
+            status = vexa_gradient_many(compiled.e, c.n, columns, strides, out, grads, nullptr, &report, &err);
+            break;
+        }
+        EXPECT_EQ(status, VEXA_E_ARGUMENT) << err.message;
+        EXPECT_EQ(err.code, VEXA_E_ARGUMENT);
+        EXPECT_EQ(out[0], -7);
+        EXPECT_EQ(grads[0], -7);
+        if (c.entry != kMany) {
+            EXPECT_EQ(report.failed, 0u);
+        }
+    }
+    // The largest strides that still reach: one point reads no stride at all.
+    const ptrdiff_t far[] = {PTRDIFF_MAX, PTRDIFF_MIN};
+    double out = 0;
+    EXPECT_EQ(vexa_eval_many_ex(compiled.e, 1, columns, far, &out, nullptr, nullptr, nullptr), VEXA_OK);
+    EXPECT_EQ(out, 7);
+}
+
+// Registered functions nested deeper than a form can copy leave a handle
+// without one; its evaluations take turns on the tree, none refused.
+TEST(CApi, HandleWithoutFormServesManyThreads)
+{
+    const int kLevels = 70;
+    std::vector<std::string> names;
+    for (int i = 0; i < kLevels; ++i)
+        names.push_back(std::string("NESTED") + char('A' + i / 26) + char('A' + i % 26));
+    for (int i = 0; i < kLevels; ++i) {
+        const std::string text = i == 0 ? "u+1" : names[static_cast<std::size_t>(i - 1)] + "(u)+1";
+        Expr f(text.c_str(), "u");
+        ASSERT_TRUE(f.e) << text << ": " << f.err.message;
+        vexa_error err;
+        ASSERT_EQ(vexa_register(names[static_cast<std::size_t>(i)].c_str(), f.e, &err), VEXA_OK) << err.message;
+    }
+    const std::string top = names.back() + "(x)*2";
+    Expr x(top.c_str(), "x");
+    ASSERT_TRUE(x.e) << x.err.message;
+    double g = 0, v = 0;
+    const double half = 0.5;
+    vexa_error err;
+    ASSERT_EQ(vexa_gradient(x.e, &half, &g, &err), VEXA_E_NO_GRADIENT) << "the handle has a form";
+    ASSERT_EQ(vexa_eval(x.e, &half, &v, &err), VEXA_OK) << err.message;
+    EXPECT_EQ(v, 2 * (0.5 + kLevels));
+
+    std::vector<int> failures(4, 0);
+    std::vector<std::thread> threads;
+    for (int k = 0; k < 4; ++k) {
+        threads.emplace_back([&, k] {
+            for (int i = 0; i < 50; ++i) {
+                const double p = k + i * 0.25;
+                const double* column[] = {&p};
+                double one = 0, many[3] = {0, 0, 0};
+                const ptrdiff_t held[] = {0};
+                const int a = vexa_eval(x.e, &p, &one, nullptr);
+                const int b = vexa_eval_many_ex(x.e, 3, column, held, many, nullptr, nullptr, nullptr);
+                const double want = 2 * (p + kLevels);
+                failures[static_cast<std::size_t>(k)] +=
+                    a != VEXA_OK || b != VEXA_OK || one != want || many[0] != want || many[2] != want;
+            }
+        });
+    }
+    for (std::thread& th : threads)
+        th.join();
+    EXPECT_EQ(failures, std::vector<int>(4, 0));
+    for (auto it = names.rbegin(); it != names.rend(); ++it)
+        vexa_unregister(it->c_str(), nullptr);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <stdexcept>
 
 #include "compiled_form_util.h"
 
@@ -198,6 +199,53 @@ TEST_F(CompiledBulk, ReportsAreCappedAndThreadsSplitWholeBlocks)
     vexa::Options many;
     many.threads = 8;
     EXPECT_EQ(vexa::EvaluateMany(calc.get(), 1, 3, &column, out.data(), many).failed, 2u);
+}
+
+// A count or stride no buffer can match (a negative count turned unsigned)
+// is refused by every bulk entry before a value is written; block
+// arithmetic on such a count would wrap to nothing and report success.
+TEST_F(CompiledBulk, CountsBeyondAnyBufferAreRefused)
+{
+    const std::size_t kMax = static_cast<std::size_t>(-1);
+    const std::size_t kMostDoubles = static_cast<std::size_t>(PTRDIFF_MAX) / sizeof(double);
+    Calc calc = Parse("x*y", L"x,y");
+    Calc wrapped(new ComplexStepCalculator(calc.get(), 0));
+    const auto form = vexa::CompiledExpression::Make(calc.get(), 2);
+    ASSERT_TRUE(form);
+    enum Entry { kForm, kFormGradient, kAnyCalculator, kAnyOther };
+    struct Case {
+        Entry entry;
+        std::size_t n;
+        std::ptrdiff_t stride;
+        int threads;
+    } cases[] = {
+        {kForm, kMax, 1, 1},           {kForm, kMax - 62, 1, 0},        {kForm, kMostDoubles + 1, 0, 4},
+        {kForm, 5, PTRDIFF_MIN, 1},    {kFormGradient, kMax, 1, 1},     {kFormGradient, kMostDoubles / 2 + 1, 1, 2},
+        {kFormGradient, 3, PTRDIFF_MAX, 1}, {kAnyCalculator, kMax - 63, 1, 1}, {kAnyOther, kMax, 1, 1},
+        {kAnyOther, 9, PTRDIFF_MAX / 8, 1},
+    };
+    const double x = 2, y = 3;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::to_string(c.entry) + " n " + std::to_string(c.n) + " stride " + std::to_string(c.stride));
+        const vexa::Column columns[] = {{&x, c.stride}, {&y, c.stride}};
+        double out[2] = {-7, -7}, grads[4] = {-7, -7, -7, -7};
+        vexa::Options options;
+        options.threads = c.threads;
+        switch (c.entry) {
+        case kForm: EXPECT_THROW(form->EvaluateMany(c.n, columns, out, options), std::length_error); break;
+        case kFormGradient:
+            EXPECT_THROW(form->GradientMany(c.n, columns, out, grads, options), std::length_error);
+            break;
+        case kAnyCalculator:
+            EXPECT_THROW(vexa::EvaluateMany(calc.get(), 2, c.n, columns, out, options), std::length_error);
+            break;
+        case kAnyOther:
+            EXPECT_THROW(vexa::EvaluateMany(wrapped.get(), 2, c.n, columns, out, options), std::length_error);
+            break;
+        }
+        EXPECT_EQ(out[0], -7);
+        EXPECT_EQ(grads[0], -7);
+    }
 }
 
 TEST_F(CompiledBulk, MakeRefusesWhatItCannotCopyAndKeepsItsOwnCopy)

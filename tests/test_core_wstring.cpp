@@ -102,8 +102,47 @@ TEST(CoreWString, SharedConversionIsOverwritten) {
 TEST(CoreUtf8, RoundTripAndReplacement) {
     const std::string s = "x \xC2\xB0 \xE2\x82\xAC \xF0\x9F\x98\x80";
     EXPECT_EQ(vexa::ToUtf8(vexa::FromUtf8(s)), s);
-    EXPECT_EQ(vexa::FromUtf8("a\xFF\xE2\x82"), std::wstring(L"a\xFFFD\xFFFD\xFFFD"));
     EXPECT_EQ(vexa::ToUtf8(std::wstring(1, static_cast<wchar_t>(0xD800))), "\xEF\xBF\xBD");
+}
+
+// Every ill-formed sequence becomes U+FFFD, one for each maximal start of a
+// well-formed sequence (else one per byte); the byte after it is read anew.
+TEST(CoreUtf8, IllFormedSequencesBecomeReplacementCharacters) {
+    const wchar_t R = 0xFFFD;
+    struct Case {
+        const char* kind;
+        std::string bytes;
+        std::wstring chars;
+    };
+    const Case cases[] = {
+        {"edges of each length", "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xF0\x90\x80\x80\xF4\x8F\xBF\xBF",
+         {0x7F, 0x80, 0x7FF, 0x800, 0xD7FF, 0xE000, static_cast<wchar_t>(0x10000), static_cast<wchar_t>(0x10FFFF)}},
+        {"overlong plus", "X\xC0\xAB" "1", {L'X', R, R, L'1'}},
+        {"overlong letter", "\xC1\x81", {R, R}},
+        {"overlong three bytes", "\xE0\x80\xAF", {R, R, R}},
+        {"overlong four bytes", "\xF0\x8F\xBF\xBF", {R, R, R, R}},
+        {"surrogate low edge", "\xED\xA0\x80", {R, R, R}},
+        {"surrogate high edge", "\xED\xBF\xBF", {R, R, R}},
+        {"above U+10FFFF", "\xF4\x90\x80\x80", {R, R, R, R}},
+        {"F5 lead", "\xF5\x80\x80\x80", {R, R, R, R}},
+        {"FF and FE", "\xFF\xFE" "A", {R, R, L'A'}},
+        {"stray continuation", "A\x80\xBF" "B", {L'A', R, R, L'B'}},
+        {"truncated two at end", "A\xC3", {L'A', R}},
+        {"truncated three", "\xE2\x82" "B", {R, L'B'}},
+        {"truncated three at end", "a\xFF\xE2\x82", {L'a', R, R}},
+        {"truncated four", "\xF0\x9F\x98" "B", {R, L'B'}},
+        {"truncated four by a lead", "\xF1\x80\xC3\xA9", {R, 0xE9}},
+        {"Unicode's example", "\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64",
+         {L'a', R, R, R, L'b', R, L'c', R, R, L'd'}},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(vexa::FromUtf8(c.bytes), c.chars) << c.kind;
+        // Offsets walk the same sequences: the last character ends the text.
+        EXPECT_EQ(vexa::Utf8Offset(c.bytes, c.chars.size()), c.bytes.size()) << c.kind;
+        if (!c.chars.empty()) {
+            EXPECT_LT(vexa::Utf8Offset(c.bytes, c.chars.size() - 1), c.bytes.size()) << c.kind;
+        }
+    }
 }
 
 }  // namespace

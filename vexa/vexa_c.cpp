@@ -6,6 +6,7 @@
 #include <cstring>
 #include <exception>
 #include <limits>
+#include <thread>
 
 #include "vexa/calc/expression.h"
 #include "vexa/core/utf8.h"
@@ -25,6 +26,17 @@ TreeUse::TreeUse(const vexa_expr& e) : m_e(e)
 }
 
 TreeUse::~TreeUse()
+{
+    m_e.tree_taken.store(false, std::memory_order_release);
+}
+
+TreeTurn::TreeTurn(const vexa_expr& e) : m_turn(e.tree_queue), m_e(e)
+{
+    while (e.tree_taken.exchange(true, std::memory_order_acquire))
+        std::this_thread::yield();
+}
+
+TreeTurn::~TreeTurn()
 {
     m_e.tree_taken.store(false, std::memory_order_release);
 }

@@ -41,7 +41,9 @@
  *     vexa_eval_many(_ex), vexa_gradient(_many), vexa_param_count,
  *     vexa_param_name and vexa_can_plot on the same vexa_expr: these run
  *     on a compiled form of the expression that is only read, each call in
- *     scratch memory of its own.
+ *     scratch memory of its own. Where no form could be made (registered
+ *     functions nested too deep), these calls take turns on the tree:
+ *     they wait, none is refused.
  *   - The other calls on one vexa_expr (vexa_eval_value, vexa_derivative,
  *     vexa_dump, vexa_tree_text, vexa_registered_calls, vexa_register) work
  *     on its tree and are for one thread at a time; a second one that
@@ -138,7 +140,9 @@ typedef struct vexa_report {
 /* vexa_eval_many with options and strides: point j of parameter i is
    columns[i][j * strides[i]] (strides NULL: all 1; a stride of 0 holds one
    value for every point). When some point threw, err tells of the first that
-   threw; otherwise of the first that failed. report may be NULL. */
+   threw; otherwise of the first that failed. report may be NULL. A count or
+   stride no buffer could match (a negative count turned unsigned) is refused
+   with VEXA_E_ARGUMENT before anything is written; so in vexa_gradient_many. */
 VEXA_API int vexa_eval_many_ex(vexa_expr* e, size_t n, const double* const* columns, const ptrdiff_t* strides,
                                double* results, const vexa_options* options, vexa_report* report,
                                vexa_error* err);

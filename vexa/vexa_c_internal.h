@@ -7,6 +7,7 @@
 #include <atomic>
 #include <exception>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -32,6 +33,13 @@ struct vexa_expr {
     // Evaluate rewrites the calculator's held parameters, so the tree serves
     // one call at a time.
     mutable std::atomic<bool> tree_taken{false};
+    // Evaluations of a handle without a form, which any number of threads
+    // may ask for, wait here for their turn on the tree. Private copies of
+    // the tree would not run in parallel either: a form is missing only
+    // where registered functions nest too deep to copy, and every copy
+    // would call the same registered calculators, which refuse a second
+    // caller with -1001.
+    mutable std::mutex tree_queue;
 };
 
 namespace vexa_c {
@@ -86,6 +94,21 @@ public:
     TreeUse& operator=(const TreeUse&) = delete;
 
 private:
+    const vexa_expr& m_e;
+};
+
+// The expression's tree for the lifetime of this object, after the
+// evaluations before it; it waits out a one-thread call (a dump, a
+// derivative) rather than refuse.
+class TreeTurn {
+public:
+    explicit TreeTurn(const vexa_expr& e);
+    ~TreeTurn();
+    TreeTurn(const TreeTurn&) = delete;
+    TreeTurn& operator=(const TreeTurn&) = delete;
+
+private:
+    std::lock_guard<std::mutex> m_turn;
     const vexa_expr& m_e;
 };
 

@@ -1,8 +1,10 @@
 // The C interface's evaluation: one point or many, values or exact
 // gradients, all through the compiled form.
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
+#include "vexa/compiled/point_bounds.h"
 #include "vexa/vexa_c.h"
 #include "vexa/vexa_c_internal.h"
 
@@ -42,6 +44,16 @@ void PointsNeeded(size_t n, const void* out)
 {
     if (n > 0 && !out)
         Fail(VEXA_E_ARGUMENT, "no result buffer");
+}
+
+// A count or stride no buffer can match is the host's mistake, told as such
+// before anything is written.
+void WithinReach(size_t n, const std::vector<vexa::Column>& cols, std::size_t per_point)
+{
+    const std::string why =
+        vexa_compiled::PointsBeyondReach(n, static_cast<int>(cols.size()), cols.data(), per_point);
+    if (!why.empty())
+        Fail(VEXA_E_ARGUMENT, why);
 }
 
 // The form, or the reason an expression without one cannot do what is asked.
@@ -122,7 +134,7 @@ int vexa_eval_ex(vexa_expr* e, const double* params, double* result, const vexa_
             std::vector<vexa::Column> columns;
             for (std::size_t k = 0; k < x.names.size(); ++k)
                 columns.push_back(vexa::Column::Held(params + k));
-            vexa_c::TreeUse use(x);
+            vexa_c::TreeTurn turn(x);
             const vexa::Report r = vexa::EvaluateMany(x.calc.get(), static_cast<int>(x.names.size()), 1,
                                                       columns.data(), result, OptionsOf(options));
             o = r.ok() ? vexa::Outcome{*result, vexa::Failure::kNone, 0}
@@ -148,9 +160,10 @@ int vexa_eval_many_ex(vexa_expr* e, size_t n, const double* const* columns, cons
         vexa_expr& x = Checked(e);
         PointsNeeded(n, results);
         const std::vector<vexa::Column> cols = ColumnsOf(x, n, columns, strides);
+        WithinReach(n, cols, 1);
         const vexa::Options opts = OptionsOf(options);
         if (!x.form) {
-            vexa_c::TreeUse use(x);
+            vexa_c::TreeTurn turn(x);
             const vexa::Report r = vexa::EvaluateMany(x.calc.get(), static_cast<int>(cols.size()), n, cols.data(),
                                                       results, opts);
             Tell(r, n, report, [&](std::size_t) { return vexa::Outcome{0.0, vexa::Failure::kNull, 0}; });
@@ -195,6 +208,7 @@ int vexa_gradient_many(vexa_expr* e, size_t n, const double* const* columns, con
         if (!x.names.empty())
             PointsNeeded(n, grads);
         const std::vector<vexa::Column> cols = ColumnsOf(x, n, columns, strides);
+        WithinReach(n, cols, std::max<std::size_t>(cols.size(), 1));
         const vexa::CompiledExpression& form = FormOf(x, "exact gradient");
         std::vector<double> own;
         if (!values) {

@@ -11,17 +11,25 @@ An array call evaluates the compiled form of the expression over all points
 with the interpreter lock released; values are bit for bit those of a call
 per point. The exact gradient (reverse mode) is ``e.gradient(...)``; the
 library's own derivative calculator is ``e.derivative(name)``.
+
+Points without a value follow numpy: a call with numbers raises
+:class:`EvaluationError`; an array call gives NaN there and emits one
+:class:`EvaluationWarning` that says how many points, the first one and why.
 """
 
 import collections
+import numbers
+import os
 import pickle
+import warnings
 
 import numpy as np
 
 from . import _vexa
+from ._version import __version__
 
 __all__ = ["Expression", "register", "unregister", "registered", "functions", "Function",
-           "VexaError", "ParseError", "EvaluationError"]
+           "VexaError", "ParseError", "EvaluationError", "EvaluationWarning", "__version__"]
 
 
 class VexaError(Exception):
@@ -67,7 +75,35 @@ class EvaluationError(VexaError, ArithmeticError):
         return type(self), (self.code, self.message)
 
 
+class EvaluationWarning(RuntimeWarning):
+    """Emitted once by an array call that left points NaN for want of a value.
+
+    failed: how many points; total: how many there were; index: the first
+    such point (flat index in C order); code: what it threw, or None for a
+    null value or a strict refusal; reason: the library's message for it.
+    """
+
+    def __init__(self, failed, total, index, code, reason, shape=None):
+        where = str(index)
+        if shape is not None and len(shape) > 1:
+            where += " " + str(tuple(int(i) for i in np.unravel_index(index, shape)))
+        super().__init__(f"{failed} of {total} points have no value (NaN there); "
+                         f"the first is point {where}: {reason}")
+        self.failed = failed
+        self.total = total
+        self.index = index
+        self.code = code
+        self.reason = reason
+        self.shape = shape
+
+    def __reduce__(self):
+        """Its fields, so that it crosses to other processes (Dask turns a
+        worker's warnings filtered as errors into exceptions it ships)."""
+        return type(self), (self.failed, self.total, self.index, self.code, self.reason, self.shape)
+
+
 Function = collections.namedtuple("Function", "name form summary")
+Function.__doc__ = "A built-in function: its name, its call form and a line on what it does."
 
 # How a registered function came about, so that an expression calling it can
 # be rebuilt in another process: text, parameter list, derivative indices and
@@ -79,13 +115,102 @@ _MISSING = object()
 
 
 def _param_list(params):
-    if params is None or isinstance(params, str):
-        return params
-    names = list(params)
-    for name in names:
-        if not isinstance(name, str) or "," in name:
-            raise TypeError("params is a str of comma-separated names or a list of names without commas")
-    return ",".join(names)
+    """The host's names as the library takes them, after refusing what the
+    library would silently turn into other names: an empty name, white space
+    inside one (dropped: "A B" would be AB) and a name given twice (names
+    match without regard to case). Spaces around a name are no part of it.
+
+    Returns the list and, for a str, where each of its characters stood in
+    it, so that a position the library reports can be told as typed."""
+    if params is None:
+        return None, None
+    if isinstance(params, str):
+        names = params.split(",")
+    else:
+        try:
+            names = list(params)
+        except TypeError:
+            raise TypeError("params is a str of comma-separated names or a list of names") from None
+        for name in names:
+            if not isinstance(name, str):
+                raise TypeError(f"params holds names as str, not {type(name).__name__}")
+            if "," in name:
+                raise ValueError(f"params: {name!r} holds a comma; give one name per entry")
+        if not names:
+            return None, None
+    seen = {}
+    for i, raw in enumerate(names):
+        name = raw.strip()
+        if not name:
+            raise ValueError(f"params: name {i + 1} of {len(names)} is empty ({params!r})")
+        if any(c.isspace() for c in name):
+            raise ValueError(f"params: {name!r} has white space inside; separate names with commas")
+        if name.upper() in seen:
+            raise ValueError(f"params: {name!r} is given twice (as {seen[name.upper()]!r})")
+        seen[name.upper()] = name
+    if not isinstance(params, str):
+        return ",".join(n.strip() for n in names), None
+    joined, typed, at = [], [], 0
+    for raw in names:
+        lead = len(raw) - len(raw.lstrip())
+        name = raw.strip()
+        if joined:
+            joined.append(",")
+            typed.append(at - 1)
+        joined.append(name)
+        typed.extend(range(at + lead, at + lead + len(name)))
+        at += len(raw) + 1
+    typed.append(len(params))
+    return "".join(joined), typed
+
+
+def _strict_flag(value):
+    if not isinstance(value, (bool, np.bool_)):
+        raise TypeError(f"strict is True or False, not {value!r}")
+    return bool(value)
+
+
+def _thread_count(value):
+    if isinstance(value, (bool, np.bool_)) or not isinstance(value, numbers.Integral):
+        raise TypeError(f"threads is a whole number (0: one per core), not {value!r}")
+    if not 0 <= value <= _MOST_THREADS:
+        raise ValueError(f"threads is 0 (one per core) or 1 to {_MOST_THREADS}, not {value}")
+    return int(value)
+
+
+# More threads than this are a mistake rather than a wish.
+_MOST_THREADS = 4096
+
+
+def _target(out, shape):
+    """The array results go to: a new one, or out after checking that it is
+    one the library can write in place."""
+    if out is None:
+        return np.empty(shape)
+    if not isinstance(out, np.ndarray):
+        raise TypeError(f"out is a numpy array, not {type(out).__name__}")
+    if out.dtype != np.float64:
+        raise TypeError(f"out has dtype {out.dtype}; the results are float64")
+    if out.shape != shape:
+        raise ValueError(f"out has shape {out.shape}; the results have shape {shape}")
+    if not out.flags.c_contiguous or not out.flags.writeable:
+        raise ValueError("out is a writable C-contiguous array")
+    return out
+
+
+def _apart_from(columns, result):
+    # The library's bulk calls take results that overlap no column (a block's
+    # results may be written before all of its values are read): an input
+    # that shares memory with the output is read from a copy.
+    return [c.copy() if isinstance(c, np.ndarray) and np.may_share_memory(c, result) else c
+            for c in columns]
+
+
+def _warn(summary, shape):
+    if summary is not None:
+        failed, index, code, reason = summary
+        total = int(np.prod(shape, dtype=np.int64))
+        warnings.warn(EvaluationWarning(failed, total, index, code, reason, shape), stacklevel=3)
 
 
 def _columns(arrays):
@@ -106,28 +231,59 @@ class Expression:
     names, or a list of names). Values go in by position in the final order
     (``params``) or by name (names match without regard to case).
 
-    strict: a refused call or a null value inside fails the point instead of
-    dropping the term. threads: for array calls, 1 the calling thread, N > 1
-    N threads, < 0 one per core.
+    strict (default True): a call that refuses its arguments, or a null
+    value inside, leaves the point without a value. With strict=False the
+    language's own rules apply: such a term is dropped where the language
+    drops it (``SQRT(X)+1`` at X = -1 is 1) and fails where it cannot be
+    combined (``1+SQRT(X)`` at X = -1 throws -10001).
+
+    threads: for array calls, 1 the calling thread, N > 1 N threads, 0 one
+    per core.
     """
 
-    __slots__ = ("_handle", "_names", "_text", "_params", "_chain", "_calls", "strict", "threads")
+    __slots__ = ("_handle", "_names", "_text", "_params", "_chain", "_calls", "_strict", "_threads")
 
-    def __init__(self, text, params=None, *, strict=False, threads=1):
+    def __init__(self, text, params=None, *, strict=True, threads=1):
+        """Parses text (raises ParseError, or ValueError/TypeError for a
+        parameter list or setting that cannot be right)."""
         if not isinstance(text, str):
             raise TypeError("the text is a str")
-        self._params = _param_list(params)
-        self._text = text
-        self._chain = ()
-        self._adopt(_vexa.parse(text, self._params))
-        self._calls = tuple(_registry.get(name) or _Definition(name, None, None, (), ())
-                            for name in self._handle.registered_calls())
         self.strict = strict
         self.threads = threads
+        self._params, typed = _param_list(params)
+        self._text = text
+        self._chain = ()
+        try:
+            self._adopt(_vexa.parse(text, self._params))
+        except ParseError as e:
+            if e.in_list and typed is not None and 0 <= e.position < len(typed):
+                e.position = typed[e.position]
+            raise
+        self._calls = tuple(_registry.get(name) or _Definition(name, None, None, (), ())
+                            for name in self._handle.registered_calls())
 
     def _adopt(self, handle):
         self._handle = handle
         self._names = handle.names
+
+    @property
+    def strict(self):
+        """Whether a refused call or a null value inside leaves a point
+        without a value (True) or follows the language's rules (False)."""
+        return self._strict
+
+    @strict.setter
+    def strict(self, value):
+        self._strict = _strict_flag(value)
+
+    @property
+    def threads(self):
+        """Threads of array calls: 1 the calling thread, N > 1 N threads, 0 one per core."""
+        return self._threads
+
+    @threads.setter
+    def threads(self, value):
+        self._threads = _thread_count(value)
 
     @property
     def params(self):
@@ -136,6 +292,7 @@ class Expression:
 
     @property
     def text(self):
+        """The text as it was parsed."""
         return self._text
 
     @property
@@ -178,37 +335,86 @@ class Expression:
     def _arrays(self, args, kwargs):
         return [np.asarray(v, dtype=np.float64) for v in self._bind(args, kwargs)]
 
-    def __call__(self, *args, **kwargs):
-        """A float for numbers; for arrays (numpy broadcasting) an array of
-        the broadcast shape, NaN where a point has no value."""
-        values = self._bind(args, kwargs)
-        if all(type(v) is float or type(v) is int for v in values):
-            return self._handle.eval(values, self.strict)
-        values = [np.asarray(v, dtype=np.float64) for v in values]
-        if all(v.ndim == 0 for v in values):
-            return self._handle.eval([float(v) for v in values], self.strict)
-        shape, columns = _columns(values)
-        out = np.empty(shape)
-        self._handle.eval_many(columns, out.reshape(-1), self.strict, self.threads)
-        return out
+    def _strict_of(self, strict):
+        return self._strict if strict is None else _strict_flag(strict)
 
-    def gradient(self, *args, **kwargs):
+    def _bulk_threads(self):
+        return self._threads or (os.cpu_count() or 1)
+
+    def __call__(self, *args, out=None, strict=None, **kwargs):
+        """The value at a point or at many.
+
+        Numbers give a float, or raise EvaluationError where the point has
+        no value. Arrays broadcast as numpy does and give an array of the
+        broadcast shape (written to out when given: float64, that shape,
+        C-contiguous), NaN where a point has no value, with one
+        EvaluationWarning for them all. strict overrides the expression's
+        for this call. The keywords out and strict, spelled so, are this
+        call's; a parameter of either name is given by position or in
+        upper case.
+        """
+        strict = self._strict_of(strict)
+        values = self._bind(args, kwargs)
+        if out is None:
+            if all(type(v) is float or type(v) is int for v in values):
+                return self._handle.eval(values, strict)
+            values = [np.asarray(v, dtype=np.float64) for v in values]
+            if all(v.ndim == 0 for v in values):
+                return self._handle.eval([float(v) for v in values], strict)
+        else:
+            values = [np.asarray(v, dtype=np.float64) for v in values]
+        shape, columns = _columns(values)
+        result = _target(out, shape)
+        summary = self._handle.eval_many(_apart_from(columns, result), result.reshape(-1), strict,
+                                         self._bulk_threads())
+        _warn(summary, shape)
+        return result
+
+    def gradient(self, *args, out=None, strict=None, **kwargs):
         """Exact partial derivatives in the final parameter order: shape
         (number of parameters,) for numbers, the broadcast shape followed by
-        it for arrays (NaN where the gradient fails)."""
+        it for arrays (into out when given), with NaN and one
+        EvaluationWarning where a point has none.
+
+        The exact gradient is always strict: a point where a term would be
+        dropped has no gradient, whatever the expression's strict says, and
+        strict=False is refused here.
+        """
+        if strict is not None and not _strict_flag(strict):
+            raise ValueError("the exact gradient is always strict: strict=False cannot be honoured")
         values = self._arrays(args, kwargs)
-        if all(v.ndim == 0 for v in values):
+        if out is None and all(v.ndim == 0 for v in values):
             return self._handle.gradient([float(v) for v in values])
         shape, columns = _columns(values)
-        out = np.empty(shape + (len(self._names),))
-        self._handle.gradient_many(columns, out.reshape(-1), self.threads)
-        return out
+        result = _target(out, shape + (len(self._names),))
+        summary = self._handle.gradient_many(_apart_from(columns, result), result.reshape(-1),
+                                             self._bulk_threads())
+        _warn(summary, shape)
+        return result
 
-    def evaluate(self, *args, **kwargs):
+    def evaluate(self, *args, strict=None, **kwargs):
         """One point with values of any shape: numbers, vectors of shape (n,)
-        and matrices of shape (m, n); the result is a float or an array."""
-        values = [np.ascontiguousarray(v) for v in self._arrays(args, kwargs)]
-        return self._handle.eval_value(values)
+        and matrices of shape (m, n); the result is a float or an array.
+        Raises EvaluationError where there is no value.
+
+        With numbers only, strict is honoured as by a call. Vectors and
+        matrices are evaluated by the tree, which follows the language's
+        rules even in strict mode (a term dropped there is not seen).
+        """
+        strict = self._strict_of(strict)
+        arrays = self._arrays(args, kwargs)
+        numbers_only = all(v.ndim == 0 for v in arrays)
+        values = [np.ascontiguousarray(v) for v in arrays]
+        if not strict or not numbers_only:
+            return self._handle.eval_value(values)
+        try:
+            return self._handle.eval([float(v) for v in values], True)
+        except EvaluationError:
+            # numbers may still make a vector, which only the tree gives
+            value = self._handle.eval_value(values)
+            if isinstance(value, float):
+                raise
+            return value
 
     def derivative(self, param):
         """The library's derivative calculator with respect to a parameter
@@ -217,7 +423,7 @@ class Expression:
         d = Expression.__new__(Expression)
         d._adopt(self._handle.derivative(index))
         d._text, d._params, d._chain, d._calls = self._text, self._params, self._chain + (index,), self._calls
-        d.strict, d.threads = self.strict, self.threads
+        d._strict, d._threads = self._strict, self._threads
         return d
 
     def dump(self):
@@ -225,13 +431,18 @@ class Expression:
         return self._handle.dump()
 
     def __str__(self):
+        """The tree on one line."""
         return self._handle.tree_text()
 
     def __repr__(self):
+        """The call that rebuilds the expression (registered functions aside)."""
         text = f"vexa.Expression({self._text!r}, params={self._params!r})"
         return text + "".join(f".derivative({i})" for i in self._chain)
 
     def __reduce__(self):
+        """Text, parameter list, derivative chain, settings and the
+        definitions of the registered functions called, which unpickling
+        registers where they are missing."""
         _check_picklable(self._calls)
         return _rebuild, (self._text, self._params, self._chain, self._calls, self.strict, self.threads)
 

@@ -35,6 +35,9 @@ struct ExpressionAccess {
     // Whether e's tree was compiled into a program (known after its first
     // evaluation).
     static bool RunsCompiled(const Expression& e) { return e.m_fast_path != nullptr; }
+    // The one-step evaluation e's Evaluate takes: it changes once e's
+    // program has become machine code.
+    static ICalculator::FastEvaluate FastPath(const Expression& e) { return e.m_fast_path; }
     // The held parameters, read without a call into the exported accessors.
     static int ParamCount(const Expression& e) { return e.m_param_count; }
     static VEXA_Data* Params(const Expression& e) { return e.m_params; }

@@ -11,6 +11,7 @@
 
 #include "vexa/calc/builtin_math.h"
 #include "vexa/compiled/lanes.h"
+#include "vexa/compiled/stack_room.h"
 
 namespace vexa_compiled {
 
@@ -311,6 +312,10 @@ void Instruction(const Unit& u, Space& s, const Instr& in, int lanes, std::uint8
 void CallLanes(const Callee& c, std::size_t level, Space& s, const double** args, int count, int lanes, double* out,
                std::uint8_t* stop)
 {
+    if (!RoomForStep()) {
+        MarkAll(stop, lanes, kTooDeep);
+        return;
+    }
     if (level == c.shifted.size()) {
         RunBlock(*c.unit, s, args, lanes, out, stop);
         return;

@@ -9,10 +9,12 @@
 #include <thread>
 #include <typeinfo>
 
+#include "vexa/calc/call_errors.h"
 #include "vexa/calc/expression.h"
 #include "vexa/compiled/block_run.h"
 #include "vexa/compiled/form.h"
 #include "vexa/compiled/machine_gradient.h"
+#include "vexa/compiled/point_bounds.h"
 #include "vexa/compiled/point_run.h"
 #include "vexa/compiled/snapshot.h"
 #include "vexa/core/data_access.h"
@@ -71,6 +73,8 @@ Outcome AfterStop(Space& s, StopReason why, bool strict, const double* params)
 {
     if (why == kZeroDivisor)
         return Failed(Failure::kThrown, -10001);
+    if (why == kTooDeep)
+        return Failed(Failure::kThrown, vexa::kCallsTooDeep);
     if (strict && why == kRefusal)
         return Failed(Failure::kRefused);
     return TreeOutcome(s, params);
@@ -233,11 +237,14 @@ Report Split(const Form& f, std::size_t n, const Options& options, Work work)
     std::size_t threads = options.threads > 0 ? static_cast<std::size_t>(options.threads)
                                               : std::max(1u, std::thread::hardware_concurrency());
     const std::size_t block = static_cast<std::size_t>(f.block);
-    const std::size_t blocks = (n + block - 1) / block;
+    // Counts near SIZE_MAX are refused before this; still, nothing here may
+    // wrap: thread t starts at block t * (blocks / threads) + min(t, blocks % threads).
+    const std::size_t blocks = n / block + (n % block != 0);
     threads = std::max<std::size_t>(1, std::min(threads, blocks));
+    const std::size_t each = blocks / threads, extra = blocks % threads;
     std::vector<std::size_t> bounds(threads + 1);
     for (std::size_t t = 0; t <= threads; ++t)
-        bounds[t] = std::min(n, blocks * t / threads * block);
+        bounds[t] = std::min(n, (each * t + std::min(t, extra)) * block);
     std::vector<Report> parts(threads);
     std::vector<std::exception_ptr> errors(threads);
     auto run = [&](std::size_t t) {
@@ -348,6 +355,7 @@ Outcome CompiledExpression::Gradient(const double* params, double* grad, Workspa
 Report CompiledExpression::EvaluateMany(std::size_t n, const Column* columns, double* results,
                                         const Options& options) const
 {
+    vexa_compiled::CheckPoints(n, m_form->params, columns, 1);
     return Split(*m_form, n, options, [&](Space& s, std::size_t begin, std::size_t end, Report& report) {
         EvaluateRange(s, begin, end, columns, results, options, report);
     });
@@ -356,6 +364,7 @@ Report CompiledExpression::EvaluateMany(std::size_t n, const Column* columns, do
 Report CompiledExpression::GradientMany(std::size_t n, const Column* columns, double* values, double* grads,
                                         const Options& options) const
 {
+    vexa_compiled::CheckPoints(n, m_form->params, columns, static_cast<std::size_t>(std::max(m_form->params, 1)));
     return Split(*m_form, n, options, [&](Space& s, std::size_t begin, std::size_t end, Report& report) {
         GradientRange(s, begin, end, columns, values, grads, options, report);
     });
@@ -371,6 +380,7 @@ Workspace::~Workspace()
 Report EvaluateMany(ICalculator* calc, int params, std::size_t n, const Column* columns, double* results,
                     const Options& options)
 {
+    vexa_compiled::CheckPoints(n, std::max(params, 0), columns, 1);
     if (std::unique_ptr<CompiledExpression> form = CompiledExpression::Make(calc, params))
         return form->EvaluateMany(n, columns, results, options);
     Report report;

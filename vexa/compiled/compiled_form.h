@@ -120,7 +120,9 @@ public:
     Outcome Evaluate(const double* params, Workspace& ws, bool strict = false) const;
 
     // results[i] for point i of n; columns has paramCount() entries, and
-    // results must not overlap them.
+    // results must not overlap them. A count (or a stride) no buffer could
+    // match, such as a negative count turned unsigned, is refused with
+    // std::length_error before anything is written; so in GradientMany.
     Report EvaluateMany(std::size_t n, const Column* columns, double* results,
                         const Options& options = Options()) const;
 

@@ -11,6 +11,7 @@
 #include "vexa/compiled/lanes.h"
 #include "vexa/compiled/machine_gradient.h"
 #include "vexa/compiled/snapshot.h"
+#include "vexa/compiled/stack_room.h"
 #include "vexa/tree/owning_step_calculator.h"
 #include "vexa/tree/variable_param.h"
 
@@ -121,6 +122,9 @@ class Builder {
 public:
     explicit Builder(Form& form) : m_form(form) {}
 
+    // Whether a unit was left without its program for want of stack.
+    bool noRoom() const { return m_no_room; }
+
     const Unit* UnitOf(Expression& e)
     {
         const auto found = m_units.find(&e);
@@ -131,6 +135,10 @@ public:
         u->id = static_cast<int>(m_form.units.size());
         m_form.units.push_back(std::move(made));
         m_units.emplace(&e, u);
+        if (!RoomForStep()) {
+            m_no_room = true;
+            return u;
+        }
         u->program = Compile(ExpressionAccess::Root(e), &e);
         if (u->program && !Describe(*u)) {
             u->program.reset();
@@ -159,6 +167,7 @@ private:
 
     Form& m_form;
     std::map<Expression*, const Unit*> m_units;
+    bool m_no_room = false;
 };
 
 // One more than the highest parameter index the tree reads.
@@ -193,6 +202,10 @@ std::unique_ptr<Form> MakeForm(Expression& e, int params, std::string& why)
         return nullptr;
     Builder builder(*form);
     builder.UnitOf(*form->snapshot);
+    if (builder.noRoom()) {
+        why = "the thread's stack has no room left to compile it";
+        return nullptr;
+    }
     form->params = params >= 0 ? params : ReadCount(*form->snapshot);
     // A derivative tree can compile into tens of thousands of registers.
     const std::size_t kMostBlockBytes = 1u << 20;

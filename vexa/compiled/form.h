@@ -29,6 +29,7 @@ enum StopReason : std::uint8_t {
     kRefusal = 1,      // a built-in refused its arguments, or a null value arose
     kZeroDivisor = 2,  // a division by zero, where the tree throws -10001
     kTreeOnly = 3,     // a call only the tree can evaluate
+    kTooDeep = 4,      // no stack left for a call: refused with -1002
 };
 
 struct Unit;

@@ -38,10 +38,22 @@ using vexa_core::DataAccess;
 // runs such programs.
 constexpr int kMaxCount = 256;
 constexpr std::size_t kMaxInstructions = 20000;
+// Register homes are addressed with 32-bit displacements.
+constexpr std::size_t kMaxRegisters = std::size_t(1) << 24;
 // Stack room for argument lists (the longest built-in takes 34), sized so
-// that calls stay 16-byte aligned after the six pushes of the frame.
+// that calls stay 16-byte aligned after the six pushes of the frame. Every
+// list written here is checked against it when the code is made; calls of
+// other calculators, which may pass any number of arguments, never use it.
 constexpr std::int32_t kScratch = 272;
 constexpr std::int32_t kFrame = kScratch + 8;
+constexpr std::uint32_t kScratchSlots = kScratch / 8;
+// A central difference done in place keeps its first value in the last
+// slots but one, above the arguments it writes.
+constexpr std::int32_t kFirstValue = kScratch - 16;
+constexpr std::uint32_t kSlotsBelowFirst = kFirstValue / 8;
+// Arguments passed in xmm registers, as the calling convention allows.
+constexpr std::uint32_t kXmmArgs = 8;
+static_assert(kScratchSlots >= 3 + vexa_math::kMaxCoefficients, "the longest built-in list fits the scratch room");
 // Rows 1 and columns 1 read as one 8-byte word: the shape of a scalar.
 constexpr std::uint64_t kScalarShape = 0x0000000100000001ULL;
 constexpr std::uint64_t kAbsMask = 0x7FFFFFFFFFFFFFFFULL;
@@ -77,12 +89,16 @@ int CallDifference(const DiffChain* chain, const double* args, int n, double* ou
 }
 
 // 0: out holds the scalar result; 1: hand over to the tree; 2: the call
-// threw, and the exception waits in space for the code to leave.
-int CallCalculator(CallSpace* space, ICalculator* calc, const double* args, int n, double* out)
+// threw, and the exception waits in space for the code to leave. The
+// arguments are read from their registers here, not copied by the code: a
+// call may pass any number of them, and space->args was checked to hold n
+// when the code was made.
+int CallCalculator(CallSpace* space, ICalculator* calc, const std::uint32_t* regs, const double* r, int n,
+                   double* out)
 {
     try {
         for (int k = 0; k < n; ++k)
-            DataAccess::AssignScalar(space->args[static_cast<std::size_t>(k)], args[k]);
+            DataAccess::AssignScalar(space->args[static_cast<std::size_t>(k)], r[regs[k]]);
         VEXA_Data result;
         vexa_calc::CallFunction(calc, n, space->args.data(), result);
         if (!DataAccess::IsScalar(result))
@@ -267,11 +283,11 @@ private:
     void PolynomialStep(const Instr& in, std::size_t at);
     void MoveTo(int xmm, std::uint32_t reg);
     void CompareWith(int xmm, std::uint32_t reg);
-    void List(const Instr& in, std::size_t at);
+    bool List(const Instr& in, std::size_t at);
     void WriteArgs(const Instr& in, int from);
-    void Difference(const Instr& in, std::size_t at);
+    bool Difference(const Instr& in, std::size_t at);
     void CallShifted(std::uint64_t kernel, int lead, const Instr& in, int shifted, bool up);
-    void CallOther(const Instr& in, std::size_t at);
+    bool CallOther(const Instr& in, std::size_t at);
     void Prologue();
     void Epilogue();
     void CopyParameters();
@@ -664,7 +680,8 @@ void Generator::PolynomialStep(const Instr& in, std::size_t at)
     DefineFromXmm0(in.d);
 }
 
-// Argument values from index from on, into the scratch room.
+// Argument values from index from on, into the scratch room (the caller
+// checked that they fit).
 void Generator::WriteArgs(const Instr& in, int from)
 {
     const std::uint32_t* regs = m_program.argRegisters().data() + in.a;
@@ -674,13 +691,19 @@ void Generator::WriteArgs(const Instr& in, int from)
     }
 }
 
-void Generator::List(const Instr& in, std::size_t at)
+// False where the list does not fit the registers and scratch room the
+// call passes it in.
+bool Generator::List(const Instr& in, std::size_t at)
 {
     const Op op = static_cast<Op>(in.op);
     const std::uint32_t* regs = m_program.argRegisters().data() + in.a;
-    SpillAll(at);
     int lead = 0;
-    if (const std::uint64_t series = SeriesFunction(op, lead)) {
+    const std::uint64_t series = SeriesFunction(op, lead);
+    if (series ? in.b < static_cast<std::uint32_t>(lead) || in.b - static_cast<std::uint32_t>(lead) > kScratchSlots
+               : in.b > kXmmArgs || !ListFunction(op))
+        return false;
+    SpillAll(at);
+    if (series) {
         WriteArgs(in, lead);
         for (int k = 0; k < lead; ++k)
             LoadTo(k, regs[k]);
@@ -693,6 +716,7 @@ void Generator::List(const Instr& in, std::size_t at)
         CallAddress(ListFunction(op));
     }
     DefineFromXmm0(in.d);
+    return true;
 }
 
 // One evaluation of a central difference's built-in, with argument shifted
@@ -729,17 +753,20 @@ void Generator::CallShifted(std::uint64_t kernel, int lead, const Instr& in, int
     CallAddress(kernel);
 }
 
-void Generator::Difference(const Instr& in, std::size_t at)
+bool Generator::Difference(const Instr& in, std::size_t at)
 {
-    SpillAll(at);
     // A single difference of a built-in that never refuses is done here:
     // (f(.., h + x, ..) - f(.., x - h, ..)) / (h + h).
     const DiffChain& chain = m_program.chains()[in.c];
     int lead = -1;
     const std::uint64_t kernel = chain.shifted.size() == 1 ? Kernel(static_cast<Op>(chain.base), lead) : 0;
     const int shifted = chain.shifted.empty() ? -1 : chain.shifted[0];
-    if (kernel && shifted >= 0 && shifted < static_cast<int>(in.b)) {
-        const Mem first{rsp, kScratch - 16};
+    const bool fits = lead >= 0 ? in.b >= static_cast<std::uint32_t>(lead) &&
+                                      in.b - static_cast<std::uint32_t>(lead) <= kSlotsBelowFirst
+                                : in.b <= kXmmArgs;
+    if (kernel && shifted >= 0 && shifted < static_cast<int>(in.b) && fits) {
+        SpillAll(at);
+        const Mem first{rsp, kFirstValue};
         CallShifted(kernel, lead, in, shifted, true);
         m_em.MovsdStore(first, 0);
         CallShifted(kernel, lead, in, shifted, false);
@@ -748,8 +775,11 @@ void Generator::Difference(const Instr& in, std::size_t at)
         m_em.ArithPool(0x5E, 1, m_two_steps);
         m_em.Movapd(0, 1);
         DefineFromXmm0(in.d);
-        return;
+        return true;
     }
+    if (in.b > kScratchSlots)
+        return false;
+    SpillAll(at);
     WriteArgs(in, 0);
     m_em.MovImm64(rdi, reinterpret_cast<std::uint64_t>(&m_program.chains()[in.c]));
     m_em.Lea(rsi, {rsp, 0});
@@ -759,17 +789,22 @@ void Generator::Difference(const Instr& in, std::size_t at)
     m_em.CmpImm32(rax, 0);
     m_em.Jump(kEqual, m_stop);
     m_in_memory[in.d] = true;
+    return true;
 }
 
-void Generator::CallOther(const Instr& in, std::size_t at)
+// The callee reads its arguments from their homes, where the spill leaves
+// every value still needed.
+bool Generator::CallOther(const Instr& in, std::size_t at)
 {
+    if (in.b > m_space->args.size() || in.b > std::numeric_limits<std::int32_t>::max())
+        return false;
     SpillAll(at);
-    WriteArgs(in, 0);
     m_em.MovImm64(rdi, reinterpret_cast<std::uint64_t>(m_space));
     m_em.MovImm64(rsi, reinterpret_cast<std::uint64_t>(m_program.calls()[in.c]));
-    m_em.Lea(rdx, {rsp, 0});
-    m_em.MovImm32(rcx, in.b);
-    m_em.Lea(r8, Home(in.d));
+    m_em.MovImm64(rdx, reinterpret_cast<std::uint64_t>(m_program.argRegisters().data() + in.a));
+    m_em.MovReg(rcx, m_base);
+    m_em.MovImm32(r8, in.b);
+    m_em.Lea(r9, Home(in.d));
     CallAddress(Address(CallCalculator));
     m_em.CmpImm32(rax, 0);
     const int done = m_em.NewLabel();
@@ -779,6 +814,7 @@ void Generator::CallOther(const Instr& in, std::size_t at)
     m_em.Jump(m_thrown);
     m_em.Bind(done);
     m_in_memory[in.d] = true;
+    return true;
 }
 
 // The code gives the tree's bits in the default floating-point environment
@@ -928,9 +964,9 @@ void Generator::EmitExits()
 bool Generator::Emit()
 {
     const std::vector<Instr>& code = m_program.code();
-    if (m_count < 0 || m_count > kMaxCount || code.size() > kMaxInstructions)
-        return false;
     const std::size_t registers = m_program.initialRegisters().size();
+    if (m_count < 0 || m_count > kMaxCount || code.size() > kMaxInstructions || registers > kMaxRegisters)
+        return false;
     m_uses.assign(registers, {});
     m_cursor.assign(registers, 0);
     m_last.assign(registers, kNever);
@@ -1008,14 +1044,18 @@ bool Generator::Emit()
             Unary(in, i);
         else if (op == kPow || (op >= kAtan2 && op <= kSign))
             Binary(in, i);
-        else if (op >= kIf && op <= kForsin)
-            List(in, i);
-        else if (op == kNumDiff)
-            Difference(in, i);
-        else if (op == kCall)
-            CallOther(in, i);
-        else
+        else if (op >= kIf && op <= kForsin) {
+            if (!List(in, i))
+                return false;
+        } else if (op == kNumDiff) {
+            if (!Difference(in, i))
+                return false;
+        } else if (op == kCall) {
+            if (!CallOther(in, i))
+                return false;
+        } else {
             return false;
+        }
     }
     StoreResult();
     EmitExits();

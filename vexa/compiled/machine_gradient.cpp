@@ -27,8 +27,13 @@ constexpr std::uint64_t kOne = 0x3FF0000000000000ULL;
 constexpr std::uint64_t kSignMask = 0x8000000000000000ULL;
 constexpr std::uint64_t kAbsMask = 0x7FFFFFFFFFFFFFFFULL;
 // Stack room for a built-in's arguments (the longest takes 34), sized so
-// that calls stay 16-byte aligned after the four pushes.
-constexpr std::int32_t kFrame = 8 * 34 + 8;
+// that calls stay 16-byte aligned after the four pushes. A longer list is
+// refused when the code is made, never written past the room.
+constexpr std::uint32_t kArgSlots = 34;
+constexpr std::int32_t kFrame = 8 * kArgSlots + 8;
+// The gradient is written with 32-bit displacements from the argument
+// pointer.
+constexpr int kMaxCount = 1 << 24;
 
 // What a step answers when it threw: the exception waits in the call.
 constexpr int kThrew = 255;
@@ -150,7 +155,7 @@ private:
     int Adjoint(std::uint32_t r);
     void Arithmetic(const Unit::Step& step);
     void Called(const Unit::Step& step);
-    void Builtin(const Unit::Step& step);
+    bool Builtin(const Unit::Step& step);
     bool Selection(const Unit::Step& step);
     void Group(std::size_t begin, std::size_t end);
     void Sweep();
@@ -261,9 +266,11 @@ void Generator::Called(const Unit::Step& step)
 
 // The arguments go to the stack; the op's own kernel writes the value
 // straight to its register, the partials to the tape (none where the result
-// depends on no parameter).
-void Generator::Builtin(const Unit::Step& step)
+// depends on no parameter). False for a list longer than the room.
+bool Generator::Builtin(const Unit::Step& step)
 {
+    if (step.count > kArgSlots)
+        return false;
     const std::uint32_t* o = m_unit.operands.data() + step.first;
     for (std::uint32_t k = 0; k < step.count; ++k) {
         int x = m_cache.Find(o[k]);
@@ -285,6 +292,7 @@ void Generator::Builtin(const Unit::Step& step)
     m_em.CmpImm32(rax, kGoes);
     m_em.Jump(kNotEqual, m_leave);
     m_cache.Clear();
+    return true;
 }
 
 // ABS, SIGN, MAX and MIN written out: their values as the value's machine
@@ -471,7 +479,7 @@ bool Generator::Emit()
 {
     const Program& p = *m_unit.program;
     if (m_unit.steps.size() > kMaxSteps || p.initialRegisters().size() > kMaxRegisters ||
-        m_unit.tape.size() > kMaxRegisters || m_count < p.neededParams())
+        m_unit.tape.size() > kMaxRegisters || m_count < p.neededParams() || m_count > kMaxCount)
         return false;
     m_leave = m_em.NewLabel();
     m_one = m_em.Constant(kOne);
@@ -496,14 +504,16 @@ bool Generator::Emit()
         m_cache.Unpin();
     }
     for (const Unit::Step& step : m_unit.steps) {
-        if (step.op == kAdd || step.op == kSub || step.op == kMul || step.op == kDiv)
+        if (step.op == kAdd || step.op == kSub || step.op == kMul || step.op == kDiv) {
             Arithmetic(step);
-        else if (Selection(step))
+        } else if (Selection(step)) {
             continue;
-        else if (IsBuiltin(step.op))
-            Builtin(step);
-        else
+        } else if (IsBuiltin(step.op)) {
+            if (!Builtin(step))
+                return false;
+        } else {
             Called(step);
+        }
     }
     const int value = Value(p.resultRegister());
     m_em.MovsdStore({r14, Field(offsetof(GradientCall, value))}, value);

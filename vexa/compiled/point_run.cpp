@@ -6,6 +6,7 @@
 
 #include "vexa/calc/builtin_math.h"
 #include "vexa/compiled/builtin_gradient.h"
+#include "vexa/compiled/stack_room.h"
 #include "vexa/core/float_ops.h"
 
 namespace vexa_compiled {
@@ -36,6 +37,8 @@ template <typename Base>
 StopReason Differenced(const std::vector<int>& shifted, std::size_t level, double* args, int n, double& value,
                        double* partials, Base& base)
 {
+    if (!RoomForStep())
+        return kTooDeep;
     if (level == shifted.size())
         return base(args, value, partials);
     const int k = shifted[level];

@@ -6,6 +6,7 @@
 
 #include "vexa/calc/calculator_access.h"
 #include "vexa/calc/expression_access.h"
+#include "vexa/compiled/stack_room.h"
 #include "vexa/tree/constant_param.h"
 #include "vexa/tree/function_node.h"
 #include "vexa/tree/operater_node.h"
@@ -104,6 +105,8 @@ private:
     {
         if (!node)
             return nullptr;
+        if (!RoomForStep())
+            throw Unfaithful{"the thread's stack has no room left to copy it"};
         const std::type_info& type = typeid(*node);
         if (type == typeid(ConstantParam))
             return std::unique_ptr<INode>(node->Copy(to));

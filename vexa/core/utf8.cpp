@@ -6,34 +6,52 @@ namespace vexa {
 
 namespace {
 
-// The code point that starts at utf8[i] and the bytes it takes; a malformed
-// sequence is U+FFFD of one byte.
+// The code point that starts at utf8[i] and the bytes it takes. An
+// ill-formed sequence is one U+FFFD for its longest start that some
+// well-formed sequence shares (at least one byte), so a decoder resumes where
+// a reader of the text would: overlong forms, surrogates and values above
+// U+10FFFF never become characters the tokenizer would act on.
 std::size_t DecodeAt(const std::string& utf8, std::size_t i, char32_t& cp)
 {
     const std::size_t n = utf8.size();
     const unsigned char c = static_cast<unsigned char>(utf8[i]);
-    int extra = 0;
     if (c < 0x80) {
         cp = c;
-    } else if ((c & 0xE0) == 0xC0) {
+        return 1;
+    }
+    int extra = 0;
+    // The range of the second byte; every later one is 80..BF.
+    unsigned char low = 0x80, high = 0xBF;
+    if (c >= 0xC2 && c <= 0xDF) {
         extra = 1;
         cp = c & 0x1F;
-    } else if ((c & 0xF0) == 0xE0) {
+    } else if (c >= 0xE0 && c <= 0xEF) {
         extra = 2;
         cp = c & 0x0F;
-    } else if ((c & 0xF8) == 0xF0) {
+        if (c == 0xE0)
+            low = 0xA0;  // below: overlong
+        else if (c == 0xED)
+            high = 0x9F;  // above: surrogates
+    } else if (c >= 0xF0 && c <= 0xF4) {
         extra = 3;
         cp = c & 0x07;
+        if (c == 0xF0)
+            low = 0x90;  // below: overlong
+        else if (c == 0xF4)
+            high = 0x8F;  // above: beyond U+10FFFF
     } else {
+        // C0, C1 (only overlong forms), F5..FF and a stray continuation byte.
         cp = 0xFFFD;
         return 1;
     }
     for (int k = 1; k <= extra; ++k) {
-        if (i + k >= n || (static_cast<unsigned char>(utf8[i + k]) & 0xC0) != 0x80) {
+        const unsigned char b = i + k < n ? static_cast<unsigned char>(utf8[i + k]) : 0;
+        const bool fits = i + k < n && (k == 1 ? b >= low && b <= high : (b & 0xC0) == 0x80);
+        if (!fits) {
             cp = 0xFFFD;
-            return 1;
+            return static_cast<std::size_t>(k);
         }
-        cp = (cp << 6) | (static_cast<unsigned char>(utf8[i + k]) & 0x3F);
+        cp = (cp << 6) | (b & 0x3F);
     }
     return 1 + static_cast<std::size_t>(extra);
 }

@@ -13,7 +13,10 @@ namespace vexa {
 // Code units that are no Unicode scalar value become U+FFFD.
 VEXA_API std::string ToUtf8(const std::wstring& wide);
 
-// Malformed sequences become U+FFFD, one per offending byte.
+// Ill-formed sequences become U+FFFD, one for each maximal start of a
+// well-formed sequence, else one per byte (Unicode's "maximal subpart"
+// practice): overlong forms, surrogates, values above U+10FFFF, truncated
+// sequences and stray continuation bytes all do.
 VEXA_API std::wstring FromUtf8(const std::string& utf8);
 
 // The byte offset in utf8 of the character FromUtf8(utf8)[chars] (the size

@@ -24,27 +24,21 @@ std::wstring NumberText(double x)
     return text;
 }
 
-// A node whose subtree is complete, rendered from its children's texts.
-struct Pending {
-    TreeNodeInfo info;
-    std::vector<std::wstring> parts;
+// A node whose text is being written: its children follow in the walk.
+struct Open {
+    NodeKind kind;
+    wchar_t symbol;
+    std::size_t children;  // as many as the node says it has
+    std::size_t seen;
+    bool shown;    // false inside a node whose text leaves its children out
+    bool grouped;  // a parenthesis to close
 };
 
-std::wstring Render(const Pending& p)
+// The text of a node without children of its own, or the start of a call.
+std::wstring LeafText(const TreeNodeInfo& info)
 {
-    const TreeNodeInfo& info = p.info;
     switch (info.kind) {
-    case NodeKind::kOperator: {
-        std::wstring text = p.parts.empty() ? std::wstring() : p.parts[0];
-        text += info.symbol;
-        return p.parts.size() > 1 ? text + p.parts[1] : text;
-    }
-    case NodeKind::kCall: {
-        std::wstring text = info.function + L"(";
-        for (std::size_t i = 0; i < p.parts.size(); ++i)
-            text += (i ? L", " : L"") + p.parts[i];
-        return text + L")";
-    }
+    case NodeKind::kCall: return info.function + L"(";
     case NodeKind::kConstant: return ValueText(info.value);
     case NodeKind::kParameter:
         return info.parameter_name.empty() ? L"v:" + std::to_wstring(info.parameter) : info.parameter_name;
@@ -79,33 +73,76 @@ std::wstring ValueText(const VEXA_Data& value)
 
 std::wstring TreeText(INode* root, const std::vector<std::wstring>* names)
 {
-    // The walk gives parents first; a node is rendered once its last child
-    // is, which keeps deep trees off the C stack here too.
-    std::vector<Pending> open;
-    std::wstring result;
+    // Written in one pass as the walk goes (parents first), each character
+    // once: building a node's text from its children's texts would copy a
+    // text once per level above it, length times depth. The walk's heap
+    // stack keeps deep trees off the C stack.
+    std::vector<Open> open;
+    std::wstring out;
+    bool complete = false;
+    // Closes every node whose last child has been written.
+    auto close = [&]() {
+        while (!open.empty() && open.back().seen >= open.back().children) {
+            const Open done = open.back();
+            open.pop_back();
+            if (done.shown) {
+                if (done.kind == NodeKind::kOperator && done.children == 1)
+                    out += done.symbol;
+                else if (done.kind == NodeKind::kCall)
+                    out += L')';
+                if (done.grouped)
+                    out += L')';
+            }
+            if (open.empty())
+                complete = true;
+        }
+    };
     WalkTree(
         root,
         [&](const TreeNodeInfo& info) {
-            open.push_back(Pending{info, {}});
-            while (!open.empty() && open.back().parts.size() >= static_cast<std::size_t>(open.back().info.child_count)) {
-                const Pending done = std::move(open.back());
-                open.pop_back();
-                std::wstring text = Render(done);
-                if (open.empty()) {
-                    result = std::move(text);
-                    break;
+            bool shown = true, inOperation = false;
+            if (!open.empty()) {
+                Open& parent = open.back();
+                const std::size_t index = parent.seen++;
+                shown = parent.shown;
+                if (parent.kind == NodeKind::kOperator) {
+                    // An operation shows its first two operands only.
+                    shown = shown && index < 2;
+                    inOperation = true;
+                    if (shown && index == 1)
+                        out += parent.symbol;
+                } else if (parent.kind == NodeKind::kCall) {
+                    if (shown && index > 0)
+                        out += L", ";
+                } else {
+                    shown = false;
                 }
-                // Inside an operation, an operation or a negative number is
-                // parenthesised; an argument stands alone.
-                const bool group = done.info.kind == NodeKind::kOperator || (!text.empty() && text[0] == L'-');
-                if (open.back().info.kind == NodeKind::kOperator && group)
-                    text = L"(" + text + L")";
-                open.back().parts.push_back(std::move(text));
             }
-            return true;
+            const std::size_t children = static_cast<std::size_t>(info.child_count);
+            bool grouped = false;
+            if (info.kind == NodeKind::kOperator) {
+                // Inside an operation, an operation is parenthesised.
+                grouped = shown && inOperation;
+                if (grouped)
+                    out += L'(';
+                if (shown && children == 0)
+                    out += info.symbol;
+            } else if (shown) {
+                // So is a negative number; an argument stands alone.
+                const std::wstring text = LeafText(info);
+                grouped = inOperation && !text.empty() && text[0] == L'-';
+                if (grouped)
+                    out += L'(';
+                out += text;
+            }
+            open.push_back(Open{info.kind, info.symbol, children, 0, shown, grouped});
+            close();
+            return !complete;
         },
         names);
-    return result;
+    if (!complete)
+        out.clear();
+    return out;
 }
 
 std::wstring TreeText(ICalculator* calc, const std::vector<std::wstring>* names)
