@@ -145,29 +145,6 @@ void Emitter::Test(int a, int b)
     ModRMReg(b, a);
 }
 
-void Emitter::MovLoad32(int r, Mem m)
-{
-    Rex(false, r, m.base);
-    Byte(0x8B);
-    ModRM(r, m);
-}
-
-void Emitter::AndImm32(int r, std::int32_t v)
-{
-    Rex(false, 0, r);
-    Byte(0x81);
-    ModRMReg(4, r);
-    U32(static_cast<std::uint32_t>(v));
-}
-
-void Emitter::Stmxcsr(Mem m)
-{
-    Rex(false, 0, m.base);
-    Byte(0x0F);
-    Byte(0xAE);
-    ModRM(3, m);
-}
-
 void Emitter::AddRsp(std::int32_t v)
 {
     Rex(true, 0, rsp);

@@ -53,9 +53,6 @@ public:
     void CmpImm32(int r, std::int32_t v);   // flags of r32 - v
     void CmpMemImm32(Mem m, std::int32_t v);  // flags of dword [m] - v
     void Test(int a, int b);
-    void MovLoad32(int r, Mem m);          // mov r32, dword [m]
-    void AndImm32(int r, std::int32_t v);  // and r32, v
-    void Stmxcsr(Mem m);                   // dword [m] = MXCSR
     void AddRsp(std::int32_t v);
     void SubRsp(std::int32_t v);
     void Call(int r);

@@ -11,6 +11,7 @@
 #if defined(__x86_64__) || defined(_M_X64)
 #include <xmmintrin.h>
 #endif
+#include <cfenv>
 
 // Portability layer: the few platform routines the library relies on, with
 // results that do not depend on the C locale. Internal to the library.
@@ -71,12 +72,15 @@ inline int AtomicDecrement(int& value)
 }
 
 // The floating-point control a host may change under the library: the
-// rounding mode, flush-to-zero and denormals-are-zero, unmasked traps. The
-// compiled paths give the tree's bits only in the default environment
-// (round to nearest, no flushing, every trap masked), so each checks it at
-// entry and leaves any other to the tree. The six sticky flags are left
-// out: a host may read or clear them at will, and the tree raises them too.
-// The x87 control word plays no part: no path computes in long double.
+// rounding mode, flush-to-zero and denormals-are-zero, unmasked traps.
+// Evaluate's paths give the tree's bits under any of them by construction
+// (the same instructions in the same order, constants folded only where
+// exact); the many-point runners and Gradient compute what the tree never
+// would (masked-off lanes, partials), so they read the environment once
+// per call and leave any other to the tree or to the default environment.
+// The six sticky flags are left out: a host may read or clear them at will,
+// and the tree raises them too. The x87 control word plays no part: no path
+// computes in long double.
 #if defined(__x86_64__) || defined(_M_X64)
 const unsigned kDefaultMxcsr = 0x1F80u;
 const unsigned kMxcsrFlags = 0x3Fu;
@@ -124,6 +128,28 @@ public:
     DefaultFloatScope& operator=(const DefaultFloatScope&) = delete;
 };
 #endif
+
+// Runs compute in the default environment with every flag clear, then
+// restores the host's environment exactly; true where compute raised no
+// flag (not even inexact or denormal operand), so that its result is the
+// same under every rounding mode and flushing setting and could not have
+// trapped. For work done once, when a program is made: it costs a few
+// hundred cycles.
+template <typename Compute>
+bool RaisesNoFlag(Compute&& compute)
+{
+    std::fenv_t saved;
+    std::fegetenv(&saved);
+    std::fesetenv(FE_DFL_ENV);
+    std::feclearexcept(FE_ALL_EXCEPT);
+    compute();
+    bool clean = std::fetestexcept(FE_ALL_EXCEPT) == 0;
+#if defined(__x86_64__) || defined(_M_X64)
+    clean = clean && (_mm_getcsr() & kMxcsrFlags) == 0;
+#endif
+    std::fesetenv(&saved);
+    return clean;
+}
 
 }  // namespace vexa_platform
 
