@@ -85,8 +85,7 @@ bool FastEvaluate(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& re
 {
     Expression& e = static_cast<Expression&>(self);
     CompiledRoot& c = *ExpressionAccess::Compiled(e);
-    if (count != ExpressionAccess::ParamCount(e) || count < c.program->neededParams() ||
-        !vexa_platform::DefaultFloatEnvironment())
+    if (count != ExpressionAccess::ParamCount(e) || count < c.program->neededParams())
         return LongExit(self, count, params, result);
     if (c.runs >= 0 && ++c.runs > vexa_compiled::RunsBeforeMachineCode() &&
         vexa_compiled::RunsBeforeMachineCode() >= 0) {
@@ -109,6 +108,9 @@ bool FastEvaluate(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& re
 __attribute__((noinline)) CompiledRoot* MakeCompiled(Expression& e)
 {
     std::unique_ptr<CompiledRoot> made(new CompiledRoot());
+    // Made under the default floating-point environment whatever the host
+    // has set (what is made computes nothing the run would not).
+    vexa_platform::DefaultFloatScope scope;
     made->program = vexa_compiled::Compile(ExpressionAccess::Root(e), &e);
     if (made->program) {
         made->registers = made->program->initialRegisters();
@@ -122,12 +124,6 @@ __attribute__((noinline)) CompiledRoot* MakeCompiled(Expression& e)
 
 bool CalculateCompiled(Expression& e, VEXA_Data& result)
 {
-    // The program's bits are the tree's in the default floating-point
-    // environment only; under any other the tree answers. Nor is the
-    // program made there: the constants it folds would keep the rounding of
-    // the moment.
-    if (!vexa_platform::DefaultFloatEnvironment())
-        return false;
     CompiledRoot*& compiled = ExpressionAccess::Compiled(e);
     if (!compiled)
         compiled = MakeCompiled(e);

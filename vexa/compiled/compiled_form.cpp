@@ -83,7 +83,7 @@ Outcome AfterStop(Space& s, StopReason why, bool strict, const double* params)
 Outcome ValueAt(Space& s, const double* params, bool strict)
 {
     const Form& f = s.form;
-    if (!f.top().Runs(f.params) || !vexa_platform::DefaultFloatEnvironment())
+    if (!f.top().Runs(f.params))
         return TreeOutcome(s, params);
     double value;
     const StopReason why = RunPoint(f.top(), s, params, f.params, value, nullptr);

@@ -14,7 +14,6 @@
 #include "vexa/compiled/x64_emitter.h"
 #include "vexa/core/data_access.h"
 #include "vexa/core/float_ops.h"
-#include "vexa/core/platform.h"
 
 namespace vexa_compiled {
 
@@ -256,12 +255,15 @@ private:
 
     Mem Home(std::uint32_t reg) const { return {m_base, static_cast<std::int32_t>(8 * reg)}; }
     // A register no parameter and no instruction writes holds a constant of
-    // the start image; one that is neither zero nor NaN needs no check as a
-    // divisor.
+    // the start image; a normal one needs no check as a divisor.
     bool IsNonZeroConstant(std::uint32_t reg) const
     {
+        // Judged by its bits: a subnormal is zero under denormals-are-zero.
+        std::uint64_t bits;
         const double v = m_program.initialRegisters()[reg];
-        return !m_written[reg] && (0 < v || 0 > v);
+        std::memcpy(&bits, &v, sizeof bits);
+        const std::uint64_t exponent = bits >> 52 & 0x7FF;
+        return !m_written[reg] && exponent != 0 && exponent != 0x7FF;
     }
     void Operands(const Instr& in, std::vector<std::uint32_t>& out) const;
     std::size_t NextUse(std::uint32_t reg, std::ptrdiff_t after);
@@ -582,12 +584,19 @@ void Generator::Select(const Instr& in, std::size_t at)
     Operands(in, ops);
     const int done = m_em.NewLabel();
     int x;
-    if (op == kMax || op == kMin) {
-        // a >= b ? a : b, and b < a ? b : a
+    if (op == kMax) {
+        // a >= b ? a : b
         x = Target(ops[0], ops[1], at);
         CompareWith(x, ops[1]);
-        m_em.Jump(op == kMax ? kAboveOrEqual : kBelowOrEqual, done);
+        m_em.Jump(kAboveOrEqual, done);
         MoveTo(x, ops[1]);
+    } else if (op == kMin) {
+        // minsd b, a: vexa_math::Min's own instruction
+        x = Target(ops[1], ops[0], at);
+        if (m_xmm[ops[0]] != kNoXmm)
+            m_em.Arith(0x5D, x, m_xmm[ops[0]]);
+        else
+            m_em.Arith(0x5D, x, Home(ops[0]));
     } else if (op == kSign) {
         // b > 0 ? |a| : -|a|
         x = Target(ops[0], ops[1], at);
@@ -817,20 +826,6 @@ bool Generator::CallOther(const Instr& in, std::size_t at)
     return true;
 }
 
-// The code gives the tree's bits in the default floating-point environment
-// only (round to nearest, no flush to zero, every trap masked): under any
-// other a host has set, the long way, where the tree answers. The sticky
-// flags are masked out. MXCSR goes through the red zone below the stack
-// pointer, which is ours before the frame exists.
-void CheckFloatEnvironment(Emitter& em, int other)
-{
-    em.Stmxcsr({rsp, -8});
-    em.MovLoad32(rax, {rsp, -8});
-    em.AndImm32(rax, static_cast<std::int32_t>(~vexa_platform::kMxcsrFlags));
-    em.CmpImm32(rax, static_cast<std::int32_t>(vexa_platform::kDefaultMxcsr));
-    em.Jump(kNotEqual, other);
-}
-
 void Generator::Prologue()
 {
     if (!m_frame) {
@@ -1024,7 +1019,6 @@ bool Generator::Emit()
     // The count is checked before the frame exists: both the caller's and
     // the held count must be the one the copy below was made for.
     const int early = m_em.NewLabel();
-    CheckFloatEnvironment(m_em, early);
     m_em.CmpImm32(rsi, m_count);
     m_em.Jump(kNotEqual, early);
     m_em.CmpMemImm32({rdi, m_layout.param_count}, m_count);

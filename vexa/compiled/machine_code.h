@@ -14,8 +14,7 @@ class ICalculator;
 // held scalars, as the parameter copy would), runs the instructions with the
 // values in xmm registers, and writes the scalar result, answering as
 // Evaluate would. Whatever it does not expect (another parameter count, a
-// value that is not a scalar, a floating-point environment other than the
-// default) it leaves to the long way, by a jump; where
+// value that is not a scalar) it leaves to the long way, by a jump; where
 // the program would hand over to the tree, it jumps to the tree; an
 // exception from a called calculator is carried past the machine code and
 // thrown again outside it. Internal to the library.
