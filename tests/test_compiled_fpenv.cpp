@@ -65,11 +65,22 @@ const Case kCases[] = {
     {"SQRT(x)+LOG(y)+ASIN(z)", -1},
     {"CHEBY(x,0,1,2)*FORCOS(y,0,1,2,3)", -1},
     {"DX(SIN(x)*y)", -1},
+    // Identities that do not hold in every environment, a subnormal
+    // divisor and logarithm folded, a slope that overflows where the value
+    // does not, a selection whose slope compares a NaN.
+    {"x-0", -1},
+    {"x*1+y/1", -1},
+    {"x/1E-310", -1},
+    {"LOG(1E-310)+x", -1},
+    {"TANH(y*800)+z", -1},
+    {"ABS(x)*y", -1},
+    {"MIN(1E-310,-1)*x+MIN(x,y)", -1},
 };
 
 const std::vector<std::vector<double>> kPoints = {
     {0.0, 0.0, 0.0},    {-0.0, 1.0, 2.0},     {kSub, -kSub, 3.0}, {-kSub, 0.5, 1.0},  {0.1, 0.2, 0.3},
     {2.5e-320, -2.0, 1e300}, {1.0, 1.0, 1.0}, {-3.0, 7.0, 1e-300}, {0.7, -kSub, 0.0}, {1.5, 1e-308, -0.0},
+    {NAN, 1.0, -1.0},
 };
 
 // One environment: MXCSR without its flags, or unmasked traps set through
