@@ -523,8 +523,21 @@ void Generator::Unary(const Instr& in, std::size_t at)
         return;
     }
     if (op == kAint) {
+        // vexa_platform::Trunc32's range test first: out of range (or NaN)
+        // the answer is INT_MIN without a conversion, which would raise the
+        // invalid operation the tree does not.
         const int src = InXmm(arg, at);
+        const int outside = m_em.NewLabel();
+        const int convert = m_em.NewLabel();
+        m_em.UcomisdPool(src, m_em.Constant(0xC1E0000000200000ULL));  // -2147483649
+        m_em.Jump(kBelowOrEqual, outside);
+        m_em.UcomisdPool(src, m_em.Constant(0x41E0000000000000ULL));  // 2147483648
+        m_em.Jump(kAboveOrEqual, outside);
         m_em.Cvttsd2si(rax, src);
+        m_em.Jump(convert);
+        m_em.Bind(outside);
+        m_em.MovImm32(rax, 0x80000000u);
+        m_em.Bind(convert);
         ReleaseDead(ops, at);
         const int x = FreeXmm(static_cast<std::ptrdiff_t>(at));
         m_em.Xorpd(x, x);
