@@ -108,8 +108,9 @@ bool FastEvaluate(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& re
 __attribute__((noinline)) CompiledRoot* MakeCompiled(Expression& e)
 {
     std::unique_ptr<CompiledRoot> made(new CompiledRoot());
-    // Made under the default floating-point environment whatever the host
-    // has set (what is made computes nothing the run would not).
+    // Made as in the default floating-point environment whatever the host
+    // has set, and without a trap the host has unmasked: the program folds
+    // only what comes out the same under every setting.
     vexa_platform::DefaultFloatScope scope;
     made->program = vexa_compiled::Compile(ExpressionAccess::Root(e), &e);
     if (made->program) {

@@ -208,9 +208,11 @@ bool Compiler::Operator(OperaterNode& node, std::uint32_t a, std::uint32_t b, st
     const Value& y = m_values[b];
     // A fold is kept only where it is exact in every environment: the
     // program then runs the operation under the host's settings, as the
-    // tree does. No identity is applied either: x - 0 is -0 for x = +0 when
-    // rounding downward, x * 1 and x / 1 flush a subnormal x or quiet a
-    // signalling NaN.
+    // tree does. (What the tree folded itself when it was built, a
+    // derivative's simplification, are constant leaves read as they are.)
+    // No identity is applied either: x - 0 is -0 for x = +0 when rounding
+    // downward, x * 1 and x / 1 flush a subnormal x or quiet a signalling
+    // NaN; texts seldom hold them.
     if (x.kind == Kind::kConst && y.kind == Kind::kConst) {
         const double l = x.constant;
         const double r = y.constant;
