@@ -208,7 +208,8 @@ bool Compiler::Operator(OperaterNode& node, std::uint32_t a, std::uint32_t b, st
     const Value& y = m_values[b];
     // A fold is kept only where it is exact in every environment: the
     // program then runs the operation under the host's settings, as the
-    // tree does. (What the tree folded itself when it was built, a
+    // tree does. Exact is no flag raised and a result other than zero: an
+    // exact zero sum (1 - 1) is -0 when rounding downward. (What the tree folded itself when it was built, a
     // derivative's simplification, are constant leaves read as they are.)
     // No identity is applied either: x - 0 is -0 for x = +0 when rounding
     // downward, x * 1 and x / 1 flush a subnormal x or quiet a signalling
@@ -238,7 +239,7 @@ bool Compiler::Operator(OperaterNode& node, std::uint32_t a, std::uint32_t b, st
                 // over to the tree at the moment the tree throws.
             }
         });
-        if (exact && scalar) {
+        if (exact && scalar && folded != 0.0) {
             out = Const(folded);
             return true;
         }
@@ -286,7 +287,7 @@ bool Compiler::Function(FunctionNode& node, const std::uint32_t* args, int count
                     done = false;
                 }
             });
-            if (exact) {
+            if (exact && !(done && DataAccess::Scalar(v) == 0.0)) {
                 out = done ? Const(DataAccess::Scalar(v)) : Stop();
                 return true;
             }
@@ -333,7 +334,8 @@ bool Compiler::Difference(const std::uint32_t* args, int count, DiffChain chain,
             values[static_cast<std::size_t>(i)] = m_values[args[i]].constant;
         double v = 0.0;
         bool done = false;
-        if (vexa_platform::RaisesNoFlag([&] { done = CentralDifference(chain, values.data(), count, v); })) {
+        if (vexa_platform::RaisesNoFlag([&] { done = CentralDifference(chain, values.data(), count, v); }) &&
+            !(done && v == 0.0)) {
             out = done ? Const(v) : Stop();
             return true;
         }

@@ -131,9 +131,9 @@ public:
 
 // Runs compute in the default environment with every flag clear, then
 // restores the host's environment exactly; true where compute raised no
-// flag (not even inexact or denormal operand), so that its result is the
-// same under every rounding mode and flushing setting and could not have
-// trapped. For work done once, when a program is made: it costs a few
+// flag (not even inexact or denormal operand): its result could not have
+// trapped, and is the same under every rounding mode and flushing setting
+// unless it is a zero (whose sign, for a sum, follows the rounding). For work done once, when a program is made: it costs a few
 // hundred cycles.
 template <typename Compute>
 bool RaisesNoFlag(Compute&& compute)
