@@ -206,12 +206,12 @@ bool Compiler::Operator(OperaterNode& node, std::uint32_t a, std::uint32_t b, st
     }
     const Value& x = m_values[a];
     const Value& y = m_values[b];
-    // A fold is kept only where it is exact in every environment: the
-    // program then runs the operation under the host's settings, as the
-    // tree does. Exact is no flag raised and a result other than zero: an
-    // exact zero sum (1 - 1) is -0 when rounding downward. (What the tree folded itself when it was built, a
-    // derivative's simplification, are constant leaves read as they are.)
-    // No identity is applied either: x - 0 is -0 for x = +0 when rounding
+    // A fold is kept only where it is exact in every environment: no flag
+    // raised, and a result other than zero (an exact zero sum, 1 - 1, is -0
+    // when rounding downward). Otherwise the program runs the operation
+    // under the host's settings, as the tree does. (What the tree folded
+    // itself when it was built, a derivative's simplification, are constant
+    // leaves read as they are.) No identity is applied either: x - 0 is -0 for x = +0 when rounding
     // downward, x * 1 and x / 1 flush a subnormal x or quiet a signalling
     // NaN; texts seldom hold them.
     if (x.kind == Kind::kConst && y.kind == Kind::kConst) {

@@ -138,8 +138,12 @@ public:
 template <typename Compute>
 bool RaisesNoFlag(Compute&& compute)
 {
-    std::fenv_t saved;
-    std::fegetenv(&saved);
+    // The host's environment comes back on every way out, an exception's too.
+    struct Restore {
+        std::fenv_t saved;
+        Restore() { std::fegetenv(&saved); }
+        ~Restore() { std::fesetenv(&saved); }
+    } restore;
     std::fesetenv(FE_DFL_ENV);
     std::feclearexcept(FE_ALL_EXCEPT);
     compute();
@@ -147,7 +151,6 @@ bool RaisesNoFlag(Compute&& compute)
 #if defined(__x86_64__) || defined(_M_X64)
     clean = clean && (_mm_getcsr() & kMxcsrFlags) == 0;
 #endif
-    std::fesetenv(&saved);
     return clean;
 }
 
