@@ -1,6 +1,8 @@
 #include "vexa/compiled/compiler.h"
 
 #include <algorithm>
+#include <cfenv>
+#include <cmath>
 #include <cstring>
 #include <typeinfo>
 #include <unordered_map>
@@ -32,6 +34,31 @@ std::uint64_t Bits(double v)
     std::uint64_t b;
     std::memcpy(&b, &v, sizeof b);
     return b;
+}
+
+// Whether compute, run once under each rounding mode of the default
+// environment, raises no flag but inexact and gives the same bits each time,
+// neither a zero nor a subnormal: then it gives them under every setting a
+// host may choose (no operand was subnormal, nothing rounded to a tiny
+// value that flushing would change, no zero sum took the rounding's sign).
+template <typename Compute>
+bool SameEverywhere(Compute&& compute)
+{
+    static const int kModes[] = {FE_TONEAREST, FE_DOWNWARD, FE_UPWARD, FE_TOWARDZERO};
+    std::uint64_t first = 0;
+    for (int i = 0; i < 4; ++i) {
+        double r = 0.0;
+        const bool clean = vexa_platform::RaisesNoFlag([&] {
+            std::fesetround(kModes[i]);
+            r = compute();
+            std::feclearexcept(FE_INEXACT);
+        });
+        const bool tiny = r == 0.0 || std::fpclassify(r) == FP_SUBNORMAL;
+        if (!clean || tiny || (i > 0 && Bits(r) != first))
+            return false;
+        first = Bits(r);
+    }
+    return true;
 }
 
 bool IsUnary(Op op)
@@ -206,20 +233,20 @@ bool Compiler::Operator(OperaterNode& node, std::uint32_t a, std::uint32_t b, st
     }
     const Value& x = m_values[a];
     const Value& y = m_values[b];
-    // A fold is kept only where it is exact in every environment: no flag
-    // raised, and a result other than zero (an exact zero sum, 1 - 1, is -0
-    // when rounding downward). Otherwise the program runs the operation
+    // A fold is kept only where it comes out the same under every setting
+    // a host may choose (SameEverywhere: 5 ^ 6 does, 1 / 3 does not, nor
+    // 1 - 1, which is -0 when rounding downward). Otherwise the program runs the operation
     // under the host's settings, as the tree does. (What the tree folded
     // itself when it was built, a derivative's simplification, are constant
-    // leaves read as they are.) No identity is applied either: x - 0 is -0 for x = +0 when rounding
-    // downward, x * 1 and x / 1 flush a subnormal x or quiet a signalling
-    // NaN; texts seldom hold them.
+    // leaves read as they are.) No identity is applied either: x - 0 is -0
+    // for x = +0 when rounding downward, x * 1 and x / 1 flush a subnormal x
+    // or quiet a signalling NaN; texts seldom hold them.
     if (x.kind == Kind::kConst && y.kind == Kind::kConst) {
         const double l = x.constant;
         const double r = y.constant;
         bool scalar = false;
         double folded = 0.0;
-        const bool exact = vexa_platform::RaisesNoFlag([&] {
+        const bool exact = SameEverywhere([&] {
             try {
                 const VEXA_Data lv(l);
                 const VEXA_Data rv(r);
@@ -232,14 +259,16 @@ bool Compiler::Operator(OperaterNode& node, std::uint32_t a, std::uint32_t b, st
                 default: v = lv ^ rv; break;
                 }
                 scalar = DataAccess::IsScalar(v);
-                if (scalar)
-                    folded = DataAccess::Scalar(v);
+                folded = scalar ? DataAccess::Scalar(v) : 1.0;
             } catch (int) {
                 // A division by zero: left in the program, where it hands
                 // over to the tree at the moment the tree throws.
+                scalar = false;
+                folded = 1.0;
             }
+            return folded;
         });
-        if (exact && scalar && folded != 0.0) {
+        if (exact && scalar) {
             out = Const(folded);
             return true;
         }
@@ -279,15 +308,17 @@ bool Compiler::Function(FunctionNode& node, const std::uint32_t* args, int count
             bool done = false;
             // A refusal is folded too, where its test is the same in every
             // environment (a subnormal compares as zero under
-            // denormals-are-zero, and raises the denormal flag here).
-            const bool exact = vexa_platform::RaisesNoFlag([&] {
+            // denormals-are-zero, and raises the denormal flag here). The
+            // same NaN-free result stands for either answer in the test.
+            const bool exact = SameEverywhere([&] {
                 try {
                     done = function(count, values.data(), v) && DataAccess::IsScalar(v);
                 } catch (...) {
                     done = false;
                 }
+                return done ? DataAccess::Scalar(v) : 1.0;
             });
-            if (exact && !(done && DataAccess::Scalar(v) == 0.0)) {
+            if (exact) {
                 out = done ? Const(DataAccess::Scalar(v)) : Stop();
                 return true;
             }
@@ -334,8 +365,10 @@ bool Compiler::Difference(const std::uint32_t* args, int count, DiffChain chain,
             values[static_cast<std::size_t>(i)] = m_values[args[i]].constant;
         double v = 0.0;
         bool done = false;
-        if (vexa_platform::RaisesNoFlag([&] { done = CentralDifference(chain, values.data(), count, v); }) &&
-            !(done && v == 0.0)) {
+        if (SameEverywhere([&] {
+                done = CentralDifference(chain, values.data(), count, v);
+                return done ? v : 1.0;
+            })) {
             out = done ? Const(v) : Stop();
             return true;
         }
