@@ -35,6 +35,10 @@
 #include <string>
 #include <vector>
 
+#if defined(__x86_64__)
+#include <xmmintrin.h>
+#endif
+
 #include "vexa/calc/expression_access.h"
 #include "vexa/vexa.h"
 
@@ -235,6 +239,57 @@ inline void CheckCompiledForm(std::size_t textLength, ICalculator* calc, int n,
         if (g.ok() && std::memcmp(&g.value, &o.value, sizeof(double)) != 0)
             problem = "the gradient's value differs from the compiled form's";
     }
+}
+
+// An eighth of the inputs, chosen by the length of their text, are
+// evaluated again under a floating-point environment a host may set: one of
+// the other rounding modes, or flush-to-zero with denormals-are-zero, or
+// both. There the expression (machine code by now), its tree and a compiled
+// form must still agree bit for bit.
+inline void CheckHostEnvironment(std::size_t textLength, Expression* expr, int n,
+                                 std::vector<std::vector<VEXA_Data>>& sets, std::string& problem)
+{
+#if defined(__x86_64__)
+    if (textLength % 8 != 3)
+        return;
+    const unsigned pick = static_cast<unsigned>(textLength / 8 % 7) + 1;  // never the default
+    const unsigned csr = 0x1F80u | (pick & 3u) << 13 | ((pick & 4u) ? 0x8040u : 0u);
+    Expression* tree = TreeOnlyCopy(expr);
+    if (!tree)
+        return;
+    std::unique_ptr<vexa::CompiledExpression> form;
+    if (n >= 1 && n <= kMaxFormParams) {
+        try {
+            form = vexa::CompiledExpression::Make(expr, n);
+        } catch (int) {
+        }
+    }
+    std::unique_ptr<vexa::Workspace> ws(form ? new vexa::Workspace(*form) : nullptr);
+    const unsigned saved = _mm_getcsr();
+    _mm_setcsr(csr);
+    for (std::size_t s = 0; s < sets.size(); ++s) {
+        const Outcome t = Run(tree, sets[s], problem);
+        if (!SameOutcome(Run(expr, sets[s], problem), t))
+            problem = "under a host's rounding or flushing, the compiled expression and its tree disagree";
+        if (!form || s >= 3)
+            continue;
+        std::vector<double> point;
+        for (const VEXA_Data& v : sets[s])
+            point.push_back(v.getValue()[0]);
+        const vexa::Outcome o = form->Evaluate(point.data(), *ws);
+        const bool same = t.threw ? o.failure == vexa::Failure::kThrown && o.code == t.code
+                          : !t.ok ? o.failure == vexa::Failure::kNull
+                          : t.values.size() != 1 || t.rows != 1 || t.cols != 1
+                              ? o.failure == vexa::Failure::kNotScalar
+                              : o.ok() && std::memcmp(&o.value, t.values.data(), sizeof(double)) == 0;
+        if (!same)
+            problem = "under a host's rounding or flushing, the compiled form and the tree disagree";
+    }
+    _mm_setcsr(saved);
+    tree->Release();
+#else
+    (void)textLength, (void)expr, (void)n, (void)sets, (void)problem;
+#endif
 }
 
 // Evaluations an expression takes before it runs machine code: the first
@@ -513,6 +568,7 @@ inline std::string RunOneInput(const std::uint8_t* data, std::size_t size)
     }
 
     CheckCompiledForm(textLength, calc, n, sets, base, problem);
+    CheckHostEnvironment(textLength, expr, n, sets, problem);
 
     // A copy is an independent tree that must evaluate and dump exactly like
     // the original; evaluated as a tree, it checks the compiled original.

@@ -33,8 +33,24 @@ inline bool InArcDomain(double x) { return !(std::fabs(x) > 1.0); }
 inline bool InLogDomain(double x) { return !(x <= 0.0); }
 inline bool InSqrtDomain(double x) { return !(x < 0.0); }
 
+// MAX selects by a compare, which the machine code writes out as a compare
+// and a move: under denormals-are-zero both compare a subnormal as zero and
+// keep its bits.
 inline double Max(double a, double b) { return a >= b ? a : b; }
+
+// b < a ? b : a is exactly minsd b, a (a NaN or two zeros give a), the
+// instruction compilers pick for it; spelt out so that every caller and the
+// machine code run that very instruction, which under denormals-are-zero
+// returns a subnormal as a zero of its sign.
+#if defined(__GNUC__) && defined(__x86_64__)
+inline double Min(double a, double b)
+{
+    __asm__("minsd %1, %0" : "+x"(b) : "xm"(a));
+    return b;
+}
+#else
 inline double Min(double a, double b) { return b < a ? b : a; }
+#endif
 
 inline double Sign(double a, double b)
 {

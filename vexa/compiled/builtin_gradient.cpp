@@ -322,9 +322,12 @@ inline __attribute__((always_inline)) bool GradientOf(Op op, const double* v, in
     case kSinh: return Set(value, g, std::sinh(x), [x] { return std::cosh(x); });
     case kCosh: return Set(value, g, std::cosh(x), [x] { return std::sinh(x); });
     case kTanh: {
-        // 1 - tanh^2 loses every digit where tanh rounds to 1.
-        const double c = std::cosh(x);
-        return Set(value, g, std::tanh(x), [c] { return 1.0 / (c * c); });
+        // 1 - tanh^2 loses every digit where tanh rounds to 1. The cosh
+        // only with the slope: it overflows where tanh does not.
+        return Set(value, g, std::tanh(x), [x] {
+            const double c = std::cosh(x);
+            return 1.0 / (c * c);
+        });
     }
     case kAtan: return Set(value, g, std::atan(x), [x] { return 1.0 / (1.0 + x * x); });
     case kExp: {

@@ -28,13 +28,15 @@ inline bool SelectionGradient(Op op, const double* v, double& value, double* g)
 {
     using namespace vexa_math;
     const double x = v[0];
-    // The slope of |x|, as SIGN(1, x) gives it: -1 at 0.
-    const double slopeOfAbs = x > 0.0 ? 1.0 : -1.0;
+    // The slope of |x|, as SIGN(1, x) gives it: -1 at 0. Only where partials
+    // are asked for: the value alone compares nothing the tree does not (a
+    // NaN compared would trap under an unmasked invalid operation).
+    auto slopeOfAbs = [x] { return x > 0.0 ? 1.0 : -1.0; };
     switch (op) {
     case kAbs:
         value = std::fabs(x);
         if (g)
-            g[0] = slopeOfAbs;
+            g[0] = slopeOfAbs();
         return true;
     case kMax:
         value = Max(x, v[1]);
@@ -53,7 +55,7 @@ inline bool SelectionGradient(Op op, const double* v, double& value, double* g)
     case kSign:
         value = Sign(x, v[1]);
         if (g) {
-            g[0] = (v[1] > 0.0 ? 1.0 : -1.0) * slopeOfAbs;
+            g[0] = (v[1] > 0.0 ? 1.0 : -1.0) * slopeOfAbs();
             g[1] = 0.0;
         }
         return true;

@@ -149,10 +149,4 @@ bool HasEffect(Op op)
     }
 }
 
-bool QuietsResult(Op op)
-{
-    // A central difference ends in a division.
-    return op == kAdd || op == kSub || op == kMul || op == kDiv || op == kPow || op == kNumDiff;
-}
-
 }  // namespace vexa_compiled

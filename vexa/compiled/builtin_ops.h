@@ -39,11 +39,6 @@ bool EvalBuiltin(Op op, const double* args, int count, double& out);
 // must run even when nothing reads its value.
 bool HasEffect(Op op);
 
-// Whether op turns a signalling NaN into a quiet one, as every arithmetic
-// operation does; built-ins that pass an argument through unchanged (ABS,
-// MAX, IF, the steps at their ends) do not.
-bool QuietsResult(Op op);
-
 }  // namespace vexa_compiled
 
 #endif

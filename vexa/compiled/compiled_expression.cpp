@@ -7,6 +7,7 @@
 #include "vexa/compiled/compiler.h"
 #include "vexa/compiled/machine_code.h"
 #include "vexa/core/data_access.h"
+#include "vexa/core/platform.h"
 
 namespace vexa_calc {
 
@@ -107,6 +108,10 @@ bool FastEvaluate(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& re
 __attribute__((noinline)) CompiledRoot* MakeCompiled(Expression& e)
 {
     std::unique_ptr<CompiledRoot> made(new CompiledRoot());
+    // Made as in the default floating-point environment whatever the host
+    // has set, and without a trap the host has unmasked: the program folds
+    // only what comes out the same under every setting.
+    vexa_platform::DefaultFloatScope scope;
     made->program = vexa_compiled::Compile(ExpressionAccess::Root(e), &e);
     if (made->program) {
         made->registers = made->program->initialRegisters();

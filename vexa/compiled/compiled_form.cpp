@@ -18,6 +18,7 @@
 #include "vexa/compiled/point_run.h"
 #include "vexa/compiled/snapshot.h"
 #include "vexa/core/data_access.h"
+#include "vexa/core/platform.h"
 
 namespace vexa {
 
@@ -91,19 +92,47 @@ Outcome ValueAt(Space& s, const double* params, bool strict)
     return AfterStop(s, why, strict, params);
 }
 
-Outcome GradientAt(Space& s, const double* params, double* grad)
+StopReason RunGradient(Space& s, const double* params, double* grad, double& value)
 {
     const Form& f = s.form;
-    StopReason why = kTreeOnly;
-    double value = kNaN;
     if (const GradientCode* code = f.gradientCode()) {
         // The machine code runs in this thread's registers of the unit.
         UnitSpace& us = PreparedSpace(f.top(), s);
         GradientCall call{params, us.regs.data(), us.tape.data(), us.adjoint.data(), grad, &s, 0.0, nullptr};
-        why = code->Run(call);
+        const StopReason why = code->Run(call);
         value = call.value;
-    } else if (f.top().Runs(f.params)) {
-        why = RunPoint(f.top(), s, params, f.params, value, grad);
+        return why;
+    }
+    if (f.top().Runs(f.params))
+        return RunPoint(f.top(), s, params, f.params, value, grad);
+    return kTreeOnly;
+}
+
+// inDefault: whether the floating-point environment is the default one (read
+// once per call of the host's: reading it costs more than an instruction).
+Outcome GradientAt(Space& s, const double* params, double* grad, bool inDefault)
+{
+    const Form& f = s.form;
+    double value = kNaN;
+    StopReason why;
+    if (inDefault) {
+        why = RunGradient(s, params, grad, value);
+    } else {
+        // The partials are those of the default environment: the gradient
+        // has no tree to follow a host's rounding, and it computes on
+        // lanes and branches the tree never takes, which must not trap.
+        // The value is the tree's under the host's environment, as
+        // Evaluate gives it.
+        {
+            vexa_platform::DefaultFloatScope scope;
+            why = RunGradient(s, params, grad, value);
+        }
+        if (why == kGoes) {
+            const Outcome tree = TreeOutcome(s, params);
+            if (!tree.ok())
+                std::fill(grad, grad + f.params, kNaN);
+            return tree;
+        }
     }
     if (why == kGoes)
         return {value, Failure::kNone, 0};
@@ -147,7 +176,9 @@ void EvaluateRange(Space& s, std::size_t begin, std::size_t end, const Column* c
     const Form& f = s.form;
     const int count = f.params;
     std::vector<double> point(static_cast<std::size_t>(count));
-    if (!f.top().Runs(count)) {
+    // Under a host's own floating-point environment only the tree gives
+    // the tree's bits, and only it never computes on masked-off lanes.
+    if (!f.top().Runs(count) || !vexa_platform::DefaultFloatEnvironment()) {
         for (std::size_t i = begin; i < end; ++i) {
             Gather(columns, count, i, point.data());
             const Outcome o = TreeOutcome(s, point.data());
@@ -188,9 +219,10 @@ void GradientRange(Space& s, std::size_t begin, std::size_t end, const Column* c
 {
     const int count = s.form.params;
     std::vector<double> point(static_cast<std::size_t>(count));
+    const bool inDefault = vexa_platform::DefaultFloatEnvironment();
     for (std::size_t i = begin; i < end; ++i) {
         Gather(columns, count, i, point.data());
-        const Outcome o = GradientAt(s, point.data(), grads + i * static_cast<std::size_t>(count));
+        const Outcome o = GradientAt(s, point.data(), grads + i * static_cast<std::size_t>(count), inDefault);
         values[i] = o.value;
         if (!o.ok())
             Note(report, options.max_reported, i, o);
@@ -274,7 +306,13 @@ std::unique_ptr<CompiledExpression> CompiledExpression::Make(ICalculator* calc, 
     } else if (typeid(*calc) != typeid(Expression)) {
         reason = "the calculator is not an Expression";
     } else {
-        std::unique_ptr<Form> form = MakeForm(static_cast<Expression&>(*calc), params < 0 ? -1 : params, reason);
+        // The constants the programs fold are the default environment's,
+        // whatever the host has set while making the form.
+        std::unique_ptr<Form> form;
+        {
+            vexa_platform::DefaultFloatScope scope;
+            form = MakeForm(static_cast<Expression&>(*calc), params < 0 ? -1 : params, reason);
+        }
         if (form)
             return std::unique_ptr<CompiledExpression>(new CompiledExpression(form.release()));
     }
@@ -311,7 +349,7 @@ Outcome CompiledExpression::Evaluate(const double* params, Workspace& ws, bool s
 
 Outcome CompiledExpression::Gradient(const double* params, double* grad, Workspace& ws) const
 {
-    return GradientAt(SpaceFor(m_form, ws.m_space), params, grad);
+    return GradientAt(SpaceFor(m_form, ws.m_space), params, grad, vexa_platform::DefaultFloatEnvironment());
 }
 
 Report CompiledExpression::EvaluateMany(std::size_t n, const Column* columns, double* results,

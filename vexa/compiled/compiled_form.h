@@ -139,6 +139,11 @@ public:
     // point the free side; SWEEP at x0 and x1 the earlier piece. AINT, ANINT
     // and the quotient inside MOD have slope 0. A term whose value cannot
     // reach the result adds nothing, even where its own slope is infinite.
+    //
+    // The partials are those of the default floating-point environment
+    // whatever rounding, flushing or traps the host has set (it is set for
+    // the call and the host's restored, sticky flags included); the value is
+    // Evaluate's under the host's environment.
     Outcome Gradient(const double* params, double* grad, Workspace& ws) const;
 
     // values[i] and grads[i * paramCount() + k] for point i of n.

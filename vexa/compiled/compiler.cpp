@@ -1,6 +1,8 @@
 #include "vexa/compiled/compiler.h"
 
 #include <algorithm>
+#include <cfenv>
+#include <cmath>
 #include <cstring>
 #include <typeinfo>
 #include <unordered_map>
@@ -9,6 +11,7 @@
 #include "vexa/calc/calculator_access.h"
 #include "vexa/compiled/builtin_ops.h"
 #include "vexa/core/data_access.h"
+#include "vexa/core/platform.h"
 #include "vexa/tree/constant_param.h"
 #include "vexa/tree/function_node.h"
 #include "vexa/tree/operater_node.h"
@@ -33,12 +36,29 @@ std::uint64_t Bits(double v)
     return b;
 }
 
-bool IsSignalingNaN(double v)
+// Whether compute, run once under each rounding mode of the default
+// environment, raises no flag but inexact and gives the same bits each time,
+// neither a zero nor a subnormal: then it gives them under every setting a
+// host may choose (no operand was subnormal, nothing rounded to a tiny
+// value that flushing would change, no zero sum took the rounding's sign).
+template <typename Compute>
+bool SameEverywhere(Compute&& compute)
 {
-    const std::uint64_t b = Bits(v);
-    const std::uint64_t exponent = 0x7FF0000000000000ULL;
-    const std::uint64_t quiet = 0x0008000000000000ULL;
-    return (b & exponent) == exponent && (b & 0x000FFFFFFFFFFFFFULL) != 0 && !(b & quiet);
+    static const int kModes[] = {FE_TONEAREST, FE_DOWNWARD, FE_UPWARD, FE_TOWARDZERO};
+    std::uint64_t first = 0;
+    for (int i = 0; i < 4; ++i) {
+        double r = 0.0;
+        const bool clean = vexa_platform::RaisesNoFlag([&] {
+            std::fesetround(kModes[i]);
+            r = compute();
+            std::feclearexcept(FE_INEXACT);
+        });
+        const bool tiny = r == 0.0 || std::fpclassify(r) == FP_SUBNORMAL;
+        if (!clean || tiny || (i > 0 && Bits(r) != first))
+            return false;
+        first = Bits(r);
+    }
+    return true;
 }
 
 bool IsUnary(Op op)
@@ -70,7 +90,6 @@ private:
 
     struct Value {
         Kind kind;
-        bool quiet;
         double constant;
         int param;
         std::uint32_t reg;
@@ -95,7 +114,6 @@ private:
     std::uint32_t Emit(Op op, const std::uint32_t* operands, int count, std::uint32_t aux, bool merge);
     std::uint32_t Stop();
     bool AllConstant(const std::uint32_t* args, int count) const;
-    bool IsConstant(std::uint32_t v, double c) const;
     std::unique_ptr<Program> Generate(std::uint32_t root);
 
     ICalculator* m_owner;
@@ -215,38 +233,45 @@ bool Compiler::Operator(OperaterNode& node, std::uint32_t a, std::uint32_t b, st
     }
     const Value& x = m_values[a];
     const Value& y = m_values[b];
+    // A fold is kept only where it comes out the same under every setting
+    // a host may choose (SameEverywhere: 5 ^ 6 does, 1 / 3 does not, nor
+    // 1 - 1, which is -0 when rounding downward). Otherwise the program runs the operation
+    // under the host's settings, as the tree does. (What the tree folded
+    // itself when it was built, a derivative's simplification, are constant
+    // leaves read as they are.) No identity is applied either: x - 0 is -0
+    // for x = +0 when rounding downward, x * 1 and x / 1 flush a subnormal x
+    // or quiet a signalling NaN; texts seldom hold them.
     if (x.kind == Kind::kConst && y.kind == Kind::kConst) {
-        const VEXA_Data l(x.constant);
-        const VEXA_Data r(y.constant);
-        try {
-            VEXA_Data v;
-            switch (op) {
-            case kAdd: v = l + r; break;
-            case kSub: v = l - r; break;
-            case kMul: v = l * r; break;
-            case kDiv: v = l / r; break;
-            default: v = l ^ r; break;
+        const double l = x.constant;
+        const double r = y.constant;
+        bool scalar = false;
+        double folded = 0.0;
+        const bool exact = SameEverywhere([&] {
+            try {
+                const VEXA_Data lv(l);
+                const VEXA_Data rv(r);
+                VEXA_Data v;
+                switch (op) {
+                case kAdd: v = lv + rv; break;
+                case kSub: v = lv - rv; break;
+                case kMul: v = lv * rv; break;
+                case kDiv: v = lv / rv; break;
+                default: v = lv ^ rv; break;
+                }
+                scalar = DataAccess::IsScalar(v);
+                folded = scalar ? DataAccess::Scalar(v) : 1.0;
+            } catch (int) {
+                // A division by zero: left in the program, where it hands
+                // over to the tree at the moment the tree throws.
+                scalar = false;
+                folded = 1.0;
             }
-            if (DataAccess::IsScalar(v)) {
-                out = Const(DataAccess::Scalar(v));
-                return true;
-            }
-        } catch (int) {
-            // A division by zero: left in the program, where it hands over
-            // to the tree at the moment the tree throws.
+            return folded;
+        });
+        if (exact && scalar) {
+            out = Const(folded);
+            return true;
         }
-    }
-    if (op == kMul && IsConstant(b, 1.0) && x.quiet) {
-        out = a;
-        return true;
-    }
-    if (op == kMul && IsConstant(a, 1.0) && y.quiet) {
-        out = b;
-        return true;
-    }
-    if ((op == kDiv && IsConstant(b, 1.0) && x.quiet) || (op == kSub && IsConstant(b, 0.0) && x.quiet)) {
-        out = a;
-        return true;
     }
     const std::uint32_t operands[2] = {a, b};
     out = Emit(op, operands, 2, 0, true);
@@ -280,11 +305,23 @@ bool Compiler::Function(FunctionNode& node, const std::uint32_t* args, int count
             for (int i = 0; i < count; ++i)
                 values.emplace_back(m_values[args[i]].constant);
             VEXA_Data v;
-            if (function(count, values.data(), v) && DataAccess::IsScalar(v))
-                out = Const(DataAccess::Scalar(v));
-            else
-                out = Stop();
-            return true;
+            bool done = false;
+            // A refusal is folded too, where its test is the same in every
+            // environment (a subnormal compares as zero under
+            // denormals-are-zero, and raises the denormal flag here). The
+            // same NaN-free result stands for either answer in the test.
+            const bool exact = SameEverywhere([&] {
+                try {
+                    done = function(count, values.data(), v) && DataAccess::IsScalar(v);
+                } catch (...) {
+                    done = false;
+                }
+                return done ? DataAccess::Scalar(v) : 1.0;
+            });
+            if (exact) {
+                out = done ? Const(DataAccess::Scalar(v)) : Stop();
+                return true;
+            }
         }
         out = Emit(info.op, args, count, 0, true);
         return true;
@@ -326,12 +363,15 @@ bool Compiler::Difference(const std::uint32_t* args, int count, DiffChain chain,
         std::vector<double> values(static_cast<std::size_t>(count));
         for (int i = 0; i < count; ++i)
             values[static_cast<std::size_t>(i)] = m_values[args[i]].constant;
-        double v;
-        if (CentralDifference(chain, values.data(), count, v))
-            out = Const(v);
-        else
-            out = Stop();
-        return true;
+        double v = 0.0;
+        bool done = false;
+        if (SameEverywhere([&] {
+                done = CentralDifference(chain, values.data(), count, v);
+                return done ? v : 1.0;
+            })) {
+            out = done ? Const(v) : Stop();
+            return true;
+        }
     }
     std::uint32_t index = 0;
     while (index < m_chains.size() &&
@@ -349,7 +389,7 @@ std::uint32_t Compiler::Const(double v)
     if (found != m_consts.end())
         return found->second;
     const std::uint32_t id = static_cast<std::uint32_t>(m_values.size());
-    m_values.push_back({Kind::kConst, !IsSignalingNaN(v), v, -1, 0});
+    m_values.push_back({Kind::kConst, v, -1, 0});
     m_consts.emplace(Bits(v), id);
     return id;
 }
@@ -360,7 +400,7 @@ std::uint32_t Compiler::Param(int index)
     if (found != m_params.end())
         return found->second;
     const std::uint32_t id = static_cast<std::uint32_t>(m_values.size());
-    m_values.push_back({Kind::kParam, false, 0.0, index, 0});
+    m_values.push_back({Kind::kParam, 0.0, index, 0});
     m_params.emplace(index, id);
     return id;
 }
@@ -380,7 +420,7 @@ std::uint32_t Compiler::Emit(Op op, const std::uint32_t* operands, int count, st
         }
     }
     const std::uint32_t value = static_cast<std::uint32_t>(m_values.size());
-    m_values.push_back({Kind::kInstr, QuietsResult(op), 0.0, -1, 0});
+    m_values.push_back({Kind::kInstr, 0.0, -1, 0});
     const std::uint32_t first = static_cast<std::uint32_t>(m_operands.size());
     m_operands.insert(m_operands.end(), operands, operands + count);
     if (merge)
@@ -402,11 +442,6 @@ bool Compiler::AllConstant(const std::uint32_t* args, int count) const
             return false;
     }
     return true;
-}
-
-bool Compiler::IsConstant(std::uint32_t v, double c) const
-{
-    return m_values[v].kind == Kind::kConst && Bits(m_values[v].constant) == Bits(c);
 }
 
 std::unique_ptr<Program> Compiler::Generate(std::uint32_t root)

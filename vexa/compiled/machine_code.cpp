@@ -255,12 +255,15 @@ private:
 
     Mem Home(std::uint32_t reg) const { return {m_base, static_cast<std::int32_t>(8 * reg)}; }
     // A register no parameter and no instruction writes holds a constant of
-    // the start image; one that is neither zero nor NaN needs no check as a
-    // divisor.
+    // the start image; a normal one needs no check as a divisor.
     bool IsNonZeroConstant(std::uint32_t reg) const
     {
+        // Judged by its bits: a subnormal is zero under denormals-are-zero.
+        std::uint64_t bits;
         const double v = m_program.initialRegisters()[reg];
-        return !m_written[reg] && (0 < v || 0 > v);
+        std::memcpy(&bits, &v, sizeof bits);
+        const std::uint64_t exponent = bits >> 52 & 0x7FF;
+        return !m_written[reg] && exponent != 0 && exponent != 0x7FF;
     }
     void Operands(const Instr& in, std::vector<std::uint32_t>& out) const;
     std::size_t NextUse(std::uint32_t reg, std::ptrdiff_t after);
@@ -520,8 +523,21 @@ void Generator::Unary(const Instr& in, std::size_t at)
         return;
     }
     if (op == kAint) {
+        // vexa_platform::Trunc32's range test first: out of range (or NaN)
+        // the answer is INT_MIN without a conversion, which would raise the
+        // invalid operation the tree does not.
         const int src = InXmm(arg, at);
+        const int outside = m_em.NewLabel();
+        const int convert = m_em.NewLabel();
+        m_em.UcomisdPool(src, m_em.Constant(0xC1E0000000200000ULL));  // -2147483649
+        m_em.Jump(kBelowOrEqual, outside);
+        m_em.UcomisdPool(src, m_em.Constant(0x41E0000000000000ULL));  // 2147483648
+        m_em.Jump(kAboveOrEqual, outside);
         m_em.Cvttsd2si(rax, src);
+        m_em.Jump(convert);
+        m_em.Bind(outside);
+        m_em.MovImm32(rax, 0x80000000u);
+        m_em.Bind(convert);
         ReleaseDead(ops, at);
         const int x = FreeXmm(static_cast<std::ptrdiff_t>(at));
         m_em.Xorpd(x, x);
@@ -581,12 +597,19 @@ void Generator::Select(const Instr& in, std::size_t at)
     Operands(in, ops);
     const int done = m_em.NewLabel();
     int x;
-    if (op == kMax || op == kMin) {
-        // a >= b ? a : b, and b < a ? b : a
+    if (op == kMax) {
+        // a >= b ? a : b
         x = Target(ops[0], ops[1], at);
         CompareWith(x, ops[1]);
-        m_em.Jump(op == kMax ? kAboveOrEqual : kBelowOrEqual, done);
+        m_em.Jump(kAboveOrEqual, done);
         MoveTo(x, ops[1]);
+    } else if (op == kMin) {
+        // minsd b, a: vexa_math::Min's own instruction
+        x = Target(ops[1], ops[0], at);
+        if (m_xmm[ops[0]] != kNoXmm)
+            m_em.Arith(0x5D, x, m_xmm[ops[0]]);
+        else
+            m_em.Arith(0x5D, x, Home(ops[0]));
     } else if (op == kSign) {
         // b > 0 ? |a| : -|a|
         x = Target(ops[0], ops[1], at);

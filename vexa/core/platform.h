@@ -8,6 +8,10 @@
 #if defined(_MSC_VER)
 #include <intrin.h>
 #endif
+#if defined(__x86_64__) || defined(_M_X64)
+#include <xmmintrin.h>
+#endif
+#include <cfenv>
 
 // Portability layer: the few platform routines the library relies on, with
 // results that do not depend on the C locale. Internal to the library.
@@ -65,6 +69,89 @@ inline int AtomicDecrement(int& value)
 #else
     return __atomic_fetch_sub(&value, 1, __ATOMIC_ACQ_REL);
 #endif
+}
+
+// The floating-point control a host may change under the library: the
+// rounding mode, flush-to-zero and denormals-are-zero, unmasked traps.
+// Evaluate's paths give the tree's bits under any of them by construction
+// (the same instructions in the same order, constants folded only where
+// exact); the many-point runners and Gradient compute what the tree never
+// would (masked-off lanes, partials), so they read the environment once
+// per call and leave any other to the tree or to the default environment.
+// The six sticky flags are left out: a host may read or clear them at will,
+// and the tree raises them too. The x87 control word plays no part: no path
+// computes in long double.
+#if defined(__x86_64__) || defined(_M_X64)
+const unsigned kDefaultMxcsr = 0x1F80u;
+const unsigned kMxcsrFlags = 0x3Fu;
+
+inline bool DefaultFloatEnvironment()
+{
+    return (_mm_getcsr() & ~kMxcsrFlags) == kDefaultMxcsr;
+}
+
+// The default environment for the life of the object, so that what is made
+// or run here depends on no host setting and cannot trap; then the host's
+// environment again exactly, sticky flags included. In the default
+// environment it changes nothing and costs one read.
+class DefaultFloatScope {
+public:
+    DefaultFloatScope() : m_saved(_mm_getcsr()), m_changed((m_saved & ~kMxcsrFlags) != kDefaultMxcsr)
+    {
+        if (m_changed)
+            _mm_setcsr(kDefaultMxcsr);
+    }
+    ~DefaultFloatScope()
+    {
+        if (m_changed)
+            _mm_setcsr(m_saved);
+    }
+    DefaultFloatScope(const DefaultFloatScope&) = delete;
+    DefaultFloatScope& operator=(const DefaultFloatScope&) = delete;
+
+private:
+    unsigned m_saved;
+    bool m_changed;
+};
+#else
+// Elsewhere the environment is not inspected yet (an AArch64 version would
+// read FPCR): the host is trusted to keep the default.
+inline bool DefaultFloatEnvironment()
+{
+    return true;
+}
+
+class DefaultFloatScope {
+public:
+    DefaultFloatScope() {}
+    DefaultFloatScope(const DefaultFloatScope&) = delete;
+    DefaultFloatScope& operator=(const DefaultFloatScope&) = delete;
+};
+#endif
+
+// Runs compute in the default environment with every flag clear, then
+// restores the host's environment exactly; true where compute raised no
+// flag (not even inexact or denormal operand): its result could not have
+// trapped, and is the same under every rounding mode and flushing setting
+// unless it is a zero (whose sign, for a sum, follows the rounding). For work done once, when a program is made: it costs a few
+// hundred cycles.
+template <typename Compute>
+bool RaisesNoFlag(Compute&& compute)
+{
+    // The host's environment comes back on every way out, an exception's too.
+    struct Restore {
+        std::fenv_t saved;
+        Restore() { std::fegetenv(&saved); }
+        ~Restore() { std::fesetenv(&saved); }
+    } restore;
+    std::fesetenv(FE_DFL_ENV);
+    std::feclearexcept(FE_ALL_EXCEPT);
+    compute();
+    bool clean = std::fetestexcept(FE_ALL_EXCEPT) == 0;
+#if defined(__x86_64__) || defined(_M_X64)
+    clean = clean && (_mm_getcsr() & kMxcsrFlags) == 0;
+#endif
+    return clean;
 }
 
 }  // namespace vexa_platform

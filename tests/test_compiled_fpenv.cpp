@@ -1,0 +1,452 @@
+// Every compiled path against the tree under the floating-point settings a
+// host may choose: the four rounding modes with flush-to-zero and
+// denormals-are-zero off and on, and unmasked traps. The paths are the
+// interpreter and the machine code behind Evaluate, and the one-point, bulk
+// and gradient runners of CompiledExpression; each must give the tree's
+// bits, and none may trap where the tree does not.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#if defined(__x86_64__) && defined(__linux__)
+#include <fenv.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <xmmintrin.h>
+#define VEXA_FPENV_TESTS 1
+#endif
+
+#include "compiled_form_util.h"
+#include "vexa/calc/expression_access.h"
+
+#if VEXA_FPENV_TESTS
+
+namespace {
+
+using form_test::Bits;
+using form_test::Calc;
+using form_test::Same;
+using form_test::Show;
+using vexa_calc::ExpressionAccess;
+
+const double kSub = 1e-310;  // subnormal
+
+struct Case {
+    const char* text;
+    int derivative;  // -1: the expression itself, else d / d parameter
+};
+
+// The failures first, then constants the compiler folds, selections
+// that compare subnormals, divisions on masked-off lanes, and a little of
+// everything else.
+const Case kCases[] = {
+    {"MIN(x,1)", -1},
+    {"MAX(x,-1)+MIN(y,x)", -1},
+    {"TAN(x)^MIN(2.5E-320,x)", -1},
+    {"1/x", -1},
+    {"STEP(x,1,0,1,1)", -1},
+    {"HAVSIN(x,2,0,2,1)", -1},
+    {"ATAN2(x,x)", -1},
+    {"x*y-y*x", 0},
+    {"SIN(x)*y-x*y", 0},
+    {"x^2/y-MIN(x,y)", 1},
+    {"MAX(x,y)*z", 0},
+    {"1/3*x+0.1*3", -1},
+    {"x*1E-300*1E-10+y", -1},
+    {"EXP(-745.1+x)-y*1E-310", -1},
+    {"STEP5(x,0,0,1,1)+STEP(y,0,-1,0,2)", -1},
+    {"ABS(x)-x+SIGN(y,x)", -1},
+    {"IF(x:1/y,0,1/z)", -1},
+    {"MOD(x,y)+POLY(z,0,1,2,3)", -1},
+    {"SQRT(x)+LOG(y)+ASIN(z)", -1},
+    {"CHEBY(x,0,1,2)*FORCOS(y,0,1,2,3)", -1},
+    {"DX(SIN(x)*y)", -1},
+    // Identities that do not hold in every environment, a subnormal
+    // divisor and logarithm folded, a slope that overflows where the value
+    // does not, a selection whose slope compares a NaN.
+    {"x-0", -1},
+    {"x*1+y/1", -1},
+    {"x/1E-310", -1},
+    {"LOG(1E-310)+x", -1},
+    {"TANH(y*800)+z", -1},
+    {"ABS(x)*y", -1},
+    {"MIN(1E-310,-1)*x+MIN(x,y)", -1},
+    // Exact zero sums, whose sign follows the rounding.
+    {"(1-1)+x", -1},
+    {"MOD(3,1.5)+x", -1},
+    // The C library's pow(5, 6) is not 15625 when rounding downward.
+    {"5^6*x+COS(2.41)*y", -1},
+    // Out of the 32-bit range AINT answers without converting.
+    {"AINT(x*1E10)+ANINT(y*1E10)", -1},
+};
+
+const std::vector<std::vector<double>> kPoints = {
+    {0.0, 0.0, 0.0},    {-0.0, 1.0, 2.0},     {kSub, -kSub, 3.0}, {-kSub, 0.5, 1.0},  {0.1, 0.2, 0.3},
+    {2.5e-320, -2.0, 1e300}, {1.0, 1.0, 1.0}, {-3.0, 7.0, 1e-300}, {0.7, -kSub, 0.0}, {1.5, 1e-308, -0.0},
+    {NAN, 1.0, -1.0},
+};
+
+// One environment: MXCSR without its flags, or unmasked traps set through
+// fenv as a host would (x87 too).
+struct Env {
+    const char* name;
+    unsigned mxcsr;
+    bool traps;
+};
+
+std::vector<Env> Environments()
+{
+    static const char* const kRounding[] = {"nearest", "down", "up", "toward zero"};
+    std::vector<Env> envs;
+    for (int flush = 0; flush < 2; ++flush) {
+        for (unsigned r = 0; r < 4; ++r) {
+            if (!flush && !r)
+                continue;  // the default
+            static std::vector<std::string> names;
+            names.push_back(std::string(kRounding[r]) + (flush ? ", FTZ+DAZ" : ""));
+            envs.push_back({names.back().c_str(), 0x1F80u | r << 13 | (flush ? 0x8040u : 0u), false});
+        }
+    }
+    // Each of flush-to-zero and denormals-are-zero alone.
+    envs.push_back({"FTZ", 0x1F80u | 0x8000u, false});
+    envs.push_back({"DAZ", 0x1F80u | 0x0040u, false});
+    return envs;
+}
+
+// Sets an environment for its life and restores the one before, flags
+// cleared so that none is pending when traps are unmasked.
+class EnvScope {
+public:
+    explicit EnvScope(const Env& env)
+    {
+        fegetenv(&m_saved);
+        feclearexcept(FE_ALL_EXCEPT);
+        if (env.traps)
+            feenableexcept(FE_DIVBYZERO | FE_INVALID | FE_OVERFLOW);
+        else
+            _mm_setcsr(env.mxcsr);
+    }
+    ~EnvScope()
+    {
+        feclearexcept(FE_ALL_EXCEPT);
+        fesetenv(&m_saved);
+    }
+
+private:
+    fenv_t m_saved;
+};
+
+// The calculators of one case: the tree alone, and one whose Evaluate runs
+// machine code or the interpreter.
+struct Calcs {
+    Calc tree;
+    Calc interpreted;
+    Calc machine;
+    std::unique_ptr<vexa::CompiledExpression> form;
+};
+
+Calc Derived(const Case& c)
+{
+    Calc calc = form_test::Parse(c.text);
+    if (calc && c.derivative >= 0)
+        calc = Calc(calc->getDerivativeCalculator(c.derivative));
+    return calc;
+}
+
+Calc TreeOnly(const Case& c)
+{
+    Calc calc = Derived(c);
+    Expression* copy = static_cast<Expression*>(calc.get())->Copy();
+    ExpressionAccess::SetCompilable(*copy, false);
+    return Calc(copy);
+}
+
+const std::vector<double> kWarmUp = {0.25, 0.5, 0.75};
+
+// Made in the default environment, evaluated often enough there for the
+// machine code to exist.
+Calcs Make(const Case& c)
+{
+    Calcs m{TreeOnly(c), Derived(c), Derived(c), nullptr};
+    form_test::Reference(m.interpreted.get(), kWarmUp);
+    for (int i = 0; i <= 200; ++i)
+        form_test::Reference(m.machine.get(), kWarmUp);
+    m.form = vexa::CompiledExpression::Make(m.tree.get(), 3);
+    return m;
+}
+
+vexa::Outcome Reference(ICalculator* calc, const std::vector<double>& point)
+{
+    return form_test::Reference(calc, point);
+}
+
+// The path running, for the report of a trap.
+const char* volatile g_stage = "";
+
+// The partials at each point in the default environment, and in [3] 1 where
+// the gradient succeeds there.
+using Gradients = std::vector<std::vector<double>>;
+
+Gradients DefaultGradients(Calcs& m, const std::vector<std::vector<double>>& points)
+{
+    vexa::Workspace ws(*m.form);
+    Gradients all;
+    for (const auto& p : points) {
+        std::vector<double> g(4);
+        g[3] = m.form->Gradient(p.data(), g.data(), ws).ok() ? 1.0 : 0.0;
+        all.push_back(g);
+    }
+    return all;
+}
+
+// Every path at every point against the tree, in the environment that is
+// set; the partials against those of the default environment (dg, by
+// point). Returns a description of the first difference, or "".
+std::string Compare(const Case& c, Calcs& m, const std::vector<std::vector<double>>& points, const Gradients& dg)
+{
+    const std::size_t n = points.size();
+    g_stage = "tree";
+    std::vector<vexa::Outcome> tree;
+    for (const auto& p : points)
+        tree.push_back(Reference(m.tree.get(), p));
+    vexa::Workspace ws(*m.form);
+    std::vector<double> columns[3];
+    for (const auto& p : points) {
+        for (int k = 0; k < 3; ++k)
+            columns[k].push_back(p[static_cast<std::size_t>(k)]);
+    }
+    const vexa::Column cols[3] = {vexa::Column::Values(columns[0].data()), vexa::Column::Values(columns[1].data()),
+                                  vexa::Column::Values(columns[2].data())};
+    std::vector<double> bulk(n);
+    g_stage = "bulk";
+    m.form->EvaluateMany(n, cols, bulk.data());
+    // Threads of the library's own inherit the host's environment: points
+    // enough for three of them.
+    const std::size_t repeated = 200;
+    std::vector<double> spread[3];
+    for (std::size_t i = 0; i < repeated; ++i) {
+        for (std::size_t k = 0; k < 3; ++k)
+            spread[k].push_back(points[i % n][k]);
+    }
+    const vexa::Column spreadCols[3] = {vexa::Column::Values(spread[0].data()),
+                                        vexa::Column::Values(spread[1].data()),
+                                        vexa::Column::Values(spread[2].data())};
+    std::vector<double> threaded(repeated);
+    vexa::Options three;
+    three.threads = 3;
+    g_stage = "bulk in threads";
+    m.form->EvaluateMany(repeated, spreadCols, threaded.data(), three);
+    std::vector<double> manyValues(n), manyGrads(3 * n);
+    g_stage = "gradients in bulk";
+    m.form->GradientMany(n, cols, manyValues.data(), manyGrads.data());
+    for (std::size_t i = 0; i < n; ++i) {
+        const std::vector<double>& p = points[i];
+        const vexa::Outcome& t = tree[i];
+        char where[96];
+        std::snprintf(where, sizeof where, " at (%g, %g, %g)", p[0], p[1], p[2]);
+        const std::string what = std::string(c.text) + (c.derivative >= 0 ? " (derivative)" : "") + where;
+        g_stage = "interpreter";
+        const vexa::Outcome interpreted = Reference(m.interpreted.get(), p);
+        g_stage = "machine code";
+        const vexa::Outcome machine = Reference(m.machine.get(), p);
+        g_stage = "one point";
+        const vexa::Outcome one = m.form->Evaluate(p.data(), ws);
+        g_stage = "gradient";
+        double grad[3];
+        const vexa::Outcome g = m.form->Gradient(p.data(), grad, ws);
+        g_stage = "compare";
+        if (!Same(interpreted, t))
+            return what + ": interpreter " + Show(interpreted) + ", tree " + Show(t);
+        if (!Same(machine, t))
+            return what + ": machine code " + Show(machine) + ", tree " + Show(t);
+        if (!Same(one, t))
+            return what + ": one point " + Show(one) + ", tree " + Show(t);
+        if (Bits(bulk[i]) != Bits(t.value) && !(std::isnan(bulk[i]) && std::isnan(t.value)))
+            return what + ": bulk " + std::to_string(bulk[i]) + ", tree " + Show(t);
+        if (g.ok() != (dg[i][3] == 1.0 && t.ok()))
+            return what + ": gradient " + Show(g) + ", tree " + Show(t);
+        for (std::size_t j = i; j < repeated; j += n) {
+            if (Bits(threaded[j]) != Bits(bulk[i]))
+                return what + ": bulk in threads " + std::to_string(threaded[j]) + ", in one " +
+                       std::to_string(bulk[i]);
+        }
+        if (Bits(manyValues[i]) != Bits(g.value) ||
+            std::memcmp(&manyGrads[3 * i], grad, sizeof grad) != 0)
+            return what + ": the gradient in bulk differs from the gradient at one point";
+        if (g.ok()) {
+            if (Bits(g.value) != Bits(t.value))
+                return what + ": gradient value " + Show(g) + ", tree " + Show(t);
+            for (std::size_t k = 0; k < 3; ++k) {
+                if (Bits(grad[k]) != Bits(dg[i][k]))
+                    return what + ": partial " + std::to_string(k) + " " + std::to_string(grad[k]) +
+                           ", default environment " + std::to_string(dg[i][k]);
+            }
+        } else {
+            for (int k = 0; k < 3; ++k) {
+                if (!std::isnan(grad[k]))
+                    return what + ": a failed gradient with a partial that is a number";
+            }
+        }
+    }
+    return "";
+}
+
+TEST(CompiledFloatEnvironment, EveryPathGivesTheTreesBitsInEveryEnvironment)
+{
+    for (const Case& c : kCases) {
+        Calcs m = Make(c);
+        ASSERT_TRUE(m.tree && m.interpreted && m.machine && m.form) << c.text;
+        ASSERT_TRUE(ExpressionAccess::RunsCompiled(*static_cast<Expression*>(m.machine.get()))) << c.text;
+        const auto gradients = DefaultGradients(m, kPoints);
+        for (const Env& env : Environments()) {
+            std::string diff;
+            unsigned after;
+            {
+                EnvScope scope(env);
+                diff = Compare(c, m, kPoints, gradients);
+                after = _mm_getcsr();
+            }
+            EXPECT_EQ(diff, "") << env.name;
+            // The host's environment is the host's again.
+            EXPECT_EQ(after & ~0x3Fu, env.mxcsr) << env.name;
+        }
+        // Back in the default environment nothing has changed.
+        EXPECT_EQ(Compare(c, m, kPoints, gradients), "") << "default, afterwards";
+    }
+}
+
+// What a compiled path computes once, when it is made (the constants it
+// folds, its machine code), follows the default environment whatever the
+// host had set at that moment: used in the default environment afterwards,
+// it gives the tree's bits there.
+TEST(CompiledFloatEnvironment, MadeUnderAnotherEnvironmentRunsAsMadeInTheDefault)
+{
+    for (const Env& env : Environments()) {
+        for (const Case& c : kCases) {
+            Calcs m{TreeOnly(c), Derived(c), Derived(c), nullptr};
+            {
+                EnvScope scope(env);
+                form_test::Reference(m.interpreted.get(), kWarmUp);
+                for (int i = 0; i <= 200; ++i)
+                    form_test::Reference(m.machine.get(), kWarmUp);
+                m.form = vexa::CompiledExpression::Make(m.tree.get(), 3);
+            }
+            ASSERT_TRUE(m.form) << c.text;
+            form_test::Reference(m.interpreted.get(), kWarmUp);
+            for (int i = 0; i <= 200; ++i)
+                form_test::Reference(m.machine.get(), kWarmUp);
+            // Gradients in a fresh form made in the default environment.
+            Calcs fresh = Make(c);
+            EXPECT_EQ(Compare(c, m, kPoints, DefaultGradients(fresh, kPoints)), "") << "made under " << env.name;
+        }
+    }
+}
+
+// Unmasked traps: each case runs in a child process at each point, so that
+// a trap is reported with the path that raised it instead of ending the
+// test runner. A point where the tree itself traps is not the compiled
+// paths' to answer for; it is skipped.
+const int kTreeTraps = 4;
+
+void OnTrap(int)
+{
+    const char* s = g_stage;
+    if (std::strcmp(s, "tree") == 0)
+        _exit(kTreeTraps);
+    if (write(2, "SIGFPE in ", 10) < 0 || write(2, s, std::strlen(s)) < 0) {
+    }
+    _exit(3);
+}
+
+// Compare in a child process under unmasked traps: its exit status (0 for
+// the same bits, kTreeTraps, or else a fault), and what it said in said.
+int CompareInChild(const Case& c, Calcs& m, const std::vector<std::vector<double>>& points, const Gradients& dg,
+                   std::string& said)
+{
+    std::fflush(nullptr);
+    int fds[2];
+    if (pipe(fds) != 0)
+        return -1;
+    const pid_t child = fork();
+    if (child < 0)
+        return -1;
+    if (child == 0) {
+        close(fds[0]);
+        dup2(fds[1], 2);
+        std::signal(SIGFPE, OnTrap);
+        std::string diff;
+        {
+            EnvScope scope({"traps unmasked", 0, true});
+            diff = Compare(c, m, points, dg);
+        }
+        if (write(2, diff.data(), diff.size()) < 0) {
+        }
+        _exit(diff.empty() ? 0 : 1);
+    }
+    close(fds[1]);
+    char buf[256];
+    ssize_t got;
+    while ((got = read(fds[0], buf, sizeof buf)) > 0)
+        said.append(buf, static_cast<std::size_t>(got));
+    close(fds[0]);
+    int status = 0;
+    if (waitpid(child, &status, 0) != child || !WIFEXITED(status))
+        return -1;
+    return WEXITSTATUS(status);
+}
+
+// Point by point first, which tells the points where the tree itself traps;
+// then all the others at once, so that the bulk runner has lanes to mask.
+TEST(CompiledFloatEnvironment, UnmaskedTrapsRaiseNothingTheTreeDoesNot)
+{
+    std::size_t compared = 0;
+    for (const Case& c : kCases) {
+        Calcs m = Make(c);
+        ASSERT_TRUE(m.form) << c.text;
+        const Gradients gradients = DefaultGradients(m, kPoints);
+        const std::string what = std::string(c.text) + (c.derivative >= 0 ? " (derivative)" : "");
+        std::vector<std::vector<double>> points;
+        Gradients dg;
+        for (std::size_t i = 0; i < kPoints.size(); ++i) {
+            std::string said;
+            const int status = CompareInChild(c, m, {kPoints[i]}, {gradients[i]}, said);
+            if (status == kTreeTraps)
+                continue;
+            points.push_back(kPoints[i]);
+            dg.push_back(gradients[i]);
+            EXPECT_EQ(status, 0) << what << " at point " << i << ": " << said;
+        }
+        std::string said;
+        EXPECT_EQ(CompareInChild(c, m, points, dg, said), 0) << what << " at every point at once: " << said;
+        compared += points.size();
+    }
+    // The tree traps at few of the points.
+    EXPECT_GT(compared, sizeof kCases / sizeof kCases[0] * kPoints.size() * 3 / 4);
+}
+
+// The x87 control word is no part of any path: with it at single
+// precision and rounding toward zero, every path still gives the tree's
+// bits.
+TEST(CompiledFloatEnvironment, TheX87ControlWordChangesNothing)
+{
+    for (const Case& c : kCases) {
+        Calcs m = Make(c);
+        ASSERT_TRUE(m.form) << c.text;
+        const auto gradients = DefaultGradients(m, kPoints);
+        std::uint16_t saved;
+        __asm__ volatile("fnstcw %0" : "=m"(saved));
+        const std::uint16_t single = static_cast<std::uint16_t>((saved & ~0x0300u) | 0x0C00u);
+        __asm__ volatile("fnclex\n\tfldcw %0" : : "m"(single));
+        const std::string diff = Compare(c, m, kPoints, gradients);
+        __asm__ volatile("fnclex\n\tfldcw %0" : : "m"(saved));
+        EXPECT_EQ(diff, "");
+    }
+}
+
+}  // namespace
+
+#endif
