@@ -196,7 +196,9 @@ VEXA_API char* vexa_tree_text(const vexa_expr* e, vexa_error* err); /* the tree 
 VEXA_API char* vexa_registered_calls(const vexa_expr* e, vexa_error* err);
 #define VEXA_BUILTIN 1
 #define VEXA_REGISTERED 2
-/* Function names, one a line: which = VEXA_BUILTIN, VEXA_REGISTERED or both. */
+/* Function names, one a line: which = VEXA_BUILTIN, VEXA_REGISTERED or both.
+   Only names a text can call are listed (the registry's internal lower-case
+   entries are not), the same names the vexa command lists. */
 VEXA_API char* vexa_functions(int which, vexa_error* err);
 VEXA_API void vexa_free_text(char* text); /* NULL is fine */
 
