@@ -9,7 +9,6 @@
 #include "tools/check.h"
 #include "tools/commands.h"
 #include "tools/derivatives.h"
-#include "tools/explain.h"
 #include "tools/errors.h"
 #include "tools/numbers.h"
 #include "tools/session.h"

@@ -105,17 +105,18 @@ public:
         const std::string at = " (at " + ToUtf8(m_params[static_cast<std::size_t>(m_index)]) + " = " +
                                FormatExact(x) + ")";
         if (dropped) {
-            const std::vector<Culprit> terms = DroppedTerms(m_calc, m_text, m_params);
+            const std::vector<Culprit> terms = DroppedTerms(m_calc, m_text, m_params, m_values);
             *dropped = !terms.empty();
             return terms.empty() ? std::string() : terms[0].message + at;
         }
-        Culprit c = r.thrown ? ExplainThrow(m_calc, m_text, m_params)
-                    : !r.ok  ? ExplainNull(m_calc, m_text, m_params)
-                             : ExplainNaN(m_calc, m_text, m_params);
+        Culprit c = r.ok ? ExplainNaN(m_calc, m_text, m_params) : ExplainFailure(m_calc, m_text, m_params, m_values);
         if (c.message.empty())
             c.message = r.thrown ? DescribeThrownCode(r.code) : !r.ok ? DescribeNullResult() : "the value is NaN";
         return c.message + at;
     }
+
+    // The point of the latest At.
+    const std::vector<VEXA_Data>& Values() const { return m_values; }
 
     // Columns for the bulk evaluation: the swept positions read xs, the others their held value.
     std::vector<vexa::Column> Columns(const std::vector<double>& xs) {
@@ -235,7 +236,7 @@ void SweepPointByPoint(ICalculator* calc, const std::vector<std::wstring>& param
     std::vector<std::vector<EvalResult>> results(1 + hosts.size());
     for (double x : out.xs) {
         results[0].push_back(points.At(calc, x));
-        if (req.strict && results[0].back().ok && !DroppedTerms(calc, text, params).empty()) results[0].back().ok = false;
+        if (req.strict && results[0].back().ok && !DroppedTerms(calc, text, params, points.Values()).empty()) results[0].back().ok = false;
         for (std::size_t k = 0; k < hosts.size(); ++k) results[k + 1].push_back(points.At(hosts[k].calc.get(), x));
     }
     out.quantities.push_back(Collect("value", results[0]));
