@@ -188,6 +188,16 @@ TEST(CApiInputs, RegisterRefusesNamesNoTextCanCall)
     EXPECT_NE(std::strstr(err.message, "registered already"), nullptr) << err.message;
 
     // The parser lets the function decide; a call that fails says what it takes.
+    vexa_expr* few = vexa_parse("2*OFFS2(x)+1", "x", &err);
+    ASSERT_TRUE(few) << err.message;
+    const double at = 5;
+    double got = 0;
+    const vexa_options strict = {1, 1};
+    EXPECT_EQ(vexa_eval_ex(few, &at, &got, &strict, &err), VEXA_E_REFUSED);
+    EXPECT_EQ(err.position, 2);
+    EXPECT_NE(std::strstr(err.message, "'OFFS2(x)' calls OFFS2 with 1 argument: OFFS2 takes 2 arguments"), nullptr)
+        << err.message;
+    vexa_free(few);
 
     // The parser lets the function decide; the review of a text tells.
     const auto warnings = vexa::ReviewText(L"x + OFFS2(x) + OFFS2(x, 1)");
@@ -254,6 +264,11 @@ TEST(CApiInputs, FailedEvaluationsNameTheirCause)
             EXPECT_EQ(err.position, c.position) << err.message;
             EXPECT_NE(std::strstr(err.message, c.says), nullptr) << err.message;
         }
+        // No gradient where there is no value, for the same cause at the same place.
+        std::vector<double> grad(static_cast<std::size_t>(count));
+        EXPECT_NE(vexa_gradient(e, point.data(), grad.data(), &err), VEXA_OK);
+        EXPECT_EQ(err.position, c.position) << err.message;
+        EXPECT_NE(std::strstr(err.message, c.says), nullptr) << err.message;
         // Over many points: the same cause for the point told of.
         std::vector<std::vector<double>> values(static_cast<std::size_t>(count), std::vector<double>(2, 0.0));
         values[0] = {2.5, c.x};
@@ -262,6 +277,11 @@ TEST(CApiInputs, FailedEvaluationsNameTheirCause)
             columns.push_back(column.data());
         double out[2];
         EXPECT_EQ(vexa_eval_many_ex(e, 2, columns.data(), nullptr, out, &options, nullptr, &err), VEXA_E_POINTS);
+        EXPECT_EQ(err.position, 1);
+        EXPECT_NE(std::strstr(err.message, c.says), nullptr) << err.message;
+        std::vector<double> grads(2 * static_cast<std::size_t>(count));
+        EXPECT_EQ(vexa_gradient_many(e, 2, columns.data(), nullptr, nullptr, grads.data(), &options, nullptr, &err),
+                  VEXA_E_POINTS);
         EXPECT_EQ(err.position, 1);
         EXPECT_NE(std::strstr(err.message, c.says), nullptr) << err.message;
         vexa_free(e);

@@ -33,10 +33,10 @@
  * tree again node by node (vexa::DiagnoseEvaluation): a division by zero, a
  * call that refused its arguments (which function, which values), operands
  * of shapes an operator does not take (which shapes), a call that threw.
- * The one-point calls (vexa_eval, vexa_eval_ex, vexa_eval_value) then set
- * err->position to the byte offset of that part in the text as passed; bulk
- * calls keep the point's index there and explain the point they tell of in
- * the message. Where another thread holds the tree (or a registered function
+ * The one-point calls (vexa_eval, vexa_eval_ex, vexa_eval_value,
+ * vexa_gradient) then set err->position to the byte offset of that part in
+ * the text as passed; bulk calls keep the point's index there and explain
+ * the point they tell of in the message. Where another thread holds the tree (or a registered function
  * it calls) at that moment, the message stays the general one of the code.
  * The statuses lie below -20000, apart from every code of the library.
  *

@@ -101,7 +101,7 @@ public:
             if (!Try(m_nodes[i].node).fine())
                 return Null(i, d);
         }
-        return d;
+        return Miscounted(d);
     }
 
     std::vector<EvaluationDiagnosis> Dropped()
@@ -127,6 +127,36 @@ public:
     }
 
 private:
+    // Every node here has a value, but a registered function given fewer
+    // arguments than it has parameters evaluates with the rest unset: the
+    // null is inside its own tree, which strict evaluation refuses.
+    EvaluationDiagnosis& Miscounted(EvaluationDiagnosis& d)
+    {
+        for (std::size_t i = 0; i < m_nodes.size(); ++i) {
+            const TreeNodeInfo& node = m_nodes[i];
+            int least = 0;
+            int most = 0;
+            bool builtIn = false;
+            const std::vector<std::size_t> args = Children(i);
+            const int count = static_cast<int>(args.size());
+            if (node.kind != NodeKind::kCall || !AcceptedCounts(node.function, least, most, builtIn) ||
+                (count >= least && count <= most))
+                continue;
+            std::string values;
+            for (std::size_t j : args)
+                values += (values.empty() ? "" : ", ") + ToUtf8(ValueText(Try(m_nodes[j].node).value));
+            d.cause = EvaluationCause::kRefusedCall;
+            d.function = node.function;
+            d.operands = "(" + values + ")";
+            Place(i, d);
+            d.message = Shown(i) + " calls " + ToUtf8(node.function) + " with " + std::to_string(count) +
+                        (count == 1 ? " argument" : " arguments") + ": " + TakesArguments(node.function) +
+                        ", and a parameter given no argument has no value inside it";
+            return Finish(d);
+        }
+        return d;
+    }
+
     std::vector<std::size_t> Children(std::size_t i) const
     {
         std::vector<std::size_t> out;
