@@ -66,13 +66,17 @@ class ParseError(VexaError, ValueError):
 
 class EvaluationError(VexaError, ArithmeticError):
     """An evaluation without a value: code is the library's thrown code, or
-    None for a null value (a function refused its arguments)."""
+    None for a null value (a function refused its arguments). The message
+    names the cause (a division by zero, a call that refused its values,
+    shapes that do not fit); position is the character of the text where
+    the cause stands, -1 where none is known (a derivative, many points)."""
 
-    def __init__(self, code, message):
+    def __init__(self, code, message, position=-1):
         super().__init__(message, code)
+        self.position = position
 
     def __reduce__(self):
-        return type(self), (self.code, self.message)
+        return type(self), (self.code, self.message, self.position)
 
 
 class EvaluationWarning(RuntimeWarning):
@@ -80,10 +84,12 @@ class EvaluationWarning(RuntimeWarning):
 
     failed: how many points; total: how many there were; index: the first
     such point (flat index in C order); code: what it threw, or None for a
-    null value or a strict refusal; reason: the library's message for it.
+    null value or a strict refusal; reason: the library's message for it,
+    which names the cause; position: the character of the text where the
+    cause stands (-1 where none is known).
     """
 
-    def __init__(self, failed, total, index, code, reason, shape=None):
+    def __init__(self, failed, total, index, code, reason, shape=None, position=-1):
         where = str(index)
         if shape is not None and len(shape) > 1:
             where += " " + str(tuple(int(i) for i in np.unravel_index(index, shape)))
@@ -95,11 +101,13 @@ class EvaluationWarning(RuntimeWarning):
         self.code = code
         self.reason = reason
         self.shape = shape
+        self.position = position
 
     def __reduce__(self):
         """Its fields, so that it crosses to other processes (Dask turns a
         worker's warnings filtered as errors into exceptions it ships)."""
-        return type(self), (self.failed, self.total, self.index, self.code, self.reason, self.shape)
+        return type(self), (self.failed, self.total, self.index, self.code, self.reason, self.shape,
+                            self.position)
 
 
 Function = collections.namedtuple("Function", "name form summary")
@@ -117,8 +125,9 @@ _MISSING = object()
 def _param_list(params):
     """The host's names as the library takes them, after refusing what the
     library would silently turn into other names: an empty name, white space
-    inside one (dropped: "A B" would be AB) and a name given twice (names
-    match without regard to case). Spaces around a name are no part of it.
+    inside one (dropped: "A B" would be AB; a braced name keeps its own, as
+    in texts) and a name given twice (names match without regard to case).
+    Spaces around a name are no part of it.
 
     Returns the list and, for a str, where each of its characters stood in
     it, so that a position the library reports can be told as typed."""
@@ -143,7 +152,8 @@ def _param_list(params):
         name = raw.strip()
         if not name:
             raise ValueError(f"params: name {i + 1} of {len(names)} is empty ({params!r})")
-        if any(c.isspace() for c in name):
+        braced = name.startswith("{") and name.endswith("}")  # "{V 1}" is a name of texts
+        if not braced and any(c.isspace() for c in name):
             raise ValueError(f"params: {name!r} has white space inside; separate names with commas")
         if name.upper() in seen:
             raise ValueError(f"params: {name!r} is given twice (as {seen[name.upper()]!r})")
@@ -208,9 +218,9 @@ def _apart_from(columns, result):
 
 def _warn(summary, shape):
     if summary is not None:
-        failed, index, code, reason = summary
+        failed, index, code, reason, position = summary
         total = int(np.prod(shape, dtype=np.int64))
-        warnings.warn(EvaluationWarning(failed, total, index, code, reason, shape), stacklevel=3)
+        warnings.warn(EvaluationWarning(failed, total, index, code, reason, shape, position), stacklevel=3)
 
 
 def _columns(arrays):

@@ -7,7 +7,7 @@ import numpy.typing as npt
 BUILTIN: int
 REGISTERED: int
 
-_Summary = Optional[Tuple[int, int, Optional[int], str]]
+_Summary = Optional[Tuple[int, int, Optional[int], str, int]]
 _Column = Union[float, npt.NDArray[np.float64]]
 
 
