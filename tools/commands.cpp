@@ -121,7 +121,7 @@ namespace {
 // The library's review of the text: what it reads differently from what was
 // probably meant. Warnings go to standard error.
 void PrintWarnings(const Parsed& p) {
-    for (const vexa::TextWarning& w : vexa::ReviewText(p.text.c_str(), p.list ? p.list->c_str() : nullptr))
+    for (const vexa::TextWarning& w : Review(p))
         std::cerr << "vexa: warning: " << DescribeWarning(w, p.text, p.list);
 }
 
