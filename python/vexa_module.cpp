@@ -17,6 +17,8 @@
 
 #include "vexa/calc/call_forms.h"
 #include "vexa/core/utf8.h"
+#include "vexa/parser/host_input.h"
+#include "vexa/parser/parse_diagnosis.h"
 #include "vexa/vexa_c.h"
 
 namespace py = pybind11;
@@ -424,6 +426,22 @@ PYBIND11_MODULE(_vexa, m)
         if (!f)
             return py::none();
         return py::make_tuple(f->form, f->summary);
+    });
+    // The library's review of a text, as the C interface reads it: its white
+    // space blanked, and no warning of names a list joins (the checked list
+    // refuses spaces inside a name instead). Positions count characters.
+    m.def("review", [](const std::string& text, const py::object& params) {
+        std::wstring t = vexa::FromUtf8(NoNul(text, "the text"));
+        vexa::BlankWhiteSpace(t);
+        const bool list = !params.is_none();
+        std::wstring l = list ? vexa::FromUtf8(NoNul(params.cast<std::string>(), "the parameter list")) : L"";
+        vexa::BlankWhiteSpace(l);
+        std::vector<py::tuple> out;
+        for (const vexa::TextWarning& w : vexa::ReviewText(t.c_str(), list ? l.c_str() : nullptr)) {
+            if (w.kind != vexa::TextWarningKind::kListJoinedName)
+                out.push_back(py::make_tuple(w.message, w.position));
+        }
+        return out;
     });
     m.attr("BUILTIN") = VEXA_BUILTIN;
     m.attr("REGISTERED") = VEXA_REGISTERED;

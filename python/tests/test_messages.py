@@ -62,7 +62,8 @@ def test_a_derivative_has_no_text_to_point_into():
 def test_a_registered_function_given_too_few_arguments():
     vexa.register("MSGOFFS", vexa.Expression("B+A", "A,B"))
     try:
-        e = vexa.Expression("2*MSGOFFS(x)+1", "x")
+        with pytest.warns(vexa.TextWarning, match="MSGOFFS takes 2 arguments"):
+            e = vexa.Expression("2*MSGOFFS(x)+1", "x")
         with pytest.raises(vexa.EvaluationError) as info:
             e(5.0)
         assert "MSGOFFS takes 2 arguments" in info.value.message and info.value.position == 2
@@ -132,3 +133,38 @@ def test_a_syntax_error_in_a_multi_line_text_points_at_its_character():
     with pytest.raises(vexa.ParseError) as info:
         vexa.Expression(text, "x")
     assert text[info.value.position] == "#"
+
+
+# text, params, what the warning says, the character it points at (None: no warning)
+REVIEWED = [
+    ("2*x+1)/2", "x", "closes no '('", 5),
+    ("m*g + M*a", None, "'M' and 'm' are one parameter", 6),
+    ("X + 1 5", None, "'1 5' is read as the one number 15", 4),
+    ("x\t+\t1 5", None, "'1 5' is read as the one number 15", 4),  # white space as the library reads it
+    ("2*x + 1", "x", None, None),
+    ("b + T0*{V 1}", "{V 1}, T0", None, None),  # a braced name keeps its space: nothing is joined
+]
+
+
+@pytest.mark.parametrize("text, params, says, position", REVIEWED)
+def test_texts_read_otherwise_than_meant_warn_once_made(text, params, says, position):
+    with warnings.catch_warnings(record=True) as seen:
+        warnings.simplefilter("always")
+        vexa.Expression(text, params)
+    told = [s for s in seen if issubclass(s.category, vexa.TextWarning)]
+    if says is None:
+        assert told == []
+        return
+    [w] = told
+    assert says in w.message.message and w.message.position == position
+    assert w.filename == __file__
+
+
+def test_a_registered_function_called_with_another_count_warns():
+    vexa.register("MSGOFFS2", vexa.Expression("B+A", "A,B"))
+    try:
+        with pytest.warns(vexa.TextWarning, match="MSGOFFS2 takes 2 arguments") as seen:
+            e = vexa.Expression("MSGOFFS2(5, 1, 2, 3)")
+        assert seen[0].message.position == 0 and e() == 6.0  # the language's own reading stays
+    finally:
+        vexa.unregister("MSGOFFS2")

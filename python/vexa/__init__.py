@@ -29,7 +29,7 @@ from . import _vexa
 from ._version import __version__
 
 __all__ = ["Expression", "register", "unregister", "registered", "functions", "Function",
-           "VexaError", "ParseError", "EvaluationError", "EvaluationWarning", "__version__"]
+           "VexaError", "ParseError", "EvaluationError", "EvaluationWarning", "TextWarning", "__version__"]
 
 
 class VexaError(Exception):
@@ -108,6 +108,26 @@ class EvaluationWarning(RuntimeWarning):
         worker's warnings filtered as errors into exceptions it ships)."""
         return type(self), (self.failed, self.total, self.index, self.code, self.reason, self.shape,
                             self.position)
+
+
+class TextWarning(UserWarning):
+    """Emitted when an Expression is made from a text that parses but is
+    probably not read as meant: a ')' that closes nothing (the text ends
+    there), names that differ only in case (one parameter), a registered
+    function called with another count than its parameters, "1 5" read as
+    15, a call of constants without a value, a placeholder's fixed value.
+
+    message: the library's review; position: the character of the text it
+    concerns (-1 where none).
+    """
+
+    def __init__(self, message, position=-1):
+        super().__init__(message)
+        self.message = message
+        self.position = position
+
+    def __reduce__(self):
+        return type(self), (self.message, self.position)
 
 
 Function = collections.namedtuple("Function", "name form summary")
@@ -255,7 +275,9 @@ class Expression:
 
     def __init__(self, text, params=None, *, strict=True, threads=1):
         """Parses text (raises ParseError, or ValueError/TypeError for a
-        parameter list or setting that cannot be right)."""
+        parameter list or setting that cannot be right); emits a TextWarning
+        for each piece of a text that parses but is probably not read as
+        meant."""
         if not isinstance(text, str):
             raise TypeError("the text is a str")
         self.strict = strict
@@ -271,6 +293,8 @@ class Expression:
             raise
         self._calls = tuple(_registry.get(name) or _Definition(name, None, None, (), ())
                             for name in self._handle.registered_calls())
+        for message, position in _vexa.review(text, self._params):
+            warnings.warn(TextWarning(message, position), stacklevel=2)
 
     def _adopt(self, handle):
         self._handle = handle

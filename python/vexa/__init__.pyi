@@ -40,6 +40,12 @@ class EvaluationWarning(RuntimeWarning):
                  shape: Optional[Tuple[int, ...]] = ..., position: int = ...) -> None: ...
 
 
+class TextWarning(UserWarning):
+    message: str
+    position: int
+    def __init__(self, message: str, position: int = ...) -> None: ...
+
+
 class Function(NamedTuple):
     name: str
     form: str
