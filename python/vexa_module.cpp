@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -17,8 +18,6 @@
 
 #include "vexa/calc/call_forms.h"
 #include "vexa/core/utf8.h"
-#include "vexa/parser/host_input.h"
-#include "vexa/parser/parse_diagnosis.h"
 #include "vexa/vexa_c.h"
 
 namespace py = pybind11;
@@ -427,19 +426,22 @@ PYBIND11_MODULE(_vexa, m)
             return py::none();
         return py::make_tuple(f->form, f->summary);
     });
-    // The library's review of a text, as the C interface reads it: its white
-    // space blanked, and no warning of names a list joins (the checked list
-    // refuses spaces inside a name instead). Positions count characters.
+    // The C interface's review of a text: (message, character) pairs.
     m.def("review", [](const std::string& text, const py::object& params) {
-        std::wstring t = vexa::FromUtf8(NoNul(text, "the text"));
-        vexa::BlankWhiteSpace(t);
+        const std::string t = NoNul(text, "the text");
         const bool list = !params.is_none();
-        std::wstring l = list ? vexa::FromUtf8(NoNul(params.cast<std::string>(), "the parameter list")) : L"";
-        vexa::BlankWhiteSpace(l);
+        const std::string p = list ? NoNul(params.cast<std::string>(), "the parameter list") : std::string();
+        vexa_error err;
+        char* told = vexa_review(t.c_str(), list ? p.c_str() : nullptr, &err);
+        if (!told)
+            Raise(err.code < -20000 ? err.code : VEXA_E_CODE, err);
         std::vector<py::tuple> out;
-        for (const vexa::TextWarning& w : vexa::ReviewText(t.c_str(), list ? l.c_str() : nullptr)) {
-            if (w.kind != vexa::TextWarningKind::kListJoinedName)
-                out.push_back(py::make_tuple(w.message, w.position));
+        for (const std::string& line : Lines(told)) {
+            const std::size_t tab = line.find('\t');
+            if (tab == std::string::npos)
+                continue;
+            const int byte = std::atoi(line.substr(0, tab).c_str());
+            out.push_back(py::make_tuple(line.substr(tab + 1), CharIndex(t, byte)));
         }
         return out;
     });

@@ -111,6 +111,15 @@ typedef struct vexa_error {
 
 /* Parsing. params: the host's comma-separated parameter names, or NULL. */
 VEXA_API vexa_expr* vexa_parse(const char* text, const char* params, vexa_error* err); /* NULL on error */
+/* The library's review of a text that parses but is probably not read as
+   meant (a ')' that closes nothing, names that differ only in case, a
+   registered function called with another count than its parameters, "1 5"
+   read as 15, a call of constants without a value, ...): one warning a line,
+   the byte offset of its piece in the text as passed (-1: none), a tab, the
+   message. An empty text when there is nothing to say; NULL on error (a text
+   that does not parse, a rejected list: as vexa_parse). Free it with
+   vexa_free_text. */
+VEXA_API char* vexa_review(const char* text, const char* params, vexa_error* err);
 VEXA_API void vexa_free(vexa_expr* e);                                                 /* NULL is fine */
 VEXA_API int vexa_param_count(const vexa_expr* e);                                     /* -1 for NULL */
 VEXA_API const char* vexa_param_name(const vexa_expr* e, int index); /* owned by e; NULL out of range */
