@@ -119,7 +119,7 @@ const VEXA_Data* PointOf(const std::vector<VEXA_Data>& values) {
 Culprit ExplainFailure(ICalculator* calc, const std::wstring& text, const std::vector<std::wstring>& params,
                        const std::vector<VEXA_Data>& values) {
     return FromDiagnosis(vexa::DiagnoseEvaluation(calc, static_cast<int>(values.size()), PointOf(values),
-                                                  text.c_str(), &params));
+                                                  text.empty() ? nullptr : text.c_str(), &params));
 }
 
 std::vector<Culprit> DroppedTerms(ICalculator* calc, const std::wstring& text,

@@ -115,6 +115,16 @@ public:
         return c.message + at;
     }
 
+    // The library's diagnosis of calc at x (the expression, or a derivative
+    // calculator, which has no text of its own); empty when it blames nothing.
+    std::string Diagnosed(ICalculator* calc, bool ownText, double x) {
+        At(calc, x);
+        const Culprit c = ExplainFailure(calc, ownText ? m_text : std::wstring(), m_params, m_values);
+        return c.message.empty() ? std::string()
+                                 : c.message + " (at " + ToUtf8(m_params[static_cast<std::size_t>(m_index)]) +
+                                       " = " + FormatExact(x) + ")";
+    }
+
     // The point of the latest At.
     const std::vector<VEXA_Data>& Values() const { return m_values; }
 
@@ -211,14 +221,22 @@ void SweepInBulk(ICalculator* calc, const std::vector<std::wstring>& params, con
             q.panel = static_cast<int>(k) + 1;
             q.wrt = ToUtf8(params[static_cast<std::size_t>(d.index)]);
             q.order = 1;
-            if (q.missing && !gradReport.first.empty()) q.first_problem = FailureText(gradReport.first[0]);
+            if (q.missing && !gradReport.first.empty()) {
+                const vexa::PointFailure& f = gradReport.first[0];
+                const std::string cause =
+                    f.failure == vexa::Failure::kNoGradient ? std::string() : points.Diagnosed(calc, true, out.xs[f.index]);
+                q.first_problem = FailureText(f) + (cause.empty() ? "" : ": " + cause);
+            }
             out.quantities.push_back(std::move(q));
         }
         std::vector<double> hy(n);
         const vexa::Report hr =
             vexa::EvaluateMany(hosts[k].calc.get(), static_cast<int>(np), n, cols.data(), hy.data());
         Quantity q = Scalars("calc " + label, std::move(hy));
-        if (q.missing && !hr.first.empty()) q.first_problem = FailureText(hr.first[0]);
+        if (q.missing && !hr.first.empty()) {
+            const std::string cause = points.Diagnosed(hosts[k].calc.get(), false, out.xs[hr.first[0].index]);
+            q.first_problem = cause.empty() ? FailureText(hr.first[0]) : cause;
+        }
         q.host = true;
         q.mark = hosts[k].mark;
         q.panel = static_cast<int>(k) + 1;
