@@ -17,6 +17,7 @@ set(VEXA_PUBLIC_HEADERS
   vexa/tree/operater_node.h vexa/tree/function_node.h vexa/tree/tree_walk.h vexa/tree/tree_text.h
   vexa/calc/icalculator.h vexa/calc/calc_ref.h vexa/calc/expression.h vexa/calc/complex_step_calculator.h
   vexa/calc/buidin_function.h vexa/calc/function_factory.h vexa/calc/call_errors.h vexa/calc/call_forms.h
+  vexa/calc/callable_names.h
   vexa/parser/vexa_parser.h vexa/parser/parse_diagnosis.h vexa/parser/host_input.h
   vexa/parser/evaluation_diagnosis.h)
 foreach(h ${VEXA_PUBLIC_HEADERS})

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -43,8 +44,9 @@ int CharIndex(const std::string& utf8, int byte)
     throw py::error_already_set();
 }
 
-// Raises the package's exception for a failed call.
-[[noreturn]] void Raise(int status, const vexa_error& err)
+// Raises the package's exception for a failed call. typed: the text of a
+// one-point call, whose err.position is a byte offset in it.
+[[noreturn]] void Raise(int status, const vexa_error& err, const std::string* typed = nullptr)
 {
     const std::string message = err.message;
     if (status == VEXA_E_MEMORY)
@@ -53,16 +55,17 @@ int CharIndex(const std::string& utf8, int byte)
         throw py::value_error(message);
     py::module_ package = py::module_::import("vexa");
     py::object error;
+    const int position = typed && !typed->empty() && err.position >= 0 ? CharIndex(*typed, err.position) : -1;
     switch (status) {
     case VEXA_E_CODE:
     case VEXA_E_POINTS:
-        error = package.attr("EvaluationError")(err.code, message);
+        error = package.attr("EvaluationError")(err.code, message, position);
         break;
     case VEXA_E_NULL:
     case VEXA_E_NOT_SCALAR:
     case VEXA_E_REFUSED:
     case VEXA_E_NO_GRADIENT:
-        error = package.attr("EvaluationError")(py::none(), message);
+        error = package.attr("EvaluationError")(py::none(), message, position);
         break;
     default:
         error = package.attr("VexaError")(message);
@@ -70,10 +73,10 @@ int CharIndex(const std::string& utf8, int byte)
     Throw(error);
 }
 
-void Check(int status, const vexa_error& err)
+void Check(int status, const vexa_error& err, const std::string* typed = nullptr)
 {
     if (status != VEXA_OK)
-        Raise(status, err);
+        Raise(status, err, typed);
 }
 
 // A C string of a Python one; the C interface would stop at a NUL.
@@ -101,7 +104,8 @@ std::vector<std::string> Lines(char* text)
 
 class Handle {
 public:
-    explicit Handle(vexa_expr* e) : m_e(e) {}
+    // typed: the text e was parsed from, empty for a derivative (which has none).
+    Handle(vexa_expr* e, std::string typed) : m_e(e), m_typed(std::move(typed)) {}
     ~Handle() { vexa_free(m_e); }
     Handle(const Handle&) = delete;
     Handle& operator=(const Handle&) = delete;
@@ -130,7 +134,7 @@ public:
         vexa_options options = {strict ? 1 : 0, 0};
         double result = 0.0;
         vexa_error err;
-        Check(vexa_eval_ex(m_e, values.data(), &result, &options, &err), err);
+        Check(vexa_eval_ex(m_e, values.data(), &result, &options, &err), err, &m_typed);
         return result;
     }
 
@@ -154,7 +158,7 @@ public:
             out.data = buffer.data();
             status = vexa_eval_value(m_e, in.data(), &out, buffer.size(), &err);
         }
-        Check(status, err);
+        Check(status, err, &m_typed);
         if (out.rows == 1 && out.cols == 1)
             return py::float_(buffer[0]);
         std::vector<py::ssize_t> shape;
@@ -187,7 +191,7 @@ public:
         needCount(values.size());
         Array grad(std::vector<py::ssize_t>{static_cast<py::ssize_t>(count())});
         vexa_error err;
-        Check(vexa_gradient(m_e, values.data(), grad.mutable_data(), &err), err);
+        Check(vexa_gradient(m_e, values.data(), grad.mutable_data(), &err), err, &m_typed);
         return grad;
     }
 
@@ -216,7 +220,7 @@ public:
         vexa_expr* d = vexa_derivative(m_e, index, &err);
         if (!d)
             Raise(err.code < -20000 ? err.code : VEXA_E_CODE, err);
-        return std::unique_ptr<Handle>(new Handle(d));
+        return std::unique_ptr<Handle>(new Handle(d, std::string()));
     }
 
     std::vector<std::string> text(char* (*of)(const vexa_expr*, vexa_error*)) const
@@ -305,8 +309,10 @@ private:
                         err.position > 0 && static_cast<std::size_t>(err.position) < k ? err.position : 0;
                     first = at + FirstFailed(bulk, at, told, one, nan);
                     firstStatus = one(PointOf(bulk, first), &firstErr);
-                    if (firstStatus == VEXA_OK)  // the bulk call's own word, then
+                    if (firstStatus == VEXA_OK) {  // the bulk call's own word, then
                         firstErr = err;
+                        firstErr.position = -1;  // a point's index there, not a place in the text
+                    }
                 }
             }
             at += k;
@@ -319,8 +325,9 @@ private:
         if (failed == 0)
             return py::none();
         const bool threw = firstStatus == VEXA_E_CODE;
+        const int position = !m_typed.empty() && firstErr.position >= 0 ? CharIndex(m_typed, firstErr.position) : -1;
         return py::make_tuple(failed, first, threw ? py::object(py::int_(firstErr.code)) : py::object(py::none()),
-                              std::string(firstErr.message));
+                              std::string(firstErr.message), position);
     }
 
     // The first point before the one the library told of (reported, inside
@@ -358,6 +365,7 @@ private:
     }
 
     vexa_expr* m_e;
+    std::string m_typed;
 };
 
 std::unique_ptr<Handle> Parse(const std::string& text, const py::object& params)
@@ -368,7 +376,7 @@ std::unique_ptr<Handle> Parse(const std::string& text, const py::object& params)
     vexa_error err;
     vexa_expr* e = vexa_parse(t.c_str(), list ? p.c_str() : nullptr, &err);
     if (e)
-        return std::unique_ptr<Handle>(new Handle(e));
+        return std::unique_ptr<Handle>(new Handle(e, t));
     if (err.code < -20000 && err.code != VEXA_E_LIST)
         Raise(err.code, err);
     const bool inList = err.code == VEXA_E_LIST;
@@ -417,6 +425,25 @@ PYBIND11_MODULE(_vexa, m)
         if (!f)
             return py::none();
         return py::make_tuple(f->form, f->summary);
+    });
+    // The C interface's review of a text: (message, character) pairs.
+    m.def("review", [](const std::string& text, const py::object& params) {
+        const std::string t = NoNul(text, "the text");
+        const bool list = !params.is_none();
+        const std::string p = list ? NoNul(params.cast<std::string>(), "the parameter list") : std::string();
+        vexa_error err;
+        char* told = vexa_review(t.c_str(), list ? p.c_str() : nullptr, &err);
+        if (!told)
+            Raise(err.code < -20000 ? err.code : VEXA_E_CODE, err);
+        std::vector<py::tuple> out;
+        for (const std::string& line : Lines(told)) {
+            const std::size_t tab = line.find('\t');
+            if (tab == std::string::npos)
+                continue;
+            const int byte = std::atoi(line.substr(0, tab).c_str());
+            out.push_back(py::make_tuple(line.substr(tab + 1), CharIndex(t, byte)));
+        }
+        return out;
     });
     m.attr("BUILTIN") = VEXA_BUILTIN;
     m.attr("REGISTERED") = VEXA_REGISTERED;

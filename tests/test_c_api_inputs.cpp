@@ -3,6 +3,7 @@
 // spaced and repeated names refused) and white space other than the space.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -188,6 +189,16 @@ TEST(CApiInputs, RegisterRefusesNamesNoTextCanCall)
     EXPECT_NE(std::strstr(err.message, "registered already"), nullptr) << err.message;
 
     // The parser lets the function decide; a call that fails says what it takes.
+    vexa_expr* few = vexa_parse("2*OFFS2(x)+1", "x", &err);
+    ASSERT_TRUE(few) << err.message;
+    const double at = 5;
+    double got = 0;
+    const vexa_options strict = {1, 1};
+    EXPECT_EQ(vexa_eval_ex(few, &at, &got, &strict, &err), VEXA_E_REFUSED);
+    EXPECT_EQ(err.position, 2);
+    EXPECT_NE(std::strstr(err.message, "'OFFS2(x)' calls OFFS2 with 1 argument: OFFS2 takes 2 arguments"), nullptr)
+        << err.message;
+    vexa_free(few);
 
     // The parser lets the function decide; the review of a text tells.
     const auto warnings = vexa::ReviewText(L"x + OFFS2(x) + OFFS2(x, 1)");
@@ -254,6 +265,11 @@ TEST(CApiInputs, FailedEvaluationsNameTheirCause)
             EXPECT_EQ(err.position, c.position) << err.message;
             EXPECT_NE(std::strstr(err.message, c.says), nullptr) << err.message;
         }
+        // No gradient where there is no value, for the same cause at the same place.
+        std::vector<double> grad(static_cast<std::size_t>(count));
+        EXPECT_NE(vexa_gradient(e, point.data(), grad.data(), &err), VEXA_OK);
+        EXPECT_EQ(err.position, c.position) << err.message;
+        EXPECT_NE(std::strstr(err.message, c.says), nullptr) << err.message;
         // Over many points: the same cause for the point told of.
         std::vector<std::vector<double>> values(static_cast<std::size_t>(count), std::vector<double>(2, 0.0));
         values[0] = {2.5, c.x};
@@ -264,8 +280,61 @@ TEST(CApiInputs, FailedEvaluationsNameTheirCause)
         EXPECT_EQ(vexa_eval_many_ex(e, 2, columns.data(), nullptr, out, &options, nullptr, &err), VEXA_E_POINTS);
         EXPECT_EQ(err.position, 1);
         EXPECT_NE(std::strstr(err.message, c.says), nullptr) << err.message;
+        std::vector<double> grads(2 * static_cast<std::size_t>(count));
+        EXPECT_EQ(vexa_gradient_many(e, 2, columns.data(), nullptr, nullptr, grads.data(), &options, nullptr, &err),
+                  VEXA_E_POINTS);
+        EXPECT_EQ(err.position, 1);
+        EXPECT_NE(std::strstr(err.message, c.says), nullptr) << err.message;
         vexa_free(e);
     }
+}
+
+std::string Reviewed(const char* text, const char* params, vexa_error* err)
+{
+    char* lines = vexa_review(text, params, err);
+    if (!lines)
+        return "(null)";
+    std::string out = lines;
+    vexa_free_text(lines);
+    return out;
+}
+
+TEST(CApiInputs, ReviewOfTexts)
+{
+    vexa_error err;
+    vexa_expr* offs = vexa_parse("B+A", "A,B", &err);
+    ASSERT_EQ(vexa_register("ROFFS", offs, &err), VEXA_OK) << err.message;
+    const struct {
+        const char* text;
+        const char* params;
+        const char* lines;  // as told: byte offset, tab, message
+    } cases[] = {
+        {"2*x+1)/2", "x", "5\tthis ')' closes no '('"},
+        {"m*g + M*a", nullptr, "6\t'M' and 'm' are one parameter"},
+        // bytes: the braced name before holds a two-byte character
+        {"{\xc3\xa4}+ROFFS(5,1,2)", nullptr, "5\tROFFS is called with 3 arguments, but ROFFS takes 2 arguments\n"},
+        {"x\t+\t1 5", nullptr, "4\t'1 5' is read as the one number 15"},
+        {"b + T0*{V 1}", "{V 1},T0", ""},
+        {"2*x + 1", "x", ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        const std::string told = Reviewed(c.text, c.params, &err);
+        if (*c.lines == '\0') {
+            EXPECT_EQ(told, "");
+        } else {
+            EXPECT_EQ(told.compare(0, std::strlen(c.lines), c.lines), 0) << told;
+            EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 1) << told;
+        }
+    }
+    // What vexa_parse refuses, this refuses alike.
+    EXPECT_EQ(Reviewed("x+", "x", &err), "(null)");
+    EXPECT_NE(std::strstr(err.message, "operand"), nullptr) << err.message;
+    EXPECT_EQ(Reviewed("x", "x,", &err), "(null)");
+    EXPECT_EQ(err.code, VEXA_E_LIST);
+    EXPECT_EQ(Reviewed(nullptr, nullptr, nullptr), "(null)");
+    EXPECT_EQ(vexa_unregister("ROFFS", &err), VEXA_OK);
+    vexa_free(offs);
 }
 
 TEST(CApiInputs, VersionAndMachineCode)

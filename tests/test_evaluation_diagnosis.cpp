@@ -95,4 +95,41 @@ TEST(EvaluationDiagnosis, CallsThatFailAndParametersWithoutValue)
     EXPECT_EQ(n.position, 2);
 }
 
+TEST(EvaluationDiagnosis, TermsDroppedFromAValue)
+{
+    struct Case {
+        const wchar_t* text;
+        double x;
+        std::vector<int> positions;  // of the calls told, in order; none where nothing is dropped
+        const char* first;           // stands in the first message
+    };
+    const Case cases[] = {
+        {L"LOG(x) + 5", -1, {0}, "'LOG(x)' has no value: LOG refuses (-1) (at position 0)"},
+        {L"LOG(x) + SQRT(x) + 2", -1, {0, 9}, "LOG refuses (-1)"},
+        {L"SQRT(x) + 1", 4, {}, ""},
+        // no value at all: that is DiagnoseEvaluation's to explain
+        {L"1 + SQRT(x)", -1, {}, ""},
+        {L"SQRT(x)", -1, {}, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(Narrow(c.text));
+        ParseResult r = Parse(c.text, L"x");
+        ASSERT_TRUE(r.calc) << r.diagnosis.message;
+        VEXA_Data x(c.x);
+        const std::vector<EvaluationDiagnosis> dropped = DiagnoseDroppedTerms(r.calc.get(), 1, &x, c.text, &r.names);
+        ASSERT_EQ(dropped.size(), c.positions.size());
+        for (std::size_t i = 0; i < dropped.size(); ++i) {
+            EXPECT_EQ(dropped[i].cause, EvaluationCause::kRefusedCall);
+            EXPECT_EQ(dropped[i].position, c.positions[i]);
+        }
+        if (!dropped.empty()) {
+            EXPECT_NE(dropped[0].message.find(c.first), std::string::npos) << dropped[0].message;
+        }
+    }
+    // What cannot be diagnosed is told nothing rather than read.
+    ParseResult r = Parse(L"LOG(x) + 5", L"x");
+    EXPECT_TRUE(DiagnoseDroppedTerms(r.calc.get(), 1, nullptr).empty());
+    EXPECT_TRUE(DiagnoseDroppedTerms(nullptr, 0, nullptr).empty());
+}
+
 }  // namespace

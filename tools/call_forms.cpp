@@ -3,21 +3,14 @@
 #include <ostream>
 
 #include "tools/wide.h"
+#include "vexa/calc/callable_names.h"
 #include "vexa/vexa.h"
 
 namespace vexa_cli {
 
 int ListFunctions(std::ostream& out, const std::vector<std::string>& only, bool namesOnly,
                   std::vector<std::string>& unknown) {
-    // Texts reach a function through its name upper-cased: registry keys
-    // with lower-case letters (the internal add, cos, sin) no text can call.
-    std::vector<std::wstring> all, names;
-    FunctionFactory::getInstance()->GetAllFunctionName(all);
-    for (const std::wstring& name : all) {
-        bool callable = !name.empty();
-        for (wchar_t c : name) callable = callable && !(c >= L'a' && c <= L'z');
-        if (callable) names.push_back(name);
-    }
+    const std::vector<std::wstring> names = vexa::CallableBuiltInNames();
     std::vector<bool> found(only.size(), false);
     if (only.empty() && !namesOnly)
         out << "The language knows " << names.size()

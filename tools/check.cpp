@@ -34,7 +34,7 @@ CheckStats CheckStream(std::istream& in, const std::string& source, const std::o
         const std::string where = source + ":" + std::to_string(number) + ": ";
         if (p.status == ParseStatus::Ok) {
             const std::vector<vexa::TextWarning> warnings =
-                vexa::ReviewText(p.text.c_str(), p.list ? p.list->c_str() : nullptr);
+                Review(p);
             for (const vexa::TextWarning& w : warnings) err << where << "warning: " << DescribeWarning(w, p.text, p.list);
             stats.warned += warnings.empty() ? 0 : 1;
             if (verbose)

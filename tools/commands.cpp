@@ -121,7 +121,7 @@ namespace {
 // The library's review of the text: what it reads differently from what was
 // probably meant. Warnings go to standard error.
 void PrintWarnings(const Parsed& p) {
-    for (const vexa::TextWarning& w : vexa::ReviewText(p.text.c_str(), p.list ? p.list->c_str() : nullptr))
+    for (const vexa::TextWarning& w : Review(p))
         std::cerr << "vexa: warning: " << DescribeWarning(w, p.text, p.list);
 }
 
@@ -145,7 +145,7 @@ bool ResolveDerivatives(const std::vector<std::string>& names, const std::vector
 
 // The value's troubles that evaluation lets pass: a NaN, and terms dropped
 // because a function refused its arguments. Warnings, or errors when strict.
-bool CheckValue(const Parsed& p, const EvalResult& r, bool strict) {
+bool CheckValue(const Parsed& p, const std::vector<VEXA_Data>& values, const EvalResult& r, bool strict) {
     std::vector<Culprit> problems;
     for (double v : Elements(r.value))
         if (std::isnan(v)) {
@@ -154,7 +154,7 @@ bool CheckValue(const Parsed& p, const EvalResult& r, bool strict) {
             problems.push_back(c);
             break;
         }
-    for (Culprit c : DroppedTerms(p.calc.get(), p.text, p.params)) {
+    for (Culprit c : DroppedTerms(p.calc.get(), p.text, p.params, values)) {
         c.message = "a term was dropped from the value: " + c.message +
                     "; the arithmetic leaves a term without a value out of a sum";
         problems.push_back(c);
@@ -184,9 +184,10 @@ int RunEval(const ExprArgs& a, const std::vector<std::string>& derivatives) {
         std::cout << "  " << ToUtf8(p.params[i]) << " = " << FormatValue(values[i]) << '\n';
     EvalResult r = EvaluateAt(p.calc.get(), values);
     if (!r.ok) {
-        Culprit c = r.thrown ? ExplainThrow(p.calc.get(), p.text, p.params) : ExplainNull(p.calc.get(), p.text, p.params);
+        Culprit c = ExplainFailure(p.calc.get(), p.text, p.params, values);
         if (c.message.empty()) c.message = r.thrown ? DescribeThrownCode(r.code) : DescribeNullResult();
         else if (!r.thrown) c.message = "null result: " + c.message;
+        else c.message += " (code " + std::to_string(r.code) + ")";
         Error("cannot evaluate '" + a.expression + "': " + WithCaret(c, p.text));
         return kExitEval;
     }
@@ -196,7 +197,7 @@ int RunEval(const ExprArgs& a, const std::vector<std::string>& derivatives) {
         std::cout << " = " << FormatValue(v) << '\n';
     };
     show("value", r.value);
-    if (!CheckValue(p, r, a.strict)) return kExitEval;
+    if (!CheckValue(p, values, r, a.strict)) return kExitEval;
 
     // The exact first derivatives come from the compiled form's gradient.
     std::vector<double> point, grad;

@@ -9,7 +9,6 @@
 #include "tools/check.h"
 #include "tools/commands.h"
 #include "tools/derivatives.h"
-#include "tools/explain.h"
 #include "tools/errors.h"
 #include "tools/numbers.h"
 #include "tools/session.h"
@@ -338,7 +337,7 @@ int RunDemo(const std::string& file, const std::string& outDir, int points, int 
             ++failed;
             continue;
         }
-        for (const vexa::TextWarning& w : vexa::ReviewText(p.text.c_str(), p.list ? p.list->c_str() : nullptr))
+        for (const vexa::TextWarning& w : Review(p))
             std::cout << "   warning: " << DescribeWarning(w, p.text, p.list);
         std::cout << "   parameters: " << JoinNames(p.params) << '\n';
         bool ok = true;

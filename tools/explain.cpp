@@ -93,77 +93,42 @@ private:
     std::vector<bool> m_known;
 };
 
-// "SQRT(-1) has no value: SQRT refused the argument (-1) [SQRT(x): ...]".
-Culprit RefusedCall(TreeView& t, std::size_t i) {
+std::string CallFormNote(const std::wstring& function) {
+    const vexa::CallForm* f = function.empty() ? nullptr : vexa::FindCallForm(function);
+    return f ? std::string(" [") + f->form + ": " + f->summary + "]" : std::string();
+}
+
+Culprit FromDiagnosis(const vexa::EvaluationDiagnosis& d) {
     Culprit c;
-    std::string args;
-    const std::vector<std::size_t> children = t.Children(i);
-    for (std::size_t k : children) args += (args.empty() ? "" : ", ") + t.ValueOfText(k);
-    const vexa::TreeNodeInfo& call = t.node(i);
-    const vexa::CallForm* f = vexa::FindCallForm(call.function);
-    c.message = t.Text(i) + " has no value: " + ToUtf8(call.function) + " refused the argument" +
-                (children.size() == 1 ? " " : "s ") + "(" + args + ")" +
-                (f ? std::string(" [") + f->form + ": " + f->summary + "]" : std::string());
-    t.Place(i, c);
+    if (d.cause == vexa::EvaluationCause::kNone) return c;
+    c.message = d.message;
+    if (d.cause == vexa::EvaluationCause::kRefusedCall || d.cause == vexa::EvaluationCause::kCallFailed)
+        c.message += CallFormNote(d.function);
+    c.position = d.position;
+    c.length = d.length;
     return c;
 }
 
-// The innermost refused call within [from, to), if any.
-std::size_t FindRefused(TreeView& t, std::size_t from, std::size_t to) {
-    return t.Innermost(from, to, [&t](std::size_t i) {
-        const EvalResult& r = t.Value(i);
-        return !r.ok && !r.thrown;
-    });
+const VEXA_Data* PointOf(const std::vector<VEXA_Data>& values) {
+    static const VEXA_Data none;
+    return values.empty() ? &none : values.data();
 }
-
-std::string ShapeText(const EvalResult& r) { return r.ok ? DescribeShape(r.value) : "no value"; }
 
 }  // namespace
 
-Culprit ExplainNull(ICalculator* calc, const std::wstring& text, const std::vector<std::wstring>& params) {
-    TreeView t(calc, text, params);
-    const std::size_t i = FindRefused(t, 0, t.size());
-    if (i == t.size() || t.node(i).kind != vexa::NodeKind::kCall) return Culprit();
-    return RefusedCall(t, i);
+Culprit ExplainFailure(ICalculator* calc, const std::wstring& text, const std::vector<std::wstring>& params,
+                       const std::vector<VEXA_Data>& values) {
+    return FromDiagnosis(vexa::DiagnoseEvaluation(calc, static_cast<int>(values.size()), PointOf(values),
+                                                  text.empty() ? nullptr : text.c_str(), &params));
 }
 
-Culprit ExplainThrow(ICalculator* calc, const std::wstring& text, const std::vector<std::wstring>& params) {
-    TreeView t(calc, text, params);
-    const std::size_t i = t.Innermost(0, t.size(), [&t](std::size_t k) { return t.Value(k).thrown; });
-    Culprit c;
-    if (i == t.size()) return c;
-    const vexa::TreeNodeInfo& n = t.node(i);
-    const int code = t.Value(i).code;
-    if (n.kind == vexa::NodeKind::kCall) {
-        c.message = "the call " + t.Text(i) + " failed: " + DescribeThrownCode(code);
-        t.Place(i, c);
-        return c;
-    }
-    const std::vector<std::size_t> ops = t.Children(i);
-    if (n.kind != vexa::NodeKind::kOperator || ops.size() != 2 || code != -10001) {
-        c.message = t.Text(i) + ": " + DescribeThrownCode(code);
-        return c;
-    }
-    const std::string op(1, static_cast<char>(n.symbol));
-    const EvalResult &l = t.Value(ops[0]), &r = t.Value(ops[1]);
-    for (std::size_t side : ops) {
-        if (t.Value(side).ok) continue;
-        // An operand without a value: the refusal inside it is the real mistake.
-        const std::size_t refused = FindRefused(t, side, t.End(side));
-        Culprit inner = refused < t.size() && t.node(refused).kind == vexa::NodeKind::kCall ? RefusedCall(t, refused)
-                                                                                          : Culprit();
-        c = inner;
-        c.message = "'" + op + "' in " + t.Text(i) + " has an operand without a value" +
-                    (inner.message.empty() ? std::string() : ": " + inner.message);
-        return c;
-    }
-    if (n.symbol == L'/' && r.value.getType() == DT_SCALAR && Elements(r.value)[0] == 0.0) {
-        c.message = t.Text(i) + " divides by zero (the divisor " + t.Text(ops[1]) + " is 0)";
-        return c;
-    }
-    c.message = "'" + op + "' in " + t.Text(i) + " cannot combine a " + ShapeText(l) + " with a " + ShapeText(r) +
-                " (code -10001)";
-    return c;
+std::vector<Culprit> DroppedTerms(ICalculator* calc, const std::wstring& text,
+                                  const std::vector<std::wstring>& params, const std::vector<VEXA_Data>& values) {
+    std::vector<Culprit> out;
+    for (const vexa::EvaluationDiagnosis& d :
+         vexa::DiagnoseDroppedTerms(calc, static_cast<int>(values.size()), PointOf(values), text.c_str(), &params))
+        out.push_back(FromDiagnosis(d));
+    return out;
 }
 
 Culprit ExplainNaN(ICalculator* calc, const std::wstring& text, const std::vector<std::wstring>& params) {
@@ -183,21 +148,6 @@ Culprit ExplainNaN(ICalculator* calc, const std::wstring& text, const std::vecto
         c.message += ": a negative base with a fractional exponent";
     t.Place(i, c);
     return c;
-}
-
-std::vector<Culprit> DroppedTerms(ICalculator* calc, const std::wstring& text,
-                                  const std::vector<std::wstring>& params) {
-    TreeView t(calc, text, params);
-    std::vector<Culprit> out;
-    for (std::size_t i = 0; i < t.size(); ++i) {
-        if (t.node(i).kind != vexa::NodeKind::kCall) continue;
-        const EvalResult& r = t.Value(i);
-        if (r.ok || r.thrown) continue;
-        bool argsFine = true;
-        for (std::size_t k : t.Children(i)) argsFine = argsFine && t.Value(k).ok;
-        if (argsFine) out.push_back(RefusedCall(t, i));
-    }
-    return out;
 }
 
 }  // namespace vexa_cli

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "vexa/core/data.h"
+
 class ICalculator;
 
 namespace vexa_cli {
@@ -15,23 +17,20 @@ struct Culprit {
     int length = 0;
 };
 
-// Each looks at the calculator's tree with the values of its latest
-// Evaluate, node by node; text is the expression as typed, for showing calls
-// the way the user wrote them.
-//
-// For a null result: the innermost call that has no value although all its
-// arguments have one ("SQRT(-1) has no value: SQRT refused the argument (-1)").
-Culprit ExplainNull(ICalculator* calc, const std::wstring& text, const std::vector<std::wstring>& params);
-// For an evaluation that threw: the innermost operation that throws while
-// its operands do not, said plainly (a division by zero, a term without a
-// value, shapes that do not fit).
-Culprit ExplainThrow(ICalculator* calc, const std::wstring& text, const std::vector<std::wstring>& params);
-// For a value holding NaN: the innermost operation that makes it.
-Culprit ExplainNaN(ICalculator* calc, const std::wstring& text, const std::vector<std::wstring>& params);
-// For a value that came out all the same: every call that refused its
-// arguments, whose term the arithmetic dropped (null + b is b).
+// The library's diagnosis (vexa::DiagnoseEvaluation) of a point without a
+// value, with the call form of a built-in function it blames. text is the
+// expression as the parser read it; values the point, in params' order.
+// Empty message when the library finds no part of the tree to blame.
+Culprit ExplainFailure(ICalculator* calc, const std::wstring& text, const std::vector<std::wstring>& params,
+                       const std::vector<VEXA_Data>& values);
+// For a point with a value: every call that refused its arguments, whose term
+// the arithmetic dropped (null + b is b), as the library tells them.
 std::vector<Culprit> DroppedTerms(ICalculator* calc, const std::wstring& text,
-                                  const std::vector<std::wstring>& params);
+                                  const std::vector<std::wstring>& params, const std::vector<VEXA_Data>& values);
+// For a value holding NaN, which the library counts as a value: the
+// innermost operation that makes it, looked at in the calculator's tree with
+// the values of its latest Evaluate.
+Culprit ExplainNaN(ICalculator* calc, const std::wstring& text, const std::vector<std::wstring>& params);
 
 }  // namespace vexa_cli
 

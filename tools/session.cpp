@@ -29,6 +29,13 @@ Parsed ParseText(const std::wstring& text, const std::optional<std::wstring>& li
     return p;
 }
 
+std::vector<vexa::TextWarning> Review(const Parsed& p) {
+    std::vector<vexa::TextWarning> out;
+    for (vexa::TextWarning& w : vexa::ReviewText(p.text.c_str(), p.list ? p.list->c_str() : nullptr))
+        if (w.kind != vexa::TextWarningKind::kListJoinedName) out.push_back(std::move(w));
+    return out;
+}
+
 EvalResult EvaluateAt(ICalculator* calc, std::vector<VEXA_Data>& values) {
     EvalResult r;
     // An empty vector may have no storage; Evaluate reads nothing for count 0

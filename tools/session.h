@@ -25,6 +25,11 @@ struct Parsed {
 
 Parsed ParseText(const std::wstring& text, const std::optional<std::wstring>& list);
 
+// The library's review of a parsed text (ReviewText) as the checked list
+// reads it: a list that parsed holds no name the described parser would join
+// (spaces inside a name are refused there; a braced name keeps its own).
+std::vector<vexa::TextWarning> Review(const Parsed& p);
+
 // Outcome of one Evaluate: a value, a null result, or an int thrown.
 struct EvalResult {
     bool ok = false;

@@ -105,17 +105,28 @@ public:
         const std::string at = " (at " + ToUtf8(m_params[static_cast<std::size_t>(m_index)]) + " = " +
                                FormatExact(x) + ")";
         if (dropped) {
-            const std::vector<Culprit> terms = DroppedTerms(m_calc, m_text, m_params);
+            const std::vector<Culprit> terms = DroppedTerms(m_calc, m_text, m_params, m_values);
             *dropped = !terms.empty();
             return terms.empty() ? std::string() : terms[0].message + at;
         }
-        Culprit c = r.thrown ? ExplainThrow(m_calc, m_text, m_params)
-                    : !r.ok  ? ExplainNull(m_calc, m_text, m_params)
-                             : ExplainNaN(m_calc, m_text, m_params);
+        Culprit c = r.ok ? ExplainNaN(m_calc, m_text, m_params) : ExplainFailure(m_calc, m_text, m_params, m_values);
         if (c.message.empty())
             c.message = r.thrown ? DescribeThrownCode(r.code) : !r.ok ? DescribeNullResult() : "the value is NaN";
         return c.message + at;
     }
+
+    // The library's diagnosis of calc at x (the expression, or a derivative
+    // calculator, which has no text of its own); empty when it blames nothing.
+    std::string Diagnosed(ICalculator* calc, bool ownText, double x) {
+        At(calc, x);
+        const Culprit c = ExplainFailure(calc, ownText ? m_text : std::wstring(), m_params, m_values);
+        return c.message.empty() ? std::string()
+                                 : c.message + " (at " + ToUtf8(m_params[static_cast<std::size_t>(m_index)]) +
+                                       " = " + FormatExact(x) + ")";
+    }
+
+    // The point of the latest At.
+    const std::vector<VEXA_Data>& Values() const { return m_values; }
 
     // Columns for the bulk evaluation: the swept positions read xs, the others their held value.
     std::vector<vexa::Column> Columns(const std::vector<double>& xs) {
@@ -210,14 +221,22 @@ void SweepInBulk(ICalculator* calc, const std::vector<std::wstring>& params, con
             q.panel = static_cast<int>(k) + 1;
             q.wrt = ToUtf8(params[static_cast<std::size_t>(d.index)]);
             q.order = 1;
-            if (q.missing && !gradReport.first.empty()) q.first_problem = FailureText(gradReport.first[0]);
+            if (q.missing && !gradReport.first.empty()) {
+                const vexa::PointFailure& f = gradReport.first[0];
+                const std::string cause =
+                    f.failure == vexa::Failure::kNoGradient ? std::string() : points.Diagnosed(calc, true, out.xs[f.index]);
+                q.first_problem = FailureText(f) + (cause.empty() ? "" : ": " + cause);
+            }
             out.quantities.push_back(std::move(q));
         }
         std::vector<double> hy(n);
         const vexa::Report hr =
             vexa::EvaluateMany(hosts[k].calc.get(), static_cast<int>(np), n, cols.data(), hy.data());
         Quantity q = Scalars("calc " + label, std::move(hy));
-        if (q.missing && !hr.first.empty()) q.first_problem = FailureText(hr.first[0]);
+        if (q.missing && !hr.first.empty()) {
+            const std::string cause = points.Diagnosed(hosts[k].calc.get(), false, out.xs[hr.first[0].index]);
+            q.first_problem = cause.empty() ? FailureText(hr.first[0]) : cause;
+        }
         q.host = true;
         q.mark = hosts[k].mark;
         q.panel = static_cast<int>(k) + 1;
@@ -235,7 +254,7 @@ void SweepPointByPoint(ICalculator* calc, const std::vector<std::wstring>& param
     std::vector<std::vector<EvalResult>> results(1 + hosts.size());
     for (double x : out.xs) {
         results[0].push_back(points.At(calc, x));
-        if (req.strict && results[0].back().ok && !DroppedTerms(calc, text, params).empty()) results[0].back().ok = false;
+        if (req.strict && results[0].back().ok && !DroppedTerms(calc, text, params, points.Values()).empty()) results[0].back().ok = false;
         for (std::size_t k = 0; k < hosts.size(); ++k) results[k + 1].push_back(points.At(hosts[k].calc.get(), x));
     }
     out.quantities.push_back(Collect("value", results[0]));

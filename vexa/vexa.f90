@@ -158,6 +158,11 @@ module vexa
       type(c_ptr), value :: e
       type(vexa_error), intent(out) :: err
     end function
+    type(c_ptr) function vexa_review(text, params, err) bind(c, name="vexa_review")
+      import :: c_ptr, c_char, vexa_error
+      character(kind=c_char), intent(in) :: text(*), params(*)
+      type(vexa_error), intent(out) :: err
+    end function
     type(c_ptr) function vexa_functions(which, err) bind(c, name="vexa_functions")
       import :: c_ptr, c_int, vexa_error
       integer(c_int), value :: which

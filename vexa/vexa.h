@@ -18,6 +18,7 @@
 #include "vexa/tree/tree_text.h"
 #include "vexa/calc/call_errors.h"
 #include "vexa/calc/call_forms.h"
+#include "vexa/calc/callable_names.h"
 #include "vexa/calc/icalculator.h"
 #include "vexa/calc/calc_ref.h"
 #include "vexa/calc/expression.h"

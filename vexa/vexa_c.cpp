@@ -185,6 +185,31 @@ vexa_expr* vexa_parse(const char* text, const char* params, vexa_error* err)
     return made;
 }
 
+char* vexa_review(const char* text, const char* params, vexa_error* err)
+{
+    return vexa_c::TextCall(err, [&] {
+        // Refused as vexa_parse refuses: its code is the status, or the parser's code.
+        vexa_error parsed;
+        vexa_expr* e = vexa_parse(text, params, &parsed);
+        if (!e)
+            throw vexa_c::Failure{parsed.code < -20000 ? parsed.code : VEXA_E_CODE, parsed.code, parsed.position,
+                                  parsed.message};
+        vexa_free(e);
+        std::wstring wtext = text ? vexa::FromUtf8(text) : std::wstring();
+        std::wstring wlist = params ? vexa::FromUtf8(params) : std::wstring();
+        vexa::BlankWhiteSpace(wtext);
+        vexa::BlankWhiteSpace(wlist);
+        std::string lines;
+        for (const vexa::TextWarning& w : vexa::ReviewText(wtext.c_str(), params ? wlist.c_str() : nullptr)) {
+            // The checked list refuses a space inside a name, so it joins none.
+            if (w.kind == vexa::TextWarningKind::kListJoinedName)
+                continue;
+            lines += std::to_string(BytePosition(text, w.position)) + "\t" + w.message + "\n";
+        }
+        return lines;
+    });
+}
+
 void vexa_free(vexa_expr* e)
 {
     delete e;

@@ -33,10 +33,10 @@
  * tree again node by node (vexa::DiagnoseEvaluation): a division by zero, a
  * call that refused its arguments (which function, which values), operands
  * of shapes an operator does not take (which shapes), a call that threw.
- * The one-point calls (vexa_eval, vexa_eval_ex, vexa_eval_value) then set
- * err->position to the byte offset of that part in the text as passed; bulk
- * calls keep the point's index there and explain the point they tell of in
- * the message. Where another thread holds the tree (or a registered function
+ * The one-point calls (vexa_eval, vexa_eval_ex, vexa_eval_value,
+ * vexa_gradient) then set err->position to the byte offset of that part in
+ * the text as passed; bulk calls keep the point's index there and explain
+ * the point they tell of in the message. Where another thread holds the tree (or a registered function
  * it calls) at that moment, the message stays the general one of the code.
  * The statuses lie below -20000, apart from every code of the library.
  *
@@ -111,6 +111,15 @@ typedef struct vexa_error {
 
 /* Parsing. params: the host's comma-separated parameter names, or NULL. */
 VEXA_API vexa_expr* vexa_parse(const char* text, const char* params, vexa_error* err); /* NULL on error */
+/* The library's review of a text that parses but is probably not read as
+   meant (a ')' that closes nothing, names that differ only in case, a
+   registered function called with another count than its parameters, "1 5"
+   read as 15, a call of constants without a value, ...): one warning a line,
+   the byte offset of its piece in the text as passed (-1: none), a tab, the
+   message. An empty text when there is nothing to say; NULL on error (a text
+   that does not parse, a rejected list: as vexa_parse). Free it with
+   vexa_free_text. */
+VEXA_API char* vexa_review(const char* text, const char* params, vexa_error* err);
 VEXA_API void vexa_free(vexa_expr* e);                                                 /* NULL is fine */
 VEXA_API int vexa_param_count(const vexa_expr* e);                                     /* -1 for NULL */
 VEXA_API const char* vexa_param_name(const vexa_expr* e, int index); /* owned by e; NULL out of range */
@@ -196,7 +205,9 @@ VEXA_API char* vexa_tree_text(const vexa_expr* e, vexa_error* err); /* the tree 
 VEXA_API char* vexa_registered_calls(const vexa_expr* e, vexa_error* err);
 #define VEXA_BUILTIN 1
 #define VEXA_REGISTERED 2
-/* Function names, one a line: which = VEXA_BUILTIN, VEXA_REGISTERED or both. */
+/* Function names, one a line: which = VEXA_BUILTIN, VEXA_REGISTERED or both.
+   Only names a text can call are listed (the registry's internal lower-case
+   entries are not), the same names the vexa command lists. */
 VEXA_API char* vexa_functions(int which, vexa_error* err);
 VEXA_API void vexa_free_text(char* text); /* NULL is fine */
 

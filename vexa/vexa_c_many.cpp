@@ -206,8 +206,13 @@ int vexa_gradient(vexa_expr* e, const double* params, double* grad, vexa_error* 
         const vexa::CompiledExpression& form = FormOf(x, "exact gradient");
         vexa_c::WorkspaceUse ws(x);
         const vexa::Outcome o = form.Gradient(params, grad, ws.get());
-        if (!o.ok())
-            throw vexa_c::OutcomeFailure(o);
+        if (o.ok())
+            return;
+        // A point without a value has no gradient either: told as vexa_eval tells it.
+        vexa_c::Failure f = vexa_c::OutcomeFailure(o);
+        if (Explainable(o.failure))
+            vexa_c::Explain(x, params, f, true);
+        throw f;
     });
 }
 
@@ -234,7 +239,7 @@ int vexa_gradient_many(vexa_expr* e, size_t n, const double* const* columns, con
             vexa_c::WorkspaceUse ws(x);
             std::vector<double> grad(cols.size());
             return form.Gradient(PointOf(cols, i).data(), grad.data(), ws.get());
-        });
+        }, &x, &cols);
     });
 }
 

@@ -4,6 +4,7 @@
 #include <map>
 
 #include "vexa/calc/arity.h"
+#include "vexa/calc/callable_names.h"
 #include "vexa/calc/expression.h"
 #include "vexa/calc/function_factory.h"
 #include "vexa/core/utf8.h"
@@ -24,13 +25,6 @@ std::map<std::wstring, ICalculator*>& Registered()
 {
     static std::map<std::wstring, ICalculator*> registered;
     return registered;
-}
-
-std::vector<std::wstring> BuiltInNames()
-{
-    std::vector<std::wstring> names;
-    FunctionFactory::getInstance()->GetAllFunctionName(names);
-    return names;
 }
 
 // Whether name is that of a registered expression (not a built-in).
@@ -181,14 +175,20 @@ char* vexa_functions(int which, vexa_error* err)
     return vexa_c::TextCall(err, [&] {
         if (which & ~(VEXA_BUILTIN | VEXA_REGISTERED))
             Fail(VEXA_E_ARGUMENT, "which is VEXA_BUILTIN, VEXA_REGISTERED or both");
-        const std::vector<std::wstring> builtIn = BuiltInNames();
-        std::vector<std::wstring> all;
-        FunctionFactory::getInstance()->GetAllFunctionBiFunctionName(all);
         std::vector<std::wstring> names;
         if (which & VEXA_BUILTIN)
-            names = builtIn;
-        if (which & VEXA_REGISTERED)
-            names.insert(names.end(), all.begin() + static_cast<std::ptrdiff_t>(builtIn.size()), all.end());
+            names = vexa::CallableBuiltInNames();
+        if (which & VEXA_REGISTERED) {
+            // The registry lists its built-ins first, then what was registered.
+            std::vector<std::wstring> builtIn, all;
+            FunctionFactory* registry = FunctionFactory::getInstance();
+            registry->GetAllFunctionName(builtIn);
+            registry->GetAllFunctionBiFunctionName(all);
+            for (std::size_t i = builtIn.size(); i < all.size(); ++i) {
+                if (vexa::IsCallableName(all[i]))
+                    names.push_back(all[i]);
+            }
+        }
         return vexa_c::JoinLines(names);
     });
 }

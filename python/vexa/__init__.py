@@ -29,7 +29,7 @@ from . import _vexa
 from ._version import __version__
 
 __all__ = ["Expression", "register", "unregister", "registered", "functions", "Function",
-           "VexaError", "ParseError", "EvaluationError", "EvaluationWarning", "__version__"]
+           "VexaError", "ParseError", "EvaluationError", "EvaluationWarning", "TextWarning", "__version__"]
 
 
 class VexaError(Exception):
@@ -66,13 +66,17 @@ class ParseError(VexaError, ValueError):
 
 class EvaluationError(VexaError, ArithmeticError):
     """An evaluation without a value: code is the library's thrown code, or
-    None for a null value (a function refused its arguments)."""
+    None for a null value (a function refused its arguments). The message
+    names the cause (a division by zero, a call that refused its values,
+    shapes that do not fit); position is the character of the text where
+    the cause stands, -1 where none is known (a derivative, many points)."""
 
-    def __init__(self, code, message):
+    def __init__(self, code, message, position=-1):
         super().__init__(message, code)
+        self.position = position
 
     def __reduce__(self):
-        return type(self), (self.code, self.message)
+        return type(self), (self.code, self.message, self.position)
 
 
 class EvaluationWarning(RuntimeWarning):
@@ -80,10 +84,12 @@ class EvaluationWarning(RuntimeWarning):
 
     failed: how many points; total: how many there were; index: the first
     such point (flat index in C order); code: what it threw, or None for a
-    null value or a strict refusal; reason: the library's message for it.
+    null value or a strict refusal; reason: the library's message for it,
+    which names the cause; position: the character of the text where the
+    cause stands (-1 where none is known).
     """
 
-    def __init__(self, failed, total, index, code, reason, shape=None):
+    def __init__(self, failed, total, index, code, reason, shape=None, position=-1):
         where = str(index)
         if shape is not None and len(shape) > 1:
             where += " " + str(tuple(int(i) for i in np.unravel_index(index, shape)))
@@ -95,11 +101,33 @@ class EvaluationWarning(RuntimeWarning):
         self.code = code
         self.reason = reason
         self.shape = shape
+        self.position = position
 
     def __reduce__(self):
         """Its fields, so that it crosses to other processes (Dask turns a
         worker's warnings filtered as errors into exceptions it ships)."""
-        return type(self), (self.failed, self.total, self.index, self.code, self.reason, self.shape)
+        return type(self), (self.failed, self.total, self.index, self.code, self.reason, self.shape,
+                            self.position)
+
+
+class TextWarning(UserWarning):
+    """Emitted when an Expression is made from a text that parses but is
+    probably not read as meant: a ')' that closes nothing (the text ends
+    there), names that differ only in case (one parameter), a registered
+    function called with another count than its parameters, "1 5" read as
+    15, a call of constants without a value, a placeholder's fixed value.
+
+    message: the library's review; position: the character of the text it
+    concerns (-1 where none).
+    """
+
+    def __init__(self, message, position=-1):
+        super().__init__(message)
+        self.message = message
+        self.position = position
+
+    def __reduce__(self):
+        return type(self), (self.message, self.position)
 
 
 Function = collections.namedtuple("Function", "name form summary")
@@ -117,8 +145,9 @@ _MISSING = object()
 def _param_list(params):
     """The host's names as the library takes them, after refusing what the
     library would silently turn into other names: an empty name, white space
-    inside one (dropped: "A B" would be AB) and a name given twice (names
-    match without regard to case). Spaces around a name are no part of it.
+    inside one (dropped: "A B" would be AB; a braced name keeps its own, as
+    in texts) and a name given twice (names match without regard to case).
+    Spaces around a name are no part of it.
 
     Returns the list and, for a str, where each of its characters stood in
     it, so that a position the library reports can be told as typed."""
@@ -143,7 +172,8 @@ def _param_list(params):
         name = raw.strip()
         if not name:
             raise ValueError(f"params: name {i + 1} of {len(names)} is empty ({params!r})")
-        if any(c.isspace() for c in name):
+        braced = name.startswith("{") and name.endswith("}")  # "{V 1}" is a name of texts
+        if not braced and any(c.isspace() for c in name):
             raise ValueError(f"params: {name!r} has white space inside; separate names with commas")
         if name.upper() in seen:
             raise ValueError(f"params: {name!r} is given twice (as {seen[name.upper()]!r})")
@@ -208,9 +238,9 @@ def _apart_from(columns, result):
 
 def _warn(summary, shape):
     if summary is not None:
-        failed, index, code, reason = summary
+        failed, index, code, reason, position = summary
         total = int(np.prod(shape, dtype=np.int64))
-        warnings.warn(EvaluationWarning(failed, total, index, code, reason, shape), stacklevel=3)
+        warnings.warn(EvaluationWarning(failed, total, index, code, reason, shape, position), stacklevel=3)
 
 
 def _columns(arrays):
@@ -245,7 +275,9 @@ class Expression:
 
     def __init__(self, text, params=None, *, strict=True, threads=1):
         """Parses text (raises ParseError, or ValueError/TypeError for a
-        parameter list or setting that cannot be right)."""
+        parameter list or setting that cannot be right); emits a TextWarning
+        for each piece of a text that parses but is probably not read as
+        meant."""
         if not isinstance(text, str):
             raise TypeError("the text is a str")
         self.strict = strict
@@ -261,6 +293,8 @@ class Expression:
             raise
         self._calls = tuple(_registry.get(name) or _Definition(name, None, None, (), ())
                             for name in self._handle.registered_calls())
+        for message, position in _vexa.review(text, self._params):
+            warnings.warn(TextWarning(message, position), stacklevel=2)
 
     def _adopt(self, handle):
         self._handle = handle

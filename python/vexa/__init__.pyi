@@ -24,7 +24,8 @@ class ParseError(VexaError, ValueError):
 
 
 class EvaluationError(VexaError, ArithmeticError):
-    def __init__(self, code: Optional[int], message: str) -> None: ...
+    position: int
+    def __init__(self, code: Optional[int], message: str, position: int = ...) -> None: ...
 
 
 class EvaluationWarning(RuntimeWarning):
@@ -34,8 +35,15 @@ class EvaluationWarning(RuntimeWarning):
     code: Optional[int]
     reason: str
     shape: Optional[Tuple[int, ...]]
+    position: int
     def __init__(self, failed: int, total: int, index: int, code: Optional[int], reason: str,
-                 shape: Optional[Tuple[int, ...]] = ...) -> None: ...
+                 shape: Optional[Tuple[int, ...]] = ..., position: int = ...) -> None: ...
+
+
+class TextWarning(UserWarning):
+    message: str
+    position: int
+    def __init__(self, message: str, position: int = ...) -> None: ...
 
 
 class Function(NamedTuple):

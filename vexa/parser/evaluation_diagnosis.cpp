@@ -101,10 +101,62 @@ public:
             if (!Try(m_nodes[i].node).fine())
                 return Null(i, d);
         }
-        return d;
+        return Miscounted(d);
+    }
+
+    std::vector<EvaluationDiagnosis> Dropped()
+    {
+        std::vector<EvaluationDiagnosis> out;
+        if (!Try(m_nodes[0].node).fine())
+            return out;
+        for (std::size_t i = 0; i < m_nodes.size(); ++i) {
+            if (m_nodes[i].kind != NodeKind::kCall)
+                continue;
+            const Probe call = Try(m_nodes[i].node);
+            if (call.threw || call.value.getType() != DT_NULL)
+                continue;
+            bool given = true;
+            for (std::size_t j : Children(i))
+                given = given && Try(m_nodes[j].node).fine();
+            if (!given)
+                continue;
+            EvaluationDiagnosis d;
+            out.push_back(Null(i, d));
+        }
+        return out;
     }
 
 private:
+    // Every node here has a value, but a registered function given fewer
+    // arguments than it has parameters evaluates with the rest unset: the
+    // null is inside its own tree, which strict evaluation refuses.
+    EvaluationDiagnosis& Miscounted(EvaluationDiagnosis& d)
+    {
+        for (std::size_t i = 0; i < m_nodes.size(); ++i) {
+            const TreeNodeInfo& node = m_nodes[i];
+            int least = 0;
+            int most = 0;
+            bool builtIn = false;
+            const std::vector<std::size_t> args = Children(i);
+            const int count = static_cast<int>(args.size());
+            if (node.kind != NodeKind::kCall || !AcceptedCounts(node.function, least, most, builtIn) ||
+                (count >= least && count <= most))
+                continue;
+            std::string values;
+            for (std::size_t j : args)
+                values += (values.empty() ? "" : ", ") + ToUtf8(ValueText(Try(m_nodes[j].node).value));
+            d.cause = EvaluationCause::kRefusedCall;
+            d.function = node.function;
+            d.operands = "(" + values + ")";
+            Place(i, d);
+            d.message = Shown(i) + " calls " + ToUtf8(node.function) + " with " + std::to_string(count) +
+                        (count == 1 ? " argument" : " arguments") + ": " + TakesArguments(node.function) +
+                        ", and a parameter given no argument has no value inside it";
+            return Finish(d);
+        }
+        return d;
+    }
+
     std::vector<std::size_t> Children(std::size_t i) const
     {
         std::vector<std::size_t> out;
@@ -367,25 +419,47 @@ private:
 
 }  // namespace
 
-EvaluationDiagnosis DiagnoseEvaluation(ICalculator* calc, int count, const VEXA_Data* params, const wchar_t* text,
-                                       const std::vector<std::wstring>* names)
+namespace {
+
+// Makes the nodes read the point: they read the held parameters of the
+// calculator's last Evaluate. False for what cannot be diagnosed.
+bool Hold(ICalculator* calc, int count, const VEXA_Data* params)
 {
-    EvaluationDiagnosis d;
     Expression* e = dynamic_cast<Expression*>(calc);
     if (!e || count < 0 || (count > 0 && !params))
-        return d;
-    // The nodes read the held parameters of the calculator's last Evaluate.
+        return false;
     std::vector<VEXA_Data> point(params, params + count);
     VEXA_Data ignored;
     try {
         vexa_calc::ExpressionAccess::EvaluateLong(*e, count, point.data(), ignored);
     } catch (int) {
-        // The walk below finds where.
+        // The walk finds where.
     }
+    return true;
+}
+
+}  // namespace
+
+EvaluationDiagnosis DiagnoseEvaluation(ICalculator* calc, int count, const VEXA_Data* params, const wchar_t* text,
+                                       const std::vector<std::wstring>* names)
+{
+    if (!Hold(calc, count, params))
+        return EvaluationDiagnosis();
     Diagnoser diagnoser(calc, text, names);
     if (diagnoser.empty())
-        return d;
+        return EvaluationDiagnosis();
     return diagnoser.Run();
+}
+
+std::vector<EvaluationDiagnosis> DiagnoseDroppedTerms(ICalculator* calc, int count, const VEXA_Data* params,
+                                                      const wchar_t* text, const std::vector<std::wstring>* names)
+{
+    if (!Hold(calc, count, params))
+        return {};
+    Diagnoser diagnoser(calc, text, names);
+    if (diagnoser.empty())
+        return {};
+    return diagnoser.Dropped();
 }
 
 }  // namespace vexa

@@ -49,6 +49,17 @@ VEXA_API EvaluationDiagnosis DiagnoseEvaluation(ICalculator* calc, int count, co
                                                 const wchar_t* text = nullptr,
                                                 const std::vector<std::wstring>* names = nullptr);
 
+// For a point that has a value: every call that refused its arguments
+// although each of them had a value, in the order of the tree, each told as
+// DiagnoseEvaluation tells a refused call. These are the terms the
+// language's arithmetic dropped (null + b is b); a strict evaluation refuses
+// the point for the first of them. Empty where the point has no value (that
+// is DiagnoseEvaluation's to explain) or nothing was dropped. The same
+// conditions as DiagnoseEvaluation's apply.
+VEXA_API std::vector<EvaluationDiagnosis> DiagnoseDroppedTerms(ICalculator* calc, int count, const VEXA_Data* params,
+                                                               const wchar_t* text = nullptr,
+                                                               const std::vector<std::wstring>* names = nullptr);
+
 }  // namespace vexa
 
 #endif
