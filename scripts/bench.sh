@@ -24,7 +24,10 @@ if command -v ccache >/dev/null 2>&1; then
 fi
 cmake -S "$root" -B "$root/build-bench" -DCMAKE_BUILD_TYPE=Release -DVEXA_BUILD_BENCH=ON \
   -DVEXA_BUILD_TESTS=OFF -DVEXA_BUILD_TOOLS=OFF -DVEXA_BUILD_EXAMPLES=OFF "${launcher[@]}" >/dev/null
-cmake --build "$root/build-bench" --target bench_compare bench_vecmat -j2
+if ! cmake --build "$root/build-bench" --target bench_compare bench_vecmat -j2 >"$root/build-bench/build.log" 2>&1; then
+  cat "$root/build-bench/build.log"
+  exit 1
+fi
 cpu=$(( $(nproc) - 1 ))
 run() {
   taskset -c "$cpu" "$root/build-bench/bench/$1" --benchmark_repetitions=9 \
