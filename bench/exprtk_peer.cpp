@@ -1,7 +1,7 @@
 // Compiled once, at -O2, apart from the benchmarks (see exprtk_peer.h).
 // Only features that a scalar formula never reaches are left out, to keep
 // the compilation bearable; the optimisations ExprTk applies to formulas
-// (constant folding, special forms, integer powers) all stay on.
+// (constant folding, fused node forms, integer powers) all stay on.
 #define exprtk_disable_string_capabilities
 #define exprtk_disable_rtl_io
 #define exprtk_disable_rtl_io_file
