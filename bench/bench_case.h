@@ -4,14 +4,15 @@
 #include <string>
 
 // One expression of the shared sets as gen_cases writes it into
-// bench_cases.inc: its text for vexa and for the peer parser, its parameters
+// bench_cases.inc: its text for vexa and for each peer parser, its parameters
 // with their ranges, and the same formula as a native C++ function.
 constexpr int kMaxParams = 16;
 
 struct BenchCase {
     const char* file;
     const wchar_t* text;
-    const char* peer;
+    const char* peer;    // muParser
+    const char* exprtk;
     int params;
     const char* names;
     double lo[kMaxParams];

@@ -1,13 +1,15 @@
 // Evaluation side by side: every usable expression of the shared sets
-// bench_expr.txt and mbd_expr.txt, as native C++, through the peer parser
-// muParser, and through vexa (its Expression and its derivative calculator
-// with respect to the first parameter), in one run. Every evaluation takes
-// the next of 1024 parameter sets, spread over each parameter's range.
-// Prints a table of nanoseconds per evaluation and the geometric means of
-// the ratios. The cases are generated at build time (gen_cases) from the
-// sets, read where they lie.
+// bench_expr.txt and mbd_expr.txt, as native C++, through the peer parsers
+// ExprTk and muParser, and through vexa (its Expression and its derivative
+// calculator with respect to the first parameter), in one run. Every
+// evaluation takes the next of 1024 parameter sets, spread over each
+// parameter's range; every side is timed in thread CPU time. Prints a table
+// of nanoseconds per evaluation (least of the repetitions) and the geometric
+// means of the ratios, of the least and of the median times. The cases are
+// generated at build time (gen_cases) from the sets, read where they lie.
 //
-// taskset -c 1 build-bench/bench/bench_compare --benchmark_repetitions=5 [--benchmark_filter=...]
+// taskset -c 1 build-bench/bench/bench_compare --benchmark_repetitions=9
+//     --benchmark_enable_random_interleaving=true [--benchmark_filter=...]
 #include <benchmark/benchmark.h>
 #include <muParser.h>
 
@@ -19,8 +21,12 @@
 #include <vector>
 
 #include "bench_case.h"
+#include "bench_timing.h"
 #include "native_functions.h"
 #include "vexa/vexa.h"
+#ifdef VEXA_BENCH_EXPRTK
+#include "exprtk_peer.h"
+#endif
 
 namespace {
 
@@ -38,13 +44,18 @@ double PeerCheby(const double* v, int n) { return native::cheby(v[0], v[1], v + 
 double PeerForcos(const double* v, int n) { return native::forcos(v[0], v[1], v[2], v + 3, n - 3); }
 double PeerForsin(const double* v, int n) { return native::forsin(v[0], v[1], v[2], v + 3, n - 3); }
 
-// One expression, ready in all three forms.
+// One expression, ready in every form.
 struct Prepared {
     const BenchCase* source;
     std::vector<double> sets;        // kSets x params
     std::vector<VEXA_Data> values;   // the same, as values
     double slots[kMaxParams] = {};   // the peer's variables
     mu::Parser peer;
+#ifdef VEXA_BENCH_EXPRTK
+    double exprtkSlots[kMaxParams] = {};
+    peer::Exprtk exprtk;
+    bool hasExprtk = false;
+#endif
     ICalculator* calc = nullptr;
     ICalculator* derivative = nullptr;
 
@@ -97,6 +108,23 @@ std::vector<std::unique_ptr<Prepared>> Prepare()
             std::fprintf(stderr, "peer rejects %s: %s\n", c.peer, e.GetMsg().c_str());
             continue;
         }
+#ifdef VEXA_BENCH_EXPRTK
+        std::string error;
+        p->hasExprtk = p->exprtk.Compile(c.exprtk, p->exprtkSlots, c.params, &error);
+        if (!p->hasExprtk)
+            std::fprintf(stderr, "ExprTk rejects %s: %s\n", c.exprtk, error.c_str());
+        // A translation that computes something else would time something
+        // else: the peer must give the native value on the first sets.
+        for (int s = 0; p->hasExprtk && s < 8; ++s) {
+            const double* set = p->sets.data() + s * c.params;
+            const double want = c.native(set);
+            const double got = p->exprtk.Run(set, c.params, 1);
+            if (!(std::fabs(got - want) <= 1e-9 * (1.0 + std::fabs(want))) && !(std::isnan(got) && std::isnan(want))) {
+                std::fprintf(stderr, "ExprTk gives %.17g, native %.17g: %s\n", got, want, c.exprtk);
+                p->hasExprtk = false;
+            }
+        }
+#endif
         VexaParser parser;
         if (!parser.parse(c.text, nullptr, &p->calc) || parser.getParamsNum() != c.params)
             continue;
@@ -110,20 +138,19 @@ void Native(benchmark::State& state, Prepared* p)
 {
     const int n = p->source->params;
     double sum = 0.0;
-    for (auto _ : state) {
+    TimeThreadCpu(state, [&] {
         const double* set = p->sets.data();
         for (int s = 0; s < kSets; ++s, set += n)
             sum += p->source->native(set);
         benchmark::DoNotOptimize(sum);
-    }
-    state.SetItemsProcessed(state.iterations() * kSets);
+    });
 }
 
 void Peer(benchmark::State& state, Prepared* p)
 {
     const int n = p->source->params;
     double sum = 0.0;
-    for (auto _ : state) {
+    TimeThreadCpu(state, [&] {
         const double* set = p->sets.data();
         for (int s = 0; s < kSets; ++s, set += n) {
             for (int i = 0; i < n; ++i)
@@ -131,46 +158,34 @@ void Peer(benchmark::State& state, Prepared* p)
             sum += p->peer.Eval();
         }
         benchmark::DoNotOptimize(sum);
-    }
-    state.SetItemsProcessed(state.iterations() * kSets);
+    });
 }
+
+#ifdef VEXA_BENCH_EXPRTK
+void Exprtk(benchmark::State& state, Prepared* p)
+{
+    double sum = 0.0;
+    TimeThreadCpu(state, [&] {
+        sum += p->exprtk.Run(p->sets.data(), p->source->params, kSets);
+        benchmark::DoNotOptimize(sum);
+    });
+}
+#endif
 
 void Vexa(benchmark::State& state, Prepared* p, ICalculator* calc)
 {
     const int n = p->source->params;
     VEXA_Data result;
     double sum = 0.0;
-    for (auto _ : state) {
+    TimeThreadCpu(state, [&] {
         VEXA_Data* set = p->values.data();
         for (int s = 0; s < kSets; ++s, set += n) {
             calc->Evaluate(n, set, result);
             sum += result.getValue()[0];
         }
         benchmark::DoNotOptimize(sum);
-    }
-    state.SetItemsProcessed(state.iterations() * kSets);
+    });
 }
-
-// Collects nanoseconds per evaluation by benchmark name while printing as
-// usual; with --benchmark_repetitions the fastest repetition counts, which
-// is the one least disturbed by whatever else the machine does.
-class Collector : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        for (const Run& r : runs) {
-            if (r.run_type != Run::RT_Iteration || r.iterations == 0)
-                continue;
-            const double ns = r.GetAdjustedRealTime() / kSets;
-            const std::string name = r.run_name.function_name;
-            auto it = times.find(name);
-            if (it == times.end() || ns < it->second)
-                times[name] = ns;
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    std::map<std::string, double> times;
-};
 
 }  // namespace
 
@@ -180,52 +195,76 @@ int main(int argc, char** argv)
     for (std::size_t i = 0; i < cases.size(); ++i) {
         Prepared* p = cases[i].get();
         const std::string id = std::to_string(i) + "/";
-        benchmark::RegisterBenchmark((id + "native").c_str(), Native, p);
-        benchmark::RegisterBenchmark((id + "muparser").c_str(), Peer, p);
-        benchmark::RegisterBenchmark((id + "vexa").c_str(), Vexa, p, p->calc);
+        benchmark::RegisterBenchmark((id + "native").c_str(), Native, p)->UseManualTime();
+#ifdef VEXA_BENCH_EXPRTK
+        if (p->hasExprtk)
+            benchmark::RegisterBenchmark((id + "exprtk").c_str(), Exprtk, p)->UseManualTime();
+#endif
+        benchmark::RegisterBenchmark((id + "muparser").c_str(), Peer, p)->UseManualTime();
+        benchmark::RegisterBenchmark((id + "vexa").c_str(), Vexa, p, p->calc)->UseManualTime();
         if (p->derivative)
-            benchmark::RegisterBenchmark((id + "vexa_deriv").c_str(), Vexa, p, p->derivative);
+            benchmark::RegisterBenchmark((id + "vexa_deriv").c_str(), Vexa, p, p->derivative)->UseManualTime();
     }
     benchmark::Initialize(&argc, argv);
-    Collector collector;
+    Collector collector(kSets);
     benchmark::RunSpecifiedBenchmarks(&collector);
+#ifndef VEXA_BENCH_EXPRTK
+    std::printf("\nExprTk left out: ../shared/bench/peers/exprtk was absent when this was built\n");
+#endif
 
-    // Geometric means of the ratios, per set and over both.
-    struct Mean {
-        double logs = 0.0;
-        int count = 0;
-        void add(double r) { logs += std::log(r); ++count; }
-        double value() const { return count ? std::exp(logs / count) : 0.0; }
+    // Geometric means of the ratios, per set and over both, of the least
+    // and of the median times.
+    struct Means {
+        GeoMean vexaNative, exprtkNative, muNative, vexaExprtk, vexaMu, derivVexa;
     };
-    std::map<std::string, Mean> vexaNative, peerNative, vexaPeer, derivVexa;
+    std::map<std::string, Means> least, median;
     double worstDeriv = 0.0;
-    std::printf("\n%4s %9s %9s %9s %9s %7s %7s %7s  %s\n", "#", "native", "muparser", "vexa", "d/dp0",
-                "v/nat", "mu/nat", "d/v", "expression");
+    std::printf("\n%4s %8s %8s %8s %8s %8s %6s %6s %6s %6s %6s  %s\n", "#", "native", "exprtk", "muparser",
+                "vexa", "d/dp0", "v/nat", "xt/nat", "mu/nat", "v/xt", "d/v", "expression");
     for (std::size_t i = 0; i < cases.size(); ++i) {
         const std::string id = std::to_string(i) + "/";
-        const auto& t = collector.times;
-        if (!t.count(id + "native") || !t.count(id + "vexa") || !t.count(id + "muparser"))
+        const Collector& t = collector;
+        if (!t.Has(id + "native") || !t.Has(id + "vexa") || !t.Has(id + "muparser"))
             continue;
-        const double nat = t.at(id + "native"), mu = t.at(id + "muparser"), vx = t.at(id + "vexa");
-        const double dv = t.count(id + "vexa_deriv") ? t.at(id + "vexa_deriv") : 0.0;
+        const bool hasXt = t.Has(id + "exprtk"), hasD = t.Has(id + "vexa_deriv");
         const std::string file = cases[i]->source->file;
-        for (const std::string& key : {file, std::string("both")}) {
-            vexaNative[key].add(vx / nat);
-            peerNative[key].add(mu / nat);
-            vexaPeer[key].add(vx / mu);
-            if (dv > 0)
-                derivVexa[key].add(dv / vx);
-        }
+        auto add = [&](std::map<std::string, Means>& to, double (Collector::*of)(const std::string&) const) {
+            const double nat = (t.*of)(id + "native"), mu = (t.*of)(id + "muparser"), vx = (t.*of)(id + "vexa");
+            for (const std::string& key : {file, std::string("both")}) {
+                Means& m = to[key];
+                m.vexaNative.Add(vx / nat);
+                m.muNative.Add(mu / nat);
+                m.vexaMu.Add(vx / mu);
+                if (hasXt) {
+                    const double xt = (t.*of)(id + "exprtk");
+                    m.exprtkNative.Add(xt / nat);
+                    m.vexaExprtk.Add(vx / xt);
+                }
+                if (hasD)
+                    m.derivVexa.Add((t.*of)(id + "vexa_deriv") / vx);
+            }
+        };
+        add(least, &Collector::Least);
+        add(median, &Collector::Median);
+        const double nat = t.Least(id + "native"), mu = t.Least(id + "muparser"), vx = t.Least(id + "vexa");
+        const double xt = hasXt ? t.Least(id + "exprtk") : 0.0;
+        const double dv = hasD ? t.Least(id + "vexa_deriv") : 0.0;
         if (dv > 0 && dv / vx > worstDeriv)
             worstDeriv = dv / vx;
-        std::printf("%4zu %9.2f %9.2f %9.2f %9.2f %7.2f %7.2f %7.2f  %s\n", i, nat, mu, vx, dv, vx / nat,
-                    mu / nat, dv > 0 ? dv / vx : 0.0, Narrow(cases[i]->source->text).c_str());
+        std::printf("%4zu %8.2f %8.2f %8.2f %8.2f %8.2f %6.2f %6.2f %6.2f %6.2f %6.2f  %s\n", i, nat, xt, mu, vx, dv,
+                    vx / nat, hasXt ? xt / nat : 0.0, mu / nat, hasXt ? vx / xt : 0.0, dv > 0 ? dv / vx : 0.0,
+                    Narrow(cases[i]->source->text).c_str());
     }
-    std::printf("\ngeometric means (expressions)   vexa/native  muparser/native  vexa/muparser  derivative/vexa\n");
-    for (const auto& entry : vexaNative) {
-        std::printf("%-20s (%3d)   %11.2f  %15.2f  %13.2f  %15.2f\n", entry.first.c_str(), entry.second.count,
-                    entry.second.value(), peerNative[entry.first].value(), vexaPeer[entry.first].value(),
-                    derivVexa[entry.first].value());
+    for (int pass = 0; pass < 2; ++pass) {
+        std::printf("\ngeometric means of the %s times\n", pass ? "median" : "least");
+        std::printf("%-22s %11s %11s %11s %11s %11s %11s\n", "(expressions)", "vexa/nat", "exprtk/nat",
+                    "muparser/nat", "vexa/exprtk", "vexa/mupars", "deriv/vexa");
+        for (const auto& entry : pass ? median : least) {
+            const Means& m = entry.second;
+            std::printf("%-16s (%3d) %11.2f %11.2f %11.2f %11.2f %11.2f %11.2f\n", entry.first.c_str(),
+                        m.vexaNative.count, m.vexaNative.Value(), m.exprtkNative.Value(), m.muNative.Value(),
+                        m.vexaExprtk.Value(), m.vexaMu.Value(), m.derivVexa.Value());
+        }
     }
     std::printf("largest derivative/vexa ratio: %.2f\n", worstDeriv);
     return 0;

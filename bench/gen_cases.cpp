@@ -2,8 +2,9 @@
 // sets where they lie (never copying them into the source tree), parses each
 // usable line with the library, and writes for every expression, into a file
 // of the build tree: the same expression as a C++ function of a parameter
-// array (the native side) and as text for the peer parser, both made from the
-// library's own parse tree so that all three compute the same formula.
+// array (the native side) and as text for the peer parsers muParser and
+// ExprTk, all made from the library's own parse tree so that every side
+// computes the same formula.
 //
 // usage: gen_cases OUT.inc DIR FILE...
 #include <cmath>
@@ -64,6 +65,7 @@ std::string Quote(const std::string& s)
 struct Translation {
     std::string native;
     std::string peer;
+    std::string exprtk;
     bool ok = true;
 };
 
@@ -87,9 +89,11 @@ private:
             }
             t.native += Number(v.getValue()[0]);
             t.peer += Number(v.getValue()[0]);
+            t.exprtk += Number(v.getValue()[0]);
         } else if (auto* p = dynamic_cast<VariableParam*>(node)) {
             t.native += "p[" + std::to_string(p->m_index) + "]";
             t.peer += "p" + std::to_string(p->m_index);
+            t.exprtk += "p" + std::to_string(p->m_index);
         } else if (auto* op = dynamic_cast<OperaterNode*>(node)) {
             Operator(op, t);
         } else if (auto* f = dynamic_cast<FunctionNode*>(node)) {
@@ -112,6 +116,7 @@ private:
             t.ok = t.ok && l.ok && r.ok;
             t.native += "std::pow(" + l.native + ", " + r.native + ")";
             t.peer += "((" + l.peer + ")^(" + r.peer + "))";
+            t.exprtk += "((" + l.exprtk + ")^(" + r.exprtk + "))";
             return;
         }
         default: t.ok = false; return;
@@ -120,6 +125,7 @@ private:
         t.ok = t.ok && l.ok && r.ok;
         t.native += "(" + l.native + " " + sym + " " + r.native + ")";
         t.peer += "(" + l.peer + sym + r.peer + ")";
+        t.exprtk += "(" + l.exprtk + sym + r.exprtk + ")";
     }
 
     void Function(FunctionNode* f, Translation& t)
@@ -130,12 +136,29 @@ private:
             args.push_back(Of(f->m_args[i]));
             t.ok = t.ok && args.back().ok;
         }
-        auto list = [&](bool native, std::size_t from) {
+        enum Side { kNative, kPeer, kExprtk };
+        auto list = [&](Side side, std::size_t from) {
             std::string s;
-            for (std::size_t i = from; i < args.size(); ++i)
-                s += (i > from ? ", " : "") + (native ? args[i].native : args[i].peer);
+            for (std::size_t i = from; i < args.size(); ++i) {
+                const Translation& a = args[i];
+                s += (i > from ? ", " : "") + (side == kNative ? a.native : side == kPeer ? a.peer : a.exprtk);
+            }
             return s;
         };
+        // ExprTk's names: its built-ins where they compute the same thing,
+        // else the callbacks bench/exprtk_peer.cpp registers.
+        static const std::map<std::string, std::string> kExprtkNames = {
+            {"SIN", "sin"},     {"COS", "cos"},     {"TAN", "tan"},       {"ASIN", "asin"},
+            {"ACOS", "acos"},   {"ATAN", "atan"},   {"SINH", "sinh"},     {"COSH", "cosh"},
+            {"TANH", "tanh"},   {"EXP", "exp"},     {"LOG", "log"},       {"LOG10", "log10"},
+            {"SQRT", "sqrt"},   {"ABS", "abs"},     {"AINT", "trunc"},    {"ANINT", "anint"},
+            {"ATAN2", "atan2"}, {"MAX", "max"},     {"MIN", "min"},       {"MOD", "vmod"},
+            {"SIGN", "vsign"},  {"STEP", "step"},   {"STEP5", "step5"},   {"HAVSIN", "havsin"},
+            {"SHF", "shf"},     {"IMPACT", "impact"}, {"BISTOP", "bistop"}, {"SWEEP", "sweep"},
+            {"POLY", "poly"},   {"CHEBY", "cheby"}, {"FORCOS", "forcos"}, {"FORSIN", "forsin"},
+        };
+        const auto found = kExprtkNames.find(name);
+        const std::string xtName = found == kExprtkNames.end() ? name : found->second;
         static const std::map<std::string, std::pair<std::string, std::string>> kSimple = {
             {"SIN", {"std::sin", "sin"}},       {"COS", {"std::cos", "cos"}},
             {"TAN", {"std::tan", "tan"}},       {"ASIN", {"std::asin", "asin"}},
@@ -156,14 +179,18 @@ private:
             {"POLY", {"poly", 2}}, {"CHEBY", {"cheby", 2}}, {"FORCOS", {"forcos", 3}}, {"FORSIN", {"forsin", 3}},
         };
         if (name == "sin" || name == "cos") {
-            t.native += "std::" + name + "(" + list(true, 0) + ")";
-            t.peer += name + "(" + list(false, 0) + ")";
+            t.native += "std::" + name + "(" + list(kNative, 0) + ")";
+            t.peer += name + "(" + list(kPeer, 0) + ")";
+            t.exprtk += name + "(" + list(kExprtk, 0) + ")";
         } else if (kSimple.count(name)) {
             const auto& m = kSimple.at(name);
-            t.native += m.first + "(" + list(true, 0) + ")";
-            t.peer += m.second + "(" + list(false, 0) + ")";
+            t.native += m.first + "(" + list(kNative, 0) + ")";
+            t.peer += m.second + "(" + list(kPeer, 0) + ")";
+            t.exprtk += xtName + "(" + list(kExprtk, 0) + ")";
         } else if (name == "IF" && args.size() == 4) {
-            t.native += "native::if4(" + list(true, 0) + ")";
+            t.native += "native::if4(" + list(kNative, 0) + ")";
+            t.exprtk += "if((" + args[0].exprtk + ")<0, " + args[1].exprtk + ", if((" + args[0].exprtk +
+                        ")==0, " + args[2].exprtk + ", " + args[3].exprtk + "))";
             t.peer += "((" + args[0].peer + ")<0 ? (" + args[1].peer + ") : ((" + args[0].peer + ")==0 ? (" +
                       args[2].peer + ") : (" + args[3].peer + ")))";
         } else if (kSeries.count(name)) {
@@ -172,13 +199,15 @@ private:
             std::string head;
             for (std::size_t i = 0; i < lead; ++i)
                 head += args[i].native + ", ";
-            t.native += "[&] { const double c[] = {" + list(true, lead) + "}; return native::" + m.first + "(" +
+            t.native += "[&] { const double c[] = {" + list(kNative, lead) + "}; return native::" + m.first + "(" +
                         head + "c, " + std::to_string(args.size() - lead) + "); }()";
-            t.peer += name + "(" + list(false, 0) + ")";
+            t.peer += name + "(" + list(kPeer, 0) + ")";
+            t.exprtk += xtName + "(" + list(kExprtk, 0) + ")";
         } else {
             // Measures and forces answer with their placeholder value.
             t.native += "12.0";
             t.peer += "12";
+            t.exprtk += "12";
             if (name.empty())
                 t.ok = false;
         }
@@ -267,6 +296,7 @@ int main(int argc, char** argv)
                 hi += (i ? ", " : "") + Number(rs[i].hi);
             }
             cases << "    {" << Quote(file) << ", L" << Quote(line) << ", " << Quote(t.peer) << ", "
+                  << Quote(t.exprtk) << ", "
                   << names.size() << ", " << Quote(nameList) << ", {" << lo << "}, {" << hi << "}, native_"
                   << count << "},\n";
             ++count;
