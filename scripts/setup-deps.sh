@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, the tests (the Fortran example, the
 # Python module and the documentation site included), the fuzzer and the
-# sanitizer scripts need,
-# and generates the de_DE.UTF-8 locale that the locale test switches to.
+# sanitizer scripts need, and generates the de_DE.UTF-8 locale that the
+# locale test switches to.
 # Does nothing for what is already there, so every script may call it first.
 set -euo pipefail
 
