@@ -56,6 +56,9 @@ samples=0
 fail() { echo "FAILED: $*"; failed=1; }
 subst() { sed "s#/opt/vexa#$prefix#g"; }
 
+# The README introduces and points to the pages; reference material goes there.
+[ "$(wc -l < "$src/README.md")" -le 300 ] || fail "README.md is longer than 300 lines: move reference material to docs/"
+
 # The install sample's own install line, run on the build tree, makes the
 # prefix; hosts build in a folder of their own, not in the test build's.
 install=$(grep -h -A4 '^<!-- test: install -->' "${pages[@]}" || true)
