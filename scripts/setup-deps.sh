@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build, the tests (the Fortran example and
-# the Python module's included), the fuzzer and the sanitizer scripts need,
-# and generates the de_DE.UTF-8 locale that the locale test switches to.
+# Installs the Debian packages the build, the tests (the Fortran example, the
+# Python module and the documentation site included), the fuzzer and the
+# sanitizer scripts need, and generates the de_DE.UTF-8 locale that the
+# locale test switches to.
 # Does nothing for what is already there, so every script may call it first.
 set -euo pipefail
 
@@ -34,6 +35,8 @@ wanted=(
   "python3-wheel:/usr/lib/python3/dist-packages/wheel/__init__.py"
   "python3-dask:/usr/lib/python3/dist-packages/dask/__init__.py"
   "python3-distributed:/usr/lib/python3/dist-packages/distributed/__init__.py"
+  # scripts/docs.sh and the docs_site test
+  "mkdocs:/usr/bin/mkdocs"
 )
 
 missing=()

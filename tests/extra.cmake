@@ -3,9 +3,17 @@
 if(NOT VEXA_SANITIZE)
   add_test(NAME install_package_host
     COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/install/check.sh ${PROJECT_BINARY_DIR})
-  # The README's commands for hosts, run as written against a scratch prefix.
-  add_test(NAME readme_host_commands
-    COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/install/readme_commands.sh ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
+  # Every code sample of the README and of docs/, run as written against a
+  # scratch prefix.
+  add_test(NAME doc_samples
+    COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/install/doc_samples.sh ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
+endif()
+# The documentation site builds without a warning (where MkDocs is installed;
+# scripts/docs.sh installs it).
+find_program(VEXA_MKDOCS mkdocs)
+if(VEXA_MKDOCS)
+  add_test(NAME docs_site
+    COMMAND bash ${PROJECT_SOURCE_DIR}/scripts/docs.sh --no-install ${CMAKE_CURRENT_BINARY_DIR}/site)
 endif()
 
 # The differential test once more with machine code from the first repeated
