@@ -24,9 +24,9 @@
 // three times the bound above, and sends one result in eight to pow.
 //
 // Only under rounding to nearest. In the directed modes the same pow is off
-// by a whole ulp for about 0.4 % of squares (its intermediate steps round in
-// the host's mode too), so no margin can be proven there and every call goes
-// to pow. The mode is read by arithmetic, which sees the mode the products
+// by a whole ulp for about 0.4 % of squares and for nearly every exact power
+// (its intermediate steps round in the host's mode too), so no margin can
+// be proven there and every call goes to pow. The mode is read by arithmetic, which sees the mode the products
 // used and costs far less than reading the control register.
 //
 // Everything stays normal: |x| is limited so that every partial power lies
@@ -34,8 +34,9 @@
 // ulp(x)^n, is at least 2^-1022. So no operation overflows, underflows or
 // meets a subnormal (flush-to-zero and denormals-are-zero change nothing),
 // and none raises a flag pow would not raise: the products are inexact only
-// when x^n is. Everything else (zeros, subnormals, infinities, NaNs, huge
-// and tiny results, other exponents) is pow's own.
+// when x^n is, and the mode test's inexact is discussed below. Everything
+// else (zeros, subnormals, infinities, NaNs, huge and tiny results, other
+// exponents) is pow's own.
 //
 // An offline sweep (bench/pow_sweep.cpp) compares this with std::pow on
 // random inputs; see its header for the counts.
@@ -160,10 +161,11 @@ VEXA_ALWAYS_INLINE double Fast(double x)
     const double limit = FromBits(((hb >> 52 & 0x7ff) - 54) << 52 | 0xc000000000000ull);
     // Below a power of two the spacing halves; those few go to pow.
     const bool powerOfTwo = (hb << 12) == 0;
-    // An exact power (r = 0) goes to pow as well: reading the mode raises
-    // the inexact flag, which the products raised already only when r != 0.
-    const double a = std::fabs(r);
-    if (a < limit && a != 0.0 && !powerOfTwo && RoundsToNearest())
+    // Reading the mode raises the inexact flag even when x^n is exact (short
+    // mantissas, common in models). pow raises it too for every exact result
+    // that is not a power of two (it never tracks exactness), so a trap on
+    // inexact fires either way; the test checks that.
+    if (std::fabs(r) < limit && !powerOfTwo && RoundsToNearest())
         return hi;
     return LibraryPow(x, N);
 }
