@@ -1,7 +1,15 @@
 // Integer powers with constant exponents, evaluated through vexa against the
 // same formulas written in C++ with std::pow (the bits vexa must return).
 // Google Benchmark's CPU column is the thread's CPU time; read that one on
-// a loaded machine.
+// a loaded machine. The native column's pow(x, 2.0) is x * x (compilers
+// fold it), which is not pow's bits.
+//
+// ns per evaluation, median of 3 interleaved runs, thread CPU time, loaded
+// two-core AMD EPYC: pow for every power -> integer powers by multiplication
+//   a^2+1                     22.5 -> 12.9  (native 4.4)
+//   sqrt(a^2+b^2)             44.8 -> 18.4  (native 4.3)
+//   1.1*a^2+2.2*b^3+3.3*c^4   54.5 -> 31.2  (native 32.4)
+//   7*a^7+3*a^3               37.0 -> 23.0  (native 32.6)
 #include <benchmark/benchmark.h>
 
 #include <cmath>
