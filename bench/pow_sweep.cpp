@@ -12,8 +12,22 @@
 // range of x for that exponent and two binades either side; values: x
 // uniform in [-4, 4].
 //
+// to_pow counts what rounding to nearest leaves to pow; in the directed
+// modes every call goes to pow.
+//
 // Results, glibc 2.36, x86-64 with fma, rounding to nearest, 10^9 inputs of
-// each kind per exponent (see the report of the change that added this).
+// each kind per exponent: 0 mismatches for every exponent 2..8, both kinds.
+//   n   to pow: bits / values   product != pow: bits / values   farthest (ulp)
+//   2       13.85 % / 12.50 %          838172 / 848169          0.0088
+//   3       14.51 % / 12.50 %          829080 / 844170          0.0088
+//   4       15.15 % / 12.50 %          819960 / 841274          0.0088
+//   5       15.80 % / 12.50 %          810874 / 840363          0.0091
+//   6       16.48 % / 12.50 %          802197 / 842782          0.0093
+//   7       17.11 % / 12.50 %          795733 / 840365          0.0087
+//   8       17.65 % / 12.50 %          790247 / 839995          0.0092
+// (bits includes the two binades either side of the range, all sent to
+// pow.) pow's error thus reached 0.0093 ulp, against the 0.02 ulp bound the
+// fast path assumes and its 1/16 ulp margin.
 #include <cfenv>
 #include <cinttypes>
 #include <cmath>

