@@ -26,7 +26,7 @@ double Step(double x, double x0, double h0, double x1, double h1, Ramp ramp)
 // Penetration force below the lower stop; damping ramps in over depth d.
 double LowerContact(double x, double v, double x1, double k, double e, double cmax, double d)
 {
-    const double f = k * std::pow(x1 - x, e) - CubicStep(x, x1 - d, cmax, x1, 0.0) * v;
+    const double f = k * vexa_math::Pow(x1 - x, e) - CubicStep(x, x1 - d, cmax, x1, 0.0) * v;
     return f > 0.0 ? f : 0.0;
 }
 
@@ -95,7 +95,7 @@ double Bistop(double x, double v, double x1, double x2, double k, double e, doub
     if (x < x1)
         return LowerContact(x, v, x1, k, e, cmax, d);
     if (x > x2) {
-        const double f = -k * std::pow(x - x2, e) - CubicStep(x, x2, 0.0, x2 + d, cmax) * v;
+        const double f = -k * vexa_math::Pow(x - x2, e) - CubicStep(x, x2, 0.0, x2 + d, cmax) * v;
         return f < 0.0 ? f : 0.0;
     }
     return 0.0;
@@ -122,7 +122,7 @@ double Poly(double x, double x0, const double* c, int n)
     const double t = x - x0;
     double s = 0.0;
     for (int i = 0; i < n; ++i)
-        s += std::pow(t, static_cast<double>(i)) * c[i];
+        s += vexa_math::Pow(t, static_cast<double>(i)) * c[i];
     return s;
 }
 

@@ -3,6 +3,7 @@
 
 #include <cmath>
 
+#include "vexa/core/exact_pow.h"
 #include "vexa/core/platform.h"
 
 // The computing built-ins as functions of doubles. The built-in

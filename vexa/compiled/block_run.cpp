@@ -185,7 +185,7 @@ bool Simple(const Instr& in, double* d, const double* const* at, int lanes, std:
     case kSub: DifferenceLanes(d, a(), b(), Grouped(lanes)); return true;
     case kMul: ProductLanes(d, a(), b(), Grouped(lanes)); return true;
     case kDiv: Divide(d, a(), b(), lanes, stop); return true;
-    case kPow: Each(d, a(), b(), lanes, [](double x, double y) { return std::pow(x, y); }); return true;
+    case kPow: Each(d, a(), b(), lanes, [](double x, double y) { return vexa_math::Pow(x, y); }); return true;
     case kAbs: Each(d, a(), lanes, [](double x) { return std::fabs(x); }); return true;
     case kSin: Each(d, a(), lanes, [](double x) { return std::sin(x); }); return true;
     case kCos: Each(d, a(), lanes, [](double x) { return std::cos(x); }); return true;

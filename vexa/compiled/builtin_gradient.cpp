@@ -79,10 +79,10 @@ void LowerContact(const double* a, double* g)
     double s[5];
     const double damping = Step(x, x1 - d, cmax, x1, 0.0, s);
     const double depth = x1 - x;
-    const double power = std::pow(depth, e);
+    const double power = vexa_math::Pow(depth, e);
     if (!(k * power - damping * v > 0.0))
         return;
-    const double byDepth = k * e * std::pow(depth, e - 1.0);
+    const double byDepth = k * e * vexa_math::Pow(depth, e - 1.0);
     g[0] = -byDepth - v * s[0];
     g[1] = -damping;
     g[2] = byDepth - v * (s[1] + s[3]);
@@ -102,10 +102,10 @@ void UpperContact(const double* a, double* g)
     double s[5];
     const double damping = Step(x, x2, 0.0, x2 + d, cmax, s);
     const double depth = x - x2;
-    const double power = std::pow(depth, e);
+    const double power = vexa_math::Pow(depth, e);
     if (!(-k * power - damping * v < 0.0))
         return;
-    const double byDepth = k * e * std::pow(depth, e - 1.0);
+    const double byDepth = k * e * vexa_math::Pow(depth, e - 1.0);
     g[0] = -byDepth - v * s[0];
     g[1] = -damping;
     g[3] = byDepth - v * (s[1] + s[3]);
@@ -170,9 +170,9 @@ void SeriesPartials(Op op, const double* v, int n, double* g)
     double byT = 0.0;
     if (op == kPoly) {
         for (int i = 0; i < m; ++i) {
-            g[2 + i] = std::pow(t, static_cast<double>(i));
+            g[2 + i] = vexa_math::Pow(t, static_cast<double>(i));
             if (i > 0)
-                byT += i * std::pow(t, static_cast<double>(i - 1)) * c[i];
+                byT += i * vexa_math::Pow(t, static_cast<double>(i - 1)) * c[i];
         }
     } else {
         // T(i) = 2t T(i-1) - T(i-2), so T'(i) = 2 T(i-1) + 2t T'(i-1) - T'(i-2).

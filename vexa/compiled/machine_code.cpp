@@ -74,7 +74,7 @@ double CallAsin(double x) { return std::asin(x); }
 double CallAcos(double x) { return std::acos(x); }
 double CallLog(double x) { return std::log(x); }
 double CallLog10(double x) { return std::log10(x); }
-double CallPow(double x, double y) { return std::pow(x, y); }
+double CallPow(double x, double y) { return vexa_math::Pow(x, y); }
 double CallAtan2(double y, double x) { return std::atan2(y, x); }
 double CallMax(double a, double b) { return vexa_math::Max(a, b); }
 double CallMin(double a, double b) { return vexa_math::Min(a, b); }

@@ -26,7 +26,7 @@ double PowerByBase(double x, double y, double power)
 {
     if (x != 0.0 && power != 0.0 && std::isfinite(power))
         return y * (power / x);
-    return y * std::pow(x, y - 1.0);
+    return y * vexa_math::Pow(x, y - 1.0);
 }
 
 // A central difference of base with respect to the arguments shifted,
@@ -134,7 +134,7 @@ inline StopReason Step(const Unit& u, Space& s, const Unit::Step& step, double* 
     case kPow: {
         const double x = r[o[0]];
         const double y = r[o[1]];
-        const double power = std::pow(x, y);
+        const double power = vexa_math::Pow(x, y);
         r[step.d] = power;
         if (t) {
             // Only what can reach a parameter: the logarithm of a

@@ -114,7 +114,7 @@ op_div: {
     VEXA_NEXT();
 }
 op_pow:
-    r[ip->d] = std::pow(r[ip->a], r[ip->b]);
+    r[ip->d] = vexa_math::Pow(r[ip->a], r[ip->b]);
     VEXA_NEXT();
 op_abs:
     r[ip->d] = std::fabs(r[ip->a]);

@@ -1,6 +1,7 @@
 #include <cmath>
 
 #include "vexa/core/data.h"
+#include "vexa/core/exact_pow.h"
 #include "vexa/core/float_ops.h"
 
 // Results are built directly in the returned value rather than in a
@@ -143,5 +144,5 @@ VEXA_Data VEXA_Data::operator%(const VEXA_Data& b) const {
 
 VEXA_Data VEXA_Data::operator^(const VEXA_Data& b) const {
     if (getType() != DT_SCALAR || b.getType() != DT_SCALAR) Fail();
-    return VEXA_Data(std::pow(m_data[0], b.m_data[0]));
+    return VEXA_Data(vexa_math::Pow(m_data[0], b.m_data[0]));
 }
