@@ -7,6 +7,7 @@
 #include "vexa/compiled/compiler.h"
 #include "vexa/compiled/machine_code.h"
 #include "vexa/core/data_access.h"
+#include "vexa/core/inline_hints.h"
 
 namespace vexa_calc {
 
@@ -104,7 +105,7 @@ bool FastEvaluate(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& re
 
 // Kept out of line: it runs once per tree, and the evaluation path that
 // calls it should not pay for its frame.
-__attribute__((noinline)) CompiledRoot* MakeCompiled(Expression& e)
+VEXA_NOINLINE CompiledRoot* MakeCompiled(Expression& e)
 {
     std::unique_ptr<CompiledRoot> made(new CompiledRoot());
     made->program = vexa_compiled::Compile(ExpressionAccess::Root(e), &e);
