@@ -71,8 +71,11 @@ if [ "$target" = windows ]; then
     echo "== preparing the Wine prefix $WINEPREFIX"
     wineboot -i >/dev/null 2>&1 || true
   fi
-  # One server for the whole run instead of one per test program.
+  # One server for the whole run instead of one per test program, with its
+  # services started here: started by a test program, they would hold its
+  # output open (and CTest waiting) for as long as the server lives.
   wineserver -p >/dev/null 2>&1 || true
+  wine wineboot >/dev/null 2>&1 </dev/null || true
 fi
 
 mkdir -p "$build"

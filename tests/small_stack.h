@@ -29,6 +29,29 @@ constexpr bool kGuaranteeBuild = true;
 constexpr std::size_t kStackBytes = std::size_t(1) << 20;
 #endif
 
+// Whether a thread gets the small stack it asks for: Wine gives every
+// thread at least 1 MiB, so there no stack is small.
+inline bool SmallStacksHonoured()
+{
+#if defined(_WIN32)
+    auto measure = [](void* p) -> DWORD {
+        ULONG_PTR low = 0, high = 0;
+        GetCurrentThreadStackLimits(&low, &high);
+        *static_cast<std::size_t*>(p) = static_cast<std::size_t>(high - low);
+        return 0;
+    };
+    std::size_t given = 0;
+    HANDLE thread = CreateThread(nullptr, 64 << 10, measure, &given, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
+    if (!thread)
+        return false;
+    WaitForSingleObject(thread, INFINITE);
+    CloseHandle(thread);
+    return given != 0 && given <= (256 << 10);
+#else
+    return true;
+#endif
+}
+
 template <class F>
 void RunOnSmallStack(F work, std::size_t bytes = kStackBytes)
 {
