@@ -29,8 +29,8 @@ constexpr bool kGuaranteeBuild = true;
 constexpr std::size_t kStackBytes = std::size_t(1) << 20;
 #endif
 
-// Whether a thread gets the small stack it asks for: Wine gives every
-// thread at least 1 MiB, so there no stack is small.
+// Whether a thread can have a 64 KiB stack: Wine gives every thread at
+// least 1 MiB, AArch64 Linux 128 KiB.
 inline bool SmallStacksHonoured()
 {
 #if defined(_WIN32)
@@ -47,6 +47,9 @@ inline bool SmallStacksHonoured()
     WaitForSingleObject(thread, INFINITE);
     CloseHandle(thread);
     return given != 0 && given <= (256 << 10);
+#elif defined(_SC_THREAD_STACK_MIN)
+    const long least = sysconf(_SC_THREAD_STACK_MIN);
+    return least <= (64 << 10);
 #else
     return true;
 #endif
