@@ -54,7 +54,12 @@ inline void Setup()
     done = true;
     // Machine code from the second repeated evaluation on, so that the few
     // evaluations of one input reach it (unless the run asks otherwise).
+#if defined(_WIN32)
+    if (!std::getenv("VEXA_MACHINE_CODE_AFTER"))
+        _putenv_s("VEXA_MACHINE_CODE_AFTER", "1");
+#else
     setenv("VEXA_MACHINE_CODE_AFTER", "1", 0);
+#endif
     FunctionFactory* factory = FunctionFactory::getInstance();
     VEXA_WString name(L"HOSTF");
     if (factory->IsFunction(name))

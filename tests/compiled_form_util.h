@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "vexa/vexa.h"
+#include "vexa/vexa_c.h"
 
 namespace form_test {
 
@@ -25,6 +26,13 @@ struct Release {
     }
 };
 using Calc = std::unique_ptr<ICalculator, Release>;
+
+// Whether the library makes machine code on this target; where it does not,
+// every program stays with the interpreter.
+inline bool MakesMachineCode()
+{
+    return std::strcmp(vexa_machine_code(), "none") != 0;
+}
 
 // Null where the text does not parse.
 inline Calc Parse(const std::string& text, const wchar_t* list = L"x,y,z")

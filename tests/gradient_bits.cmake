@@ -1,5 +1,6 @@
 # Runs gradient_bits once through the runner and once through machine code,
-# and fails unless both write the same file.
+# and fails unless both write the same file. EMULATOR, if given, runs it
+# (a cross build's).
 foreach(mode interpreted machine)
   if(mode STREQUAL "interpreted")
     set(after -1)
@@ -8,7 +9,7 @@ foreach(mode interpreted machine)
   endif()
   set(file ${DIR}/gradient_bits_${mode}.txt)
   execute_process(
-    COMMAND ${CMAKE_COMMAND} -E env VEXA_MACHINE_CODE_AFTER=${after} ${TEST} ${file}
+    COMMAND ${CMAKE_COMMAND} -E env VEXA_MACHINE_CODE_AFTER=${after} ${EMULATOR} ${TEST} ${file}
     RESULT_VARIABLE failed OUTPUT_QUIET)
   if(failed)
     message(FATAL_ERROR "gradient_bits failed (${mode})")

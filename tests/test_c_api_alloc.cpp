@@ -69,6 +69,9 @@ int StatusOf(vexa_expr* made, const vexa_error& err)
 
 TEST(CApiMemory, EveryCallAnswersWhenMemoryRunsOut)
 {
+#if defined(_WIN32)
+    GTEST_SKIP() << "the library's DLL allocates through its own operator new, which a program cannot replace";
+#endif
     vexa_expr* twice = vexa_parse("2*a", "a", nullptr);
     ASSERT_EQ(vexa_register("MTWICE", twice, nullptr), VEXA_OK);
     vexa_expr* e = vexa_parse("MTWICE(STEP(x,0,0,1,y))*V+LOG(x)", "x,y,V", nullptr);

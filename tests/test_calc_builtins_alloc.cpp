@@ -20,6 +20,10 @@ long AllocationsOfEvaluate(const wchar_t* name, std::vector<VEXA_Data> args) {
 }
 
 TEST(BuiltinAllocation, ComputingCallsAllocateNothingOfTheirOwn) {
+#if defined(_WIN32)
+    GTEST_SKIP() << "the library's DLL allocates through its own operator new, which a program cannot replace";
+#endif
+
     const std::pair<const wchar_t*, std::vector<VEXA_Data>> calls[] = {
         {L"MOD", {7.0, 3.0}},
         {L"SWEEP", {2.0, 3.0, 1.0, 0.25, 3.0, 0.75, 1.0}},
@@ -45,6 +49,10 @@ namespace {
 // expression, and later turn it into machine code) nothing is allocated,
 // whatever the call: 33 arguments, a registered function, a derivative.
 TEST(ExpressionAllocation, EvaluatingScalarsAllocatesNothing) {
+#if defined(_WIN32)
+    GTEST_SKIP() << "the library's DLL allocates through its own operator new, which a program cannot replace";
+#endif
+
     VexaParser parser;
     ICalculator* twice = nullptr;
     ASSERT_TRUE(parser.parse(L"u*2+1", nullptr, &twice));

@@ -146,6 +146,9 @@ TEST(ICalculator, OwnHeldParametersServeAndUnreadableArraysAreRefused) {
 }
 
 TEST(ICalculator, OutOfMemoryWhileCopyingParametersLeavesNone) {
+#if defined(_WIN32)
+    GTEST_SKIP() << "the library's DLL allocates through its own operator new, which a program cannot replace";
+#endif
     VEXA_Data big(1, 12);  // heap storage: its copy allocates an array too
     for (int i = 0; i < 12; ++i)
         big.getValue()[i] = 1;

@@ -8,6 +8,11 @@
 
 #if defined(__linux__)
 #include <dlfcn.h>
+#elif defined(_WIN32)
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
 #endif
 
 #include "vexa/calc/expression.h"
@@ -113,6 +118,17 @@ TEST(RegistryExports, BuiltinCalculatorClassIsNotExported) {
     EXPECT_NE(dlsym(RTLD_DEFAULT, "_ZN15FunctionFactory11getInstanceEv"), nullptr);
     EXPECT_EQ(dlsym(RTLD_DEFAULT, "_ZN14BuidInFunctionC1ER12VEXA_WStringPFbiP9VEXA_DataRS2_E"), nullptr);
     EXPECT_EQ(dlsym(RTLD_DEFAULT, "_ZN14BuidInFunction9CalculateER9VEXA_Data"), nullptr);
+}
+#elif defined(_WIN32) && defined(__GNUC__)
+// The same through the DLL's export table (MinGW mangles as on Linux).
+TEST(RegistryExports, BuiltinCalculatorClassIsNotExported) {
+    HMODULE dll = nullptr;
+    ASSERT_TRUE(GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |
+                                       GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                                   reinterpret_cast<LPCWSTR>(&FunctionFactory::getInstance), &dll));
+    EXPECT_NE(GetProcAddress(dll, "_ZN15FunctionFactory11getInstanceEv"), nullptr);
+    EXPECT_EQ(GetProcAddress(dll, "_ZN14BuidInFunctionC1ER12VEXA_WStringPFbiP9VEXA_DataRS2_E"), nullptr);
+    EXPECT_EQ(GetProcAddress(dll, "_ZN14BuidInFunction9CalculateER9VEXA_Data"), nullptr);
 }
 #endif
 

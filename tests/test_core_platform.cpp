@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cwchar>
+
 #include <clocale>
 #include <cmath>
 #include <limits>
@@ -63,7 +65,8 @@ TEST(CorePlatform, TextHelpers) {
     EXPECT_LT(WcsICmp(L"_", L"A"), 0);
     EXPECT_LT(WcsICmp(nullptr, L"a"), 0);
     EXPECT_EQ(WcsICmp(nullptr, L""), 0);
-    EXPECT_LT(WcsICmp(L"a", L"\xFFFFFFFF"), 0);
+    const wchar_t top[] = {static_cast<wchar_t>(WCHAR_MAX > 0xFFFF ? 0xFFFFFFFFu : 0xFFFFu), 0};
+    EXPECT_LT(WcsICmp(L"a", top), 0);
 
     for (wchar_t c : {L' ', L'\t', L'\n', L'\v', L'\f', L'\r'}) EXPECT_TRUE(IsWSpace(c));
     for (wchar_t c : {L'\0', L'\b', L'\x0E', L'a', L'\x00A0', L'\x2003'}) EXPECT_FALSE(IsWSpace(c));

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cwchar>
+
 #include <string>
 #include <vector>
 
@@ -60,8 +62,13 @@ TEST(CoreWString, Ordering) {
         {L"ABC", L"abc", false, true}, {L"B", L"a", false, true},   {L"a", L"B", false, false},
         {L"abc", L"abc", true, false}, {L"ab", L"abc", false, true}, {L"abc", L"ab", false, false},
         {L"", L"a", false, true},
+#if WCHAR_MAX > 0xFFFF
         // Units above 0x7FFFFFFF order as unsigned values.
         {L"a", L"\xFFFFFFFF", false, true}, {L"\x80000000", L"\x7FFFFFFF", false, false},
+#else
+        // 16-bit units order as unsigned values.
+        {L"a", L"\xFFFF", false, true}, {L"\x8000", L"\x7FFF", false, false},
+#endif
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << "case " << (&c - cases));
@@ -116,7 +123,7 @@ TEST(CoreUtf8, IllFormedSequencesBecomeReplacementCharacters) {
     };
     const Case cases[] = {
         {"edges of each length", "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xF0\x90\x80\x80\xF4\x8F\xBF\xBF",
-         {0x7F, 0x80, 0x7FF, 0x800, 0xD7FF, 0xE000, static_cast<wchar_t>(0x10000), static_cast<wchar_t>(0x10FFFF)}},
+         L"\x7F\x80\u07FF\u0800\uD7FF\uE000\U00010000\U0010FFFF"},
         {"overlong plus", "X\xC0\xAB" "1", {L'X', R, R, L'1'}},
         {"overlong letter", "\xC1\x81", {R, R}},
         {"overlong three bytes", "\xE0\x80\xAF", {R, R, R}},
@@ -142,6 +149,51 @@ TEST(CoreUtf8, IllFormedSequencesBecomeReplacementCharacters) {
         if (!c.chars.empty()) {
             EXPECT_LT(vexa::Utf8Offset(c.bytes, c.chars.size() - 1), c.bytes.size()) << c.kind;
         }
+    }
+}
+
+// Where wchar_t has 16 bits, characters above U+FFFF are surrogate pairs in
+// wide texts, and positions count code units; where it has 32, the same
+// texts hold one unit per character and surrogates are never characters.
+TEST(CoreUtf8, CharactersAboveTheBasicPlane) {
+    const bool utf16 = sizeof(wchar_t) == 2;
+    const std::string grin = "\xF0\x9F\x98\x80";  // U+1F600
+    const std::string bad = "\xEF\xBF\xBD";       // U+FFFD
+    struct Case {
+        const char* kind;
+        std::wstring wide;
+        std::string utf16_bytes;
+        std::string utf32_bytes;
+    };
+    const Case cases[] = {
+        {"pair", {0xD83D, 0xDE00}, grin, bad + bad},
+        {"pair between letters", {L'a', 0xD83D, 0xDE00, L'b'}, "a" + grin + "b", "a" + bad + bad + "b"},
+        {"lowest and highest", {0xD800, 0xDC00, 0xDBFF, 0xDFFF}, "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF",
+         bad + bad + bad + bad},
+        {"lone high", {0xD83D, L'x'}, bad + "x", bad + "x"},
+        {"lone high at end", {L'x', 0xD83D}, "x" + bad, "x" + bad},
+        {"lone low", {0xDE00, L'x'}, bad + "x", bad + "x"},
+        {"low before high", {0xDE00, 0xD83D}, bad + bad, bad + bad},
+        {"two highs then low", {0xD83D, 0xD83D, 0xDE00}, bad + grin, bad + bad + bad},
+    };
+    for (const Case& c : cases) {
+        const std::string& want = utf16 ? c.utf16_bytes : c.utf32_bytes;
+        EXPECT_EQ(vexa::ToUtf8(c.wide), want) << c.kind;
+    }
+
+    // Decoding gives the pair back; offsets inside a pair name the start of
+    // its character.
+    const std::string text = "a" + grin + "b";
+    const std::wstring wide = vexa::FromUtf8(text);
+    EXPECT_EQ(wide, L"a\U0001F600b");
+    EXPECT_EQ(wide.size(), utf16 ? 4u : 3u);
+    EXPECT_EQ(vexa::ToUtf8(wide), text);
+    const std::size_t after_grin = utf16 ? 3 : 2;
+    EXPECT_EQ(vexa::Utf8Offset(text, 1), 1u);
+    EXPECT_EQ(vexa::Utf8Offset(text, after_grin), 5u);
+    EXPECT_EQ(vexa::Utf8Offset(text, after_grin + 1), 6u);
+    if (utf16) {
+        EXPECT_EQ(vexa::Utf8Offset(text, 2), 1u);
     }
 }
 

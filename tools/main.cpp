@@ -4,10 +4,23 @@
 
 #include <algorithm>
 #include <iostream>
+#include <string>
+#include <vector>
 
 #include "tools/commands.h"
 #include "tools/errors.h"
+#include "vexa/core/utf8.h"
 #include "vexa/vexa_c.h"
+
+#if defined(_WIN32)
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+#include <shellapi.h>
+#undef near  // old segment qualifiers, in the way of ordinary names
+#undef far
+#endif
 
 using namespace vexa_cli;
 
@@ -62,7 +75,25 @@ std::string NearestCommand(const std::string& word) {
 }  // namespace
 
 int main(int argc, char** argv) {
+#if defined(_WIN32)
+    // Windows gives the narrow arguments in the ANSI code page, which loses
+    // what it cannot spell; the wide ones are the text as typed, read as
+    // UTF-8 like everywhere else.
+    std::vector<std::string> utf8Args;
+    std::vector<char*> utf8Argv;
+    int wideCount = 0;
+    if (LPWSTR* wide = CommandLineToArgvW(GetCommandLineW(), &wideCount)) {
+        for (int i = 0; i < wideCount; ++i) utf8Args.push_back(vexa::ToUtf8(wide[i]));
+        LocalFree(wide);
+        for (std::string& a : utf8Args) utf8Argv.push_back(&a[0]);
+        utf8Argv.push_back(nullptr);
+        argc = wideCount;
+        argv = utf8Argv.data();
+    }
+#endif
     CLI::App app{"vexa: parse, evaluate, differentiate and plot expressions of the solver function language"};
+    // "/name" is a path, never an option, on every system.
+    app.allow_windows_style_options(false);
     app.require_subcommand(1);
     app.set_version_flag("--version", std::string("vexa ") + vexa_version() + "\nmachine code: " + vexa_machine_code());
     app.footer(std::string("Run 'vexa COMMAND --help' for a command's options and examples.\n") + kExitCodes);

@@ -115,6 +115,15 @@ std::vector<double> NiceTicks(double lo, double hi, int target) {
     return ticks;
 }
 
+// 10^k as the nearest double, which not every C library's pow gives: the
+// products up to 10^22 are exact, and one division rounds correctly.
+static double Decade(int k) {
+    if (k < -22 || k > 22) return std::pow(10.0, k);
+    double v = 1.0;
+    for (int i = 0; i < (k < 0 ? -k : k); ++i) v *= 10.0;
+    return k < 0 ? 1.0 / v : v;
+}
+
 std::vector<double> LogTicks(double lo, double hi) {
     std::vector<double> ticks;
     if (!(lo > 0) || !(hi > lo) || !std::isfinite(hi)) return NiceTicks(lo, hi);
@@ -122,7 +131,7 @@ std::vector<double> LogTicks(double lo, double hi) {
     const int last = static_cast<int>(std::floor(std::log10(hi) + 1e-9));
     // Every decade up to a dozen; beyond, every few so the labels stay apart.
     const int every = std::max(1, (last - first) / 10 + 1);
-    for (int k = first; k <= last; k += every) ticks.push_back(std::pow(10.0, k));
+    for (int k = first; k <= last; k += every) ticks.push_back(Decade(k));
     if (ticks.size() >= 2) return ticks;
     ticks.clear();
     for (double t : NiceTicks(lo, hi))

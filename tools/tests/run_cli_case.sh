@@ -28,8 +28,13 @@ args=$(trim "${fields[2]}")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work" || exit 1
-eval "\"\$VEXA\" $args" > "$work/.out" 2>&1 < /dev/null
+# A cross build's program runs under VEXA_EMULATOR (wine, qemu); Windows
+# programs end their lines with CR LF, which the checks do not expect.
+eval "${VEXA_EMULATOR:-} \"\$VEXA\" $args" > "$work/.out" 2>&1 < /dev/null
 got_exit=$?
+if [ -n "${VEXA_EMULATOR:-}" ]; then
+  tr -d '\r' < "$work/.out" > "$work/.out.lf" && mv "$work/.out.lf" "$work/.out"
+fi
 fail=0
 if [ "$got_exit" != "$want_exit" ]; then
   echo "exit status $got_exit, expected $want_exit"

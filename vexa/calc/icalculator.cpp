@@ -1,6 +1,7 @@
 #include "vexa/calc/icalculator.h"
 
 #include "vexa/core/data_access.h"
+#include "vexa/core/inline_hints.h"
 #include "vexa/core/platform.h"
 
 ICalculator::ICalculator(VEXA_WString& name)
@@ -38,7 +39,7 @@ bool ICalculator::Release()
 }
 
 // Out of line, so that Evaluate itself is only the test and a jump.
-__attribute__((noinline)) bool ICalculator::EvaluateLong(int count, VEXA_Data* params, VEXA_Data& result)
+VEXA_NOINLINE bool ICalculator::EvaluateLong(int count, VEXA_Data* params, VEXA_Data& result)
 {
     if (!SetParams(count, params))
         return false;
@@ -49,7 +50,7 @@ namespace {
 
 // The general copy: any kinds, any count. Kept out of line so that the
 // scalar path in SetParams stays small enough to inline into Evaluate.
-__attribute__((noinline)) void CopyParams(VEXA_Data*& held, int& heldCount, int count, VEXA_Data* params)
+VEXA_NOINLINE void CopyParams(VEXA_Data*& held, int& heldCount, int count, VEXA_Data* params)
 {
     // A held value that receives a null keeps its old shape, whereas a fresh
     // one reports 0 x 0; only values with elements may reuse the array.

@@ -6,6 +6,7 @@
 #include "vexa/calc/builtin_math.h"
 #include "vexa/compiled/builtin_ops.h"
 #include "vexa/compiled/form.h"
+#include "vexa/core/inline_hints.h"
 
 namespace vexa_compiled {
 
@@ -223,7 +224,7 @@ void FourierPartials(Op op, const double* v, int n, double* g)
 
 // The partials of the built-ins of two or more arguments. Inlined where op
 // is a constant, so that a kernel calls its own partials directly.
-inline __attribute__((always_inline)) void Partials(Op op, const double* v, int n, double* g)
+VEXA_FORCE_INLINE void Partials(Op op, const double* v, int n, double* g)
 {
     const double x = v[0];
     switch (op) {
@@ -306,7 +307,7 @@ bool Set(double& value, double* g, double y, Slope slope)
 // bit for bit the program's; the partials only where they are asked for.
 // Inlined into BuiltinGradient and into each op's kernel, where the op is a
 // constant and all but its own case fall away.
-inline __attribute__((always_inline)) bool GradientOf(Op op, const double* v, int n, double& value, double* g)
+VEXA_FORCE_INLINE bool GradientOf(Op op, const double* v, int n, double& value, double* g)
 {
     using namespace vexa_math;
     if (SelectionGradient(op, v, value, g))

@@ -7,6 +7,7 @@
 #include "vexa/compiled/compiler.h"
 #include "vexa/compiled/machine_code.h"
 #include "vexa/core/data_access.h"
+#include "vexa/core/inline_hints.h"
 #include "vexa/core/platform.h"
 
 namespace vexa_calc {
@@ -105,7 +106,7 @@ bool FastEvaluate(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& re
 
 // Kept out of line: it runs once per tree, and the evaluation path that
 // calls it should not pay for its frame.
-__attribute__((noinline)) CompiledRoot* MakeCompiled(Expression& e)
+VEXA_NOINLINE CompiledRoot* MakeCompiled(Expression& e)
 {
     std::unique_ptr<CompiledRoot> made(new CompiledRoot());
     // Made as in the default floating-point environment whatever the host

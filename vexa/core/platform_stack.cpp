@@ -4,6 +4,9 @@
 #include <limits>
 
 #if defined(_WIN32)
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
 #include <windows.h>
 #if defined(_MSC_VER)
 #include <intrin.h>

@@ -56,6 +56,16 @@ std::size_t DecodeAt(const std::string& utf8, std::size_t i, char32_t& cp)
     return 1 + static_cast<std::size_t>(extra);
 }
 
+// Where wchar_t holds 16 bits (Windows), a wide text is UTF-16: a code point
+// above U+FFFF takes two code units, a surrogate pair.
+constexpr bool kUtf16 = sizeof(wchar_t) == 2;
+
+bool IsHighSurrogate(std::uint32_t u) { return u >= 0xD800 && u <= 0xDBFF; }
+bool IsLowSurrogate(std::uint32_t u) { return u >= 0xDC00 && u <= 0xDFFF; }
+
+// Code units the code point takes in a wide text.
+std::size_t WideUnits(char32_t cp) { return kUtf16 && cp > 0xFFFF ? 2 : 1; }
+
 }  // namespace
 
 std::wstring FromUtf8(const std::string& utf8)
@@ -66,17 +76,31 @@ std::wstring FromUtf8(const std::string& utf8)
     std::size_t i = 0;
     while (i < utf8.size()) {
         i += DecodeAt(utf8, i, cp);
-        out.push_back(static_cast<wchar_t>(cp));
+        if (WideUnits(cp) == 2) {
+            const char32_t v = cp - 0x10000;
+            out.push_back(static_cast<wchar_t>(0xD800 + (v >> 10)));
+            out.push_back(static_cast<wchar_t>(0xDC00 + (v & 0x3FF)));
+        } else {
+            out.push_back(static_cast<wchar_t>(cp));
+        }
     }
     return out;
 }
 
 std::size_t Utf8Offset(const std::string& utf8, std::size_t chars)
 {
+    // A position inside a surrogate pair (between its two units) is told as
+    // the start of the character: no offset splits a character's bytes.
     std::size_t i = 0;
+    std::size_t units = 0;
     char32_t cp = 0;
-    for (std::size_t k = 0; k < chars && i < utf8.size(); ++k)
-        i += DecodeAt(utf8, i, cp);
+    while (units < chars && i < utf8.size()) {
+        const std::size_t bytes = DecodeAt(utf8, i, cp);
+        units += WideUnits(cp);
+        if (units > chars)
+            break;
+        i += bytes;
+    }
     return i;
 }
 
@@ -84,8 +108,18 @@ std::string ToUtf8(const std::wstring& wide)
 {
     std::string out;
     out.reserve(wide.size());
-    for (wchar_t wc : wide) {
-        std::uint32_t cp = static_cast<std::uint32_t>(wc);
+    for (std::size_t k = 0; k < wide.size(); ++k) {
+        std::uint32_t cp = static_cast<std::uint32_t>(wide[k]);
+        if (kUtf16) {
+            cp &= 0xFFFF;
+            if (IsHighSurrogate(cp) && k + 1 < wide.size() &&
+                IsLowSurrogate(static_cast<std::uint32_t>(wide[k + 1]) & 0xFFFF)) {
+                const std::uint32_t low = static_cast<std::uint32_t>(wide[++k]) & 0xFFFF;
+                cp = 0x10000 + ((cp - 0xD800) << 10) + (low - 0xDC00);
+            }
+        }
+        // Lone surrogates (and, with 32-bit units, any surrogate) are no
+        // Unicode scalar values.
         if (cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) cp = 0xFFFD;
         if (cp < 0x80) {
             out.push_back(static_cast<char>(cp));
