@@ -90,6 +90,16 @@ bool Explainable(vexa::Failure f)
     return f == vexa::Failure::kThrown || f == vexa::Failure::kNull || f == vexa::Failure::kRefused;
 }
 
+// A point without a value, thrown as the C interface reports it, with the
+// cause named where the library can find it.
+[[noreturn]] void ThrowExplained(const vexa_expr& x, const double* params, const vexa::Outcome& o)
+{
+    vexa_c::Failure f = vexa_c::OutcomeFailure(o);
+    if (Explainable(o.failure))
+        vexa_c::Explain(x, params, f, true);
+    throw f;
+}
+
 std::vector<double> PointOf(const std::vector<vexa::Column>& columns, std::size_t i);
 
 template <typename PointOutcome>
@@ -153,10 +163,7 @@ int vexa_eval_ex(vexa_expr* e, const double* params, double* result, const vexa_
         *result = o.value;
         if (o.ok())
             return;
-        vexa_c::Failure f = vexa_c::OutcomeFailure(o);
-        if (Explainable(o.failure))
-            vexa_c::Explain(x, params, f, true);
-        throw f;
+        ThrowExplained(x, params, o);
     });
 }
 
@@ -209,10 +216,7 @@ int vexa_gradient(vexa_expr* e, const double* params, double* grad, vexa_error* 
         if (o.ok())
             return;
         // A point without a value has no gradient either: told as vexa_eval tells it.
-        vexa_c::Failure f = vexa_c::OutcomeFailure(o);
-        if (Explainable(o.failure))
-            vexa_c::Explain(x, params, f, true);
-        throw f;
+        ThrowExplained(x, params, o);
     });
 }
 
