@@ -248,6 +248,8 @@ TEST_F(ExecutableArena, GradientCodeIsMadeOnceWhenFirstAskedFor) {
 // Programs placed and released on many threads at once land apart and all
 // go back.
 TEST_F(ExecutableArena, ThreadsPlaceAndReleaseAtOnce) {
+    // The registry is made once before threads parse, as hosts must.
+    FunctionFactory::getInstance();
     const std::size_t programs = ExecutableArenaStats().programs;
     std::vector<int> wrong(4, 0);
     std::vector<std::thread> threads;
