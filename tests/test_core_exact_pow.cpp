@@ -22,6 +22,9 @@
 namespace {
 
 using vexa_math::kMaxFastExponent;
+// The library's own bit casts: its source is compiled into this test.
+constexpr auto BitsOf = vexa_math::Bits;
+constexpr auto FromBitsOf = vexa_math::FromBits;
 
 // The C library's pow with an exponent the compiler cannot see (it would
 // turn pow(x, 2.0) into x * x).
@@ -29,20 +32,6 @@ double Reference(double x, double y)
 {
     volatile double hidden = y;
     return std::pow(x, hidden);
-}
-
-std::uint64_t BitsOf(double v)
-{
-    std::uint64_t b;
-    std::memcpy(&b, &v, sizeof b);
-    return b;
-}
-
-double FromBitsOf(std::uint64_t b)
-{
-    double v;
-    std::memcpy(&v, &b, sizeof v);
-    return v;
 }
 
 // A floating-point environment a host may set, applied for the lifetime of
