@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "vexa/compiled/x64_emitter.h"
+#include "vexa/compiled/x86_64/x64_emitter.h"
 
 using namespace vexa_compiled::x64;
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "vexa/compiled/program.h"
+#include "vexa/compiled/program/program.h"
 
 class Expression;
 

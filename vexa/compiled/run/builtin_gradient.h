@@ -2,7 +2,7 @@
 #define VEXA_COMPILED_BUILTIN_GRADIENT_H
 
 #include "vexa/calc/builtin_math.h"
-#include "vexa/compiled/program.h"
+#include "vexa/compiled/program/program.h"
 
 // First derivatives of the built-ins. Internal.
 namespace vexa_compiled {

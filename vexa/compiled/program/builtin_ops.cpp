@@ -1,4 +1,4 @@
-#include "vexa/compiled/builtin_ops.h"
+#include "vexa/compiled/program/builtin_ops.h"
 
 #include <cmath>
 

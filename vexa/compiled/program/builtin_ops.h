@@ -2,7 +2,7 @@
 #define VEXA_COMPILED_BUILTIN_OPS_H
 
 #include "vexa/calc/buidin_function.h"
-#include "vexa/compiled/program.h"
+#include "vexa/compiled/program/program.h"
 
 // How the compiled evaluation treats a call of a built-in implementation.
 // Internal to the library.

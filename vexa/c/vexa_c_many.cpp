@@ -6,7 +6,7 @@
 
 #include "vexa/compiled/point_bounds.h"
 #include "vexa/vexa_c.h"
-#include "vexa/vexa_c_internal.h"
+#include "vexa/c/vexa_c_internal.h"
 
 using vexa_c::Checked;
 using vexa_c::Fail;

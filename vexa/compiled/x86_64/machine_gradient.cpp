@@ -1,4 +1,4 @@
-#include "vexa/compiled/machine_gradient.h"
+#include "vexa/compiled/x86_64/machine_gradient.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -6,10 +6,10 @@
 #include <cstring>
 #include <vector>
 
-#include "vexa/compiled/builtin_gradient.h"
-#include "vexa/compiled/machine_code.h"
-#include "vexa/compiled/point_run.h"
-#include "vexa/compiled/x64_emitter.h"
+#include "vexa/compiled/run/builtin_gradient.h"
+#include "vexa/compiled/x86_64/machine_code.h"
+#include "vexa/compiled/run/point_run.h"
+#include "vexa/compiled/x86_64/x64_emitter.h"
 
 namespace vexa_compiled {
 

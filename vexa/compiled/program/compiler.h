@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "vexa/compiled/program.h"
+#include "vexa/compiled/program/program.h"
 
 class ICalculator;
 class INode;

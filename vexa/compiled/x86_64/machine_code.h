@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "vexa/compiled/program.h"
+#include "vexa/compiled/program/program.h"
 #include "vexa/core/executable_memory.h"
 
 class ICalculator;

@@ -1,10 +1,10 @@
-#include "vexa/compiled/builtin_gradient.h"
+#include "vexa/compiled/run/builtin_gradient.h"
 
 #include <cmath>
 #include <utility>
 
 #include "vexa/calc/builtin_math.h"
-#include "vexa/compiled/builtin_ops.h"
+#include "vexa/compiled/program/builtin_ops.h"
 #include "vexa/compiled/form.h"
 #include "vexa/core/inline_hints.h"
 

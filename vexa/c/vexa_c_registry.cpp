@@ -10,7 +10,7 @@
 #include "vexa/core/utf8.h"
 #include "vexa/tree/tree_walk.h"
 #include "vexa/vexa_c.h"
-#include "vexa/vexa_c_internal.h"
+#include "vexa/c/vexa_c_internal.h"
 
 using vexa_c::Checked;
 using vexa_c::Fail;

@@ -3,8 +3,8 @@
 #include "vexa/calc/builtin_math.h"
 #include "vexa/calc/callee.h"
 #include "vexa/calc/icalculator.h"
-#include "vexa/compiled/builtin_ops.h"
-#include "vexa/compiled/program.h"
+#include "vexa/compiled/program/builtin_ops.h"
+#include "vexa/compiled/program/program.h"
 #include "vexa/core/data_access.h"
 #include "vexa/core/float_ops.h"
 

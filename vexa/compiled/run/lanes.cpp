@@ -1,4 +1,4 @@
-#include "vexa/compiled/lanes.h"
+#include "vexa/compiled/run/lanes.h"
 
 #include <cstring>
 

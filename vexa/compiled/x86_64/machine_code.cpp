@@ -1,4 +1,4 @@
-#include "vexa/compiled/machine_code.h"
+#include "vexa/compiled/x86_64/machine_code.h"
 
 #include <cmath>
 #include <cstdlib>
@@ -10,8 +10,8 @@
 #include "vexa/calc/builtin_math.h"
 #include "vexa/calc/callee.h"
 #include "vexa/calc/icalculator.h"
-#include "vexa/compiled/builtin_ops.h"
-#include "vexa/compiled/x64_emitter.h"
+#include "vexa/compiled/program/builtin_ops.h"
+#include "vexa/compiled/x86_64/x64_emitter.h"
 #include "vexa/core/data_access.h"
 #include "vexa/core/float_ops.h"
 

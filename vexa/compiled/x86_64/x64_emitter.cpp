@@ -1,4 +1,4 @@
-#include "vexa/compiled/x64_emitter.h"
+#include "vexa/compiled/x86_64/x64_emitter.h"
 
 #include <cstring>
 

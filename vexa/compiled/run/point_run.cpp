@@ -1,11 +1,11 @@
-#include "vexa/compiled/point_run.h"
+#include "vexa/compiled/run/point_run.h"
 
 #include <algorithm>
 #include <cmath>
 #include <vector>
 
 #include "vexa/calc/builtin_math.h"
-#include "vexa/compiled/builtin_gradient.h"
+#include "vexa/compiled/run/builtin_gradient.h"
 #include "vexa/compiled/stack_room.h"
 #include "vexa/core/float_ops.h"
 

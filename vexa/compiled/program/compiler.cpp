@@ -1,4 +1,4 @@
-#include "vexa/compiled/compiler.h"
+#include "vexa/compiled/program/compiler.h"
 
 #include <algorithm>
 #include <cfenv>
@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "vexa/calc/calculator_access.h"
-#include "vexa/compiled/builtin_ops.h"
+#include "vexa/compiled/program/builtin_ops.h"
 #include "vexa/core/data_access.h"
 #include "vexa/core/platform.h"
 #include "vexa/tree/constant_param.h"

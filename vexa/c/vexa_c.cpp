@@ -13,7 +13,7 @@
 #include "vexa/parser/host_input.h"
 #include "vexa/parser/parse_diagnosis.h"
 #include "vexa/tree/tree_text.h"
-#include "vexa/vexa_c_internal.h"
+#include "vexa/c/vexa_c_internal.h"
 
 using vexa_c::Fail;
 using vexa_c::Status;

@@ -4,7 +4,7 @@
 
 #include "vexa/core/utf8.h"
 #include "vexa/parser/evaluation_diagnosis.h"
-#include "vexa/vexa_c_internal.h"
+#include "vexa/c/vexa_c_internal.h"
 
 namespace vexa_c {
 

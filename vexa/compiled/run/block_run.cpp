@@ -1,4 +1,4 @@
-#include "vexa/compiled/block_run.h"
+#include "vexa/compiled/run/block_run.h"
 
 #include <algorithm>
 #include <cmath>
@@ -10,7 +10,7 @@
 #endif
 
 #include "vexa/calc/builtin_math.h"
-#include "vexa/compiled/lanes.h"
+#include "vexa/compiled/run/lanes.h"
 #include "vexa/compiled/stack_room.h"
 
 namespace vexa_compiled {
