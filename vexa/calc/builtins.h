@@ -14,6 +14,7 @@ struct Row {
 };
 
 // The rows of the table and their number (102; DXYZ and VXYZ appear twice).
+// Made on the first call: call once before threads share the registry.
 const Row* Table();
 std::size_t TableSize();
 

@@ -1,38 +1,25 @@
 #include "vexa/calc/builtins.h"
+
+#include <vector>
+
 #include "vexa/calc/builtins_impl.h"
 
 namespace vexa_builtins {
 
 namespace {
 
-// Insertion order matters only for the duplicates: DXYZ and VXYZ come twice
-// and the first row wins. "add" is reserved without an implementation.
+// The names of the table of operations come first, then the names without a
+// computed value. Insertion order matters only for the duplicates: DXYZ and
+// VXYZ come twice and the first row wins. "add" is reserved without an
+// implementation.
 const Row kRows[] = {
-    {L"sin", Sin},
-    {L"cos", Cos},
-    {L"add", nullptr},
+#define VEXA_NAME_ROW(Name, Text, ...) {L"" Text, Implementation(vexa_ops::k##Name)},
+    VEXA_OPERATIONS(VEXA_NAME_ROW)
+#undef VEXA_NAME_ROW
 
-    {L"ABS", Abs},
-    {L"LOG10", Log10},
-    {L"ACOS", Acos},
-    {L"MAX", Max},
-    {L"AINT", Aint},
-    {L"ANINT", Anint},
-    {L"MIN", Min},
-    {L"MOD", Mod},
-    {L"ASIN", Asin},
-    {L"SIGN", Sign},
-    {L"ATAN", Atan},
-    {L"SIN", Sin},
-    {L"ATAN2", Atan2},
-    {L"SINH", Sinh},
-    {L"COS", Cos},
-    {L"SQRT", Sqrt},
-    {L"COSH", Cosh},
-    {L"TAN", Tan},
-    {L"EXP", Exp},
-    {L"TANH", Tanh},
-    {L"LOG", Log},
+    {L"sin", Implementation(vexa_ops::kSin)},
+    {L"cos", Implementation(vexa_ops::kCos)},
+    {L"add", nullptr},
 
     {L"AX", placeholder1to2},
     {L"AY", placeholder1to2},
@@ -86,24 +73,12 @@ const Row kRows[] = {
     {L"MOTION", placeholder1to4},
     {L"PTCV", placeholder1to4},
 
-    {L"IF", If},
 
     {L"AKISPL", alwaysFails},
     {L"CUBSPL", alwaysFails},
     {L"CURVE", placeholder1to4},
     {L"INTERP", placeholder1to4},
 
-    {L"BISTOP", Bistop},
-    {L"CHEBY", Cheby},
-    {L"FORCOS", Forcos},
-    {L"FORSIN", Forsin},
-    {L"HAVSIN", Havsin},
-    {L"IMPACT", Impact},
-    {L"POLY", Poly},
-    {L"SHF", Shf},
-    {L"STEP", Step},
-    {L"STEP5", Step5},
-    {L"SWEEP", Sweep},
 
     {L"ACCXYZ", placeholder1to4},
     {L"DXYZ", placeholder1to3},
@@ -119,14 +94,26 @@ const Row kRows[] = {
     {L"MAG", Mag},
 };
 
+// Operators and the program's own instructions have no name: left out.
+const std::vector<Row>& Named() {
+    static const std::vector<Row> rows = [] {
+        std::vector<Row> named;
+        for (const Row& row : kRows) {
+            if (row.name[0] != L'\0') named.push_back(row);
+        }
+        return named;
+    }();
+    return rows;
+}
+
 }  // namespace
 
 const Row* Table() {
-    return kRows;
+    return Named().data();
 }
 
 std::size_t TableSize() {
-    return sizeof(kRows) / sizeof(kRows[0]);
+    return Named().size();
 }
 
 }  // namespace vexa_builtins

@@ -27,25 +27,21 @@ constexpr std::size_t kMaxDiffLevels = 64;
 
 enum class Shape { kUnary, kBinary, kList, kEnd, kUnknown };
 
-// Spelled out op by op, so that an op added to the program later is never
-// run by a runner that does not know it: its program is left to the tree.
+// From the table of operations; an op a runner may not know (a byte out of
+// range) leaves its program to the tree.
 Shape ShapeOf(std::uint8_t op)
 {
-    switch (op) {
-    case kAbs: case kSin: case kCos: case kTan: case kSinh: case kCosh: case kTanh: case kAtan:
-    case kExp: case kAint: case kAnint: case kAsin: case kAcos: case kLog: case kLog10: case kSqrt:
-        return Shape::kUnary;
-    case kAdd: case kSub: case kMul: case kDiv: case kPow:
-    case kAtan2: case kMax: case kMin: case kMod: case kSign:
-        return Shape::kBinary;
-    case kIf: case kStep: case kStep5: case kHavsin: case kShf: case kImpact: case kSweep: case kBistop:
-    case kPoly: case kCheby: case kForcos: case kForsin: case kNumDiff: case kCall:
-        return Shape::kList;
-    case kReturn:
-        return Shape::kEnd;
-    default:
+    if (op >= kOpCount)
         return Shape::kUnknown;
+    if (op == kReturn)
+        return Shape::kEnd;
+    switch (OperandsOf(static_cast<Op>(op))) {
+    case Operands::kOne: return Shape::kUnary;
+    case Operands::kTwo: return Shape::kBinary;
+    case Operands::kList: return Shape::kList;
+    case Operands::kNone: break;
     }
+    return Shape::kUnknown;
 }
 
 bool IsStep(const ICalculator& c)

@@ -21,8 +21,8 @@ struct BuiltinInfo {
     int most;
 };
 
-// What function stands for; kRefused for an implementation this table does
-// not know, so an unknown implementation is never guessed at.
+// What function stands for; kRefused for an implementation the table of
+// operations does not know, so an unknown implementation is never guessed at.
 BuiltinInfo DescribeBuiltin(BuildInFunctionPtr function);
 
 // Whether count arguments are a call the implementation accepts.
@@ -32,12 +32,9 @@ inline bool AcceptsCount(const BuiltinInfo& info, int count)
 }
 
 // The built-in op over scalar arguments, with the implementation's own
-// formula; false where the implementation refuses the values.
+// formula; false where the implementation refuses the values (and for an op
+// that is no built-in).
 bool EvalBuiltin(Op op, const double* args, int count, double& out);
-
-// Whether an instruction of op can stop a run or reach the host, so that it
-// must run even when nothing reads its value.
-bool HasEffect(Op op);
 
 }  // namespace vexa_compiled
 

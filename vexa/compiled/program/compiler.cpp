@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "vexa/calc/calculator_access.h"
+#include "vexa/calc/operation_math.h"
 #include "vexa/compiled/program/builtin_ops.h"
 #include "vexa/core/data_access.h"
 #include "vexa/core/platform.h"
@@ -61,14 +62,25 @@ bool SameEverywhere(Compute&& compute)
     return true;
 }
 
-bool IsUnary(Op op)
+template <Op op>
+VEXA_Data FoldOf(const VEXA_Data& a, const VEXA_Data& b)
 {
-    return op >= kAbs && op <= kSqrt;
+    if constexpr (kRows[op].kind == vexa_ops::Kind::kOperator)
+        return vexa_ops::Math<op>::Fold(a, b);
+    else
+        return VEXA_Data();
 }
 
-bool IsBinaryCall(Op op)
+// The operator op over two values, by the value arithmetic.
+VEXA_Data FoldOperator(Op op, const VEXA_Data& a, const VEXA_Data& b)
 {
-    return op >= kAtan2 && op <= kSign;
+    switch (op) {
+#define VEXA_FOLD_CASE(Name, ...) \
+    case k##Name: return FoldOf<k##Name>(a, b);
+        VEXA_OPERATIONS(VEXA_FOLD_CASE)
+#undef VEXA_FOLD_CASE
+    default: return VEXA_Data();
+    }
 }
 
 bool IsStepCalculator(const ICalculator& c)
@@ -251,13 +263,7 @@ bool Compiler::Operator(OperaterNode& node, std::uint32_t a, std::uint32_t b, st
                 const VEXA_Data lv(l);
                 const VEXA_Data rv(r);
                 VEXA_Data v;
-                switch (op) {
-                case kAdd: v = lv + rv; break;
-                case kSub: v = lv - rv; break;
-                case kMul: v = lv * rv; break;
-                case kDiv: v = lv / rv; break;
-                default: v = lv ^ rv; break;
-                }
+                v = FoldOperator(op, lv, rv);
                 scalar = DataAccess::IsScalar(v);
                 folded = scalar ? DataAccess::Scalar(v) : 1.0;
             } catch (int) {
@@ -504,9 +510,10 @@ std::unique_ptr<Program> Compiler::Generate(std::uint32_t root)
             continue;
         Instr in{p.op, m_values[p.value].reg, 0, 0, p.aux};
         const std::uint32_t* ops = m_operands.data() + p.first;
-        if (IsUnary(p.op)) {
+        const Operands shape = OperandsOf(p.op);
+        if (shape == Operands::kOne) {
             in.a = m_values[ops[0]].reg;
-        } else if (p.op <= kPow || IsBinaryCall(p.op)) {
+        } else if (shape == Operands::kTwo) {
             in.a = m_values[ops[0]].reg;
             in.b = m_values[ops[1]].reg;
         } else {

@@ -5,6 +5,7 @@
 #include <exception>
 #include <vector>
 
+#include "vexa/calc/operations.h"
 #include "vexa/core/data.h"
 
 class ICalculator;
@@ -25,60 +26,8 @@ class ICalculator;
 // stop that the tree would not have done. Internal to the library.
 namespace vexa_compiled {
 
-enum Op : std::uint8_t {
-    // Operators, in the operand order of the value arithmetic.
-    kAdd,  // d = b + a
-    kSub,  // d = a - b
-    kMul,  // d = a * b
-    kDiv,  // d = a / b; stops on a zero or NaN divisor
-    kPow,  // d = pow(a, b)
-    // One-argument built-ins (argument in a).
-    kAbs,
-    kSin,
-    kCos,
-    kTan,
-    kSinh,
-    kCosh,
-    kTanh,
-    kAtan,
-    kExp,
-    kAint,
-    kAnint,
-    kAsin,   // stops outside [-1, 1]
-    kAcos,   // stops outside [-1, 1]
-    kLog,    // stops for x <= 0
-    kLog10,  // stops for x <= 0
-    kSqrt,   // stops for x < 0
-    // Two-argument built-ins (arguments in a and b).
-    kAtan2,
-    kMax,
-    kMin,
-    kMod,
-    kSign,
-    // Built-ins over an argument list (first argument index in a, count in b).
-    kIf,
-    kStep,
-    kStep5,
-    kHavsin,
-    kShf,
-    kImpact,
-    kSweep,
-    kBistop,
-    kPoly,
-    kCheby,
-    kForcos,
-    kForsin,
-    // Central difference of a built-in (argument list in a and b; c indexes
-    // the program's difference chains).
-    kNumDiff,
-    // Call of another calculator through its Evaluate (argument list in a and
-    // b; c indexes the program's calculators).
-    kCall,
-    // Always stops: the tree takes over at this point.
-    kStop,
-    kReturn,
-    kOpCount
-};
+// The opcodes, their operand shapes and classes: the table of operations.
+using namespace vexa_ops;
 
 struct Instr {
     std::uint8_t op;

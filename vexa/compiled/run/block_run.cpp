@@ -9,7 +9,7 @@
 #include <emmintrin.h>
 #endif
 
-#include "vexa/calc/builtin_math.h"
+#include "vexa/calc/operation_math.h"
 #include "vexa/compiled/run/lanes.h"
 #include "vexa/compiled/stack_room.h"
 
@@ -19,7 +19,7 @@ namespace {
 
 using namespace vexa_math;
 
-constexpr int kMaxArgs = 3 + kMaxCoefficients;
+constexpr int kMaxArgs = kMostArguments;
 
 // Doubles from one register's block to the next. Blocks a multiple of 4 KiB
 // apart would make every store look, to the processor, like one to the
@@ -175,43 +175,148 @@ void Steps(Op op, double* d, const double* const* v, int lanes)
     }
 }
 
+// An instruction over one or two registers in every lane, by its formula in
+// the table of operations; the four operations and MIN have lane kernels of
+// their own (below).
+template <Op op>
+void Lanes(double* d, const double* a, const double* b, int lanes, std::uint8_t* stop)
+{
+    constexpr Refusal refusal = kRows[op].refusal;
+    if constexpr (OperandsOf(op) == Operands::kOne) {
+        if constexpr (refusal == Refusal::kNone)
+            Each(d, a, lanes, [](double x) { return Math<op>::Value(&x, 1); });
+        else
+            Checked(d, a, lanes, stop, [](double x) { return Accepts<refusal>(&x); },
+                    [](double x) { return Math<op>::Value(&x, 1); });
+    } else {
+        static_assert(refusal == Refusal::kNone, "a two-argument op that refuses needs a lane kernel");
+        Each(d, a, b, lanes, [](double x, double y) {
+            const double v[2] = {x, y};
+            return Math<op>::Value(v, 2);
+        });
+    }
+}
+
+template <>
+void Lanes<kAdd>(double* d, const double* a, const double* b, int lanes, std::uint8_t*)
+{
+    SumLanes(d, b, a, Grouped(lanes));
+}
+
+template <>
+void Lanes<kSub>(double* d, const double* a, const double* b, int lanes, std::uint8_t*)
+{
+    DifferenceLanes(d, a, b, Grouped(lanes));
+}
+
+template <>
+void Lanes<kMul>(double* d, const double* a, const double* b, int lanes, std::uint8_t*)
+{
+    ProductLanes(d, a, b, Grouped(lanes));
+}
+
+template <>
+void Lanes<kDiv>(double* d, const double* a, const double* b, int lanes, std::uint8_t* stop)
+{
+    Divide(d, a, b, lanes, stop);
+}
+
+// Min's own formula, which the compiler makes minpd over two lanes: the same
+// bits as minsd b, a in the default environment, the only one blocks run in.
+template <>
+void Lanes<kMin>(double* d, const double* a, const double* b, int lanes, std::uint8_t*)
+{
+    Each(d, a, b, lanes, [](double x, double y) { return y < x ? y : x; });
+}
+
+// A built-in over an argument list in every lane: the arguments gathered
+// lane by lane into its formula. STEP, STEP5, HAVSIN and the series have
+// lane kernels of their own (below).
+template <Op op>
+void ListLanes(const Unit&, const std::uint32_t*, double* d, const double* const* x, int n, int lanes)
+{
+    double v[kMaxArgs];
+    for (int i = 0; i < lanes; ++i) {
+        for (int k = 0; k < n; ++k)
+            v[k] = x[k][i];
+        d[i] = Math<op>::Value(v, n);
+    }
+}
+
+template <Op op>
+void StepLanesOf(const Unit& u, const std::uint32_t* list, double* d, const double* const* x, int lanes)
+{
+    if (NoNaN(u, x, list, 5, lanes)) {
+        Steps(op, d, x, lanes);
+        return;
+    }
+    for (int i = 0; i < lanes; ++i) {
+        const double v[5] = {x[0][i], x[1][i], x[2][i], x[3][i], x[4][i]};
+        d[i] = Math<op>::Value(v, 5);
+    }
+}
+
+template <>
+void ListLanes<kStep>(const Unit& u, const std::uint32_t* list, double* d, const double* const* x, int, int lanes)
+{
+    StepLanesOf<kStep>(u, list, d, x, lanes);
+}
+
+template <>
+void ListLanes<kStep5>(const Unit& u, const std::uint32_t* list, double* d, const double* const* x, int, int lanes)
+{
+    StepLanesOf<kStep5>(u, list, d, x, lanes);
+}
+
+template <>
+void ListLanes<kHavsin>(const Unit& u, const std::uint32_t* list, double* d, const double* const* x, int, int lanes)
+{
+    StepLanesOf<kHavsin>(u, list, d, x, lanes);
+}
+
+template <>
+void ListLanes<kPoly>(const Unit&, const std::uint32_t*, double* d, const double* const* x, int n, int lanes)
+{
+    Series(d, x, n, 2, lanes, [x](int i, const double* c, int m) { return Poly(x[0][i], x[1][i], c, m); });
+}
+
+template <>
+void ListLanes<kCheby>(const Unit&, const std::uint32_t*, double* d, const double* const* x, int n, int lanes)
+{
+    Series(d, x, n, 2, lanes, [x](int i, const double* c, int m) { return Cheby(x[0][i], x[1][i], c, m); });
+}
+
+template <>
+void ListLanes<kForcos>(const Unit&, const std::uint32_t*, double* d, const double* const* x, int n, int lanes)
+{
+    Series(d, x, n, 3, lanes,
+           [x](int i, const double* c, int m) { return Forcos(x[0][i], x[1][i], x[2][i], c, m); });
+}
+
+template <>
+void ListLanes<kForsin>(const Unit&, const std::uint32_t*, double* d, const double* const* x, int n, int lanes)
+{
+    Series(d, x, n, 3, lanes,
+           [x](int i, const double* c, int m) { return Forsin(x[0][i], x[1][i], x[2][i], c, m); });
+}
+
 // The instructions over one or two registers; false for the others.
 bool Simple(const Instr& in, double* d, const double* const* at, int lanes, std::uint8_t* stop)
 {
-    const auto a = [&] { return at[in.a]; };
-    const auto b = [&] { return at[in.b]; };
     switch (in.op) {
-    case kAdd: SumLanes(d, b(), a(), Grouped(lanes)); return true;
-    case kSub: DifferenceLanes(d, a(), b(), Grouped(lanes)); return true;
-    case kMul: ProductLanes(d, a(), b(), Grouped(lanes)); return true;
-    case kDiv: Divide(d, a(), b(), lanes, stop); return true;
-    case kPow: Each(d, a(), b(), lanes, [](double x, double y) { return vexa_math::Pow(x, y); }); return true;
-    case kAbs: Each(d, a(), lanes, [](double x) { return std::fabs(x); }); return true;
-    case kSin: Each(d, a(), lanes, [](double x) { return std::sin(x); }); return true;
-    case kCos: Each(d, a(), lanes, [](double x) { return std::cos(x); }); return true;
-    case kTan: Each(d, a(), lanes, [](double x) { return std::tan(x); }); return true;
-    case kSinh: Each(d, a(), lanes, [](double x) { return std::sinh(x); }); return true;
-    case kCosh: Each(d, a(), lanes, [](double x) { return std::cosh(x); }); return true;
-    case kTanh: Each(d, a(), lanes, [](double x) { return std::tanh(x); }); return true;
-    case kAtan: Each(d, a(), lanes, [](double x) { return std::atan(x); }); return true;
-    case kExp: Each(d, a(), lanes, [](double x) { return std::exp(x); }); return true;
-    case kAint: Each(d, a(), lanes, Trunc); return true;
-    case kAnint: Each(d, a(), lanes, Anint); return true;
-    case kAsin: Checked(d, a(), lanes, stop, InArcDomain, [](double x) { return std::asin(x); }); return true;
-    case kAcos: Checked(d, a(), lanes, stop, InArcDomain, [](double x) { return std::acos(x); }); return true;
-    case kLog: Checked(d, a(), lanes, stop, InLogDomain, [](double x) { return std::log(x); }); return true;
-    case kLog10: Checked(d, a(), lanes, stop, InLogDomain, [](double x) { return std::log10(x); }); return true;
-    case kSqrt: Checked(d, a(), lanes, stop, InSqrtDomain, [](double x) { return std::sqrt(x); }); return true;
-    case kAtan2: Each(d, a(), b(), lanes, [](double x, double y) { return std::atan2(x, y); }); return true;
-    case kMax: Each(d, a(), b(), lanes, Max); return true;
-    case kMin:
-        // Min's own formula, which the compiler makes minpd over two lanes:
-        // the same bits as minsd b, a in the default environment, the only
-        // one blocks run in.
-        Each(d, a(), b(), lanes, [](double x, double y) { return y < x ? y : x; });
-        return true;
-    case kMod: Each(d, a(), b(), lanes, Mod); return true;
-    case kSign: Each(d, a(), b(), lanes, Sign); return true;
+#define VEXA_SIMPLE_CASE(Name, ...)                                                   \
+    case k##Name:                                                                     \
+        if constexpr (OperandsOf(k##Name) == Operands::kOne) {                        \
+            Lanes<k##Name>(d, at[in.a], nullptr, lanes, stop);                        \
+            return true;                                                              \
+        } else if constexpr (OperandsOf(k##Name) == Operands::kTwo) {                 \
+            Lanes<k##Name>(d, at[in.a], at[in.b], lanes, stop);                       \
+            return true;                                                              \
+        } else {                                                                      \
+            return false;                                                             \
+        }
+        VEXA_OPERATIONS(VEXA_SIMPLE_CASE)
+#undef VEXA_SIMPLE_CASE
     default: return false;
     }
 }
@@ -236,56 +341,19 @@ void Instruction(const Unit& u, Space& s, const Instr& in, int lanes, std::uint8
         v[k] = at[list[k]];
     const double* const* x = v;
     switch (in.op) {
-    case kIf:
-        for (int i = 0; i < lanes; ++i)
-            d[i] = If(x[0][i], x[1][i], x[2][i], x[3][i]);
-        return;
-    case kStep:
-    case kStep5:
-    case kHavsin:
-        if (NoNaN(u, x, list, 5, lanes))
-            Steps(static_cast<Op>(in.op), d, x, lanes);
-        else if (in.op == kStep)
-            for (int i = 0; i < lanes; ++i)
-                d[i] = CubicStep(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i]);
-        else if (in.op == kStep5)
-            for (int i = 0; i < lanes; ++i)
-                d[i] = QuinticStep(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i]);
-        else
-            for (int i = 0; i < lanes; ++i)
-                d[i] = Havsin(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i]);
-        return;
-    case kShf:
-        for (int i = 0; i < lanes; ++i)
-            d[i] = Shf(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i], x[5][i]);
-        return;
-    case kImpact:
-        for (int i = 0; i < lanes; ++i)
-            d[i] = Impact(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i], x[5][i], x[6][i]);
-        return;
-    case kSweep:
-        for (int i = 0; i < lanes; ++i)
-            d[i] = Sweep(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i], x[5][i], x[6][i]);
-        return;
-    case kBistop:
-        for (int i = 0; i < lanes; ++i)
-            d[i] = Bistop(x[0][i], x[1][i], x[2][i], x[3][i], x[4][i], x[5][i], x[6][i], x[7][i]);
-        return;
-    case kPoly:
-        Series(d, x, n, 2, lanes, [x](int i, const double* c, int m) { return Poly(x[0][i], x[1][i], c, m); });
-        return;
-    case kCheby:
-        Series(d, x, n, 2, lanes, [x](int i, const double* c, int m) { return Cheby(x[0][i], x[1][i], c, m); });
-        return;
-    case kForcos:
-        Series(d, x, n, 3, lanes,
-               [x](int i, const double* c, int m) { return Forcos(x[0][i], x[1][i], x[2][i], c, m); });
-        return;
-    case kForsin:
-        Series(d, x, n, 3, lanes,
-               [x](int i, const double* c, int m) { return Forsin(x[0][i], x[1][i], x[2][i], c, m); });
-        return;
-    case kNumDiff: {
+#define VEXA_LIST_CASE(Name, ...)                                          \
+    case k##Name:                                                          \
+        if constexpr (IsBuiltin(k##Name) && OperandsOf(k##Name) == Operands::kList) { \
+            ListLanes<k##Name>(u, list, d, x, n, lanes);                   \
+            return;                                                        \
+        }                                                                  \
+        break;
+        VEXA_OPERATIONS(VEXA_LIST_CASE)
+#undef VEXA_LIST_CASE
+    default: break;
+    }
+    // The program's own list instructions.
+    if (in.op == kNumDiff) {
         double args[kMaxArgs];
         for (int i = 0; i < lanes; ++i) {
             for (int k = 0; k < n; ++k)
@@ -293,9 +361,7 @@ void Instruction(const Unit& u, Space& s, const Instr& in, int lanes, std::uint8
             if (!CentralDifference(p.chains()[in.c], args, n, d[i]))
                 Mark(stop, i, kRefusal);
         }
-        return;
-    }
-    case kCall: {
+    } else if (in.op == kCall) {
         const Callee& c = u.callees[in.c];
         if (!c.unit || !c.unit->program)
             MarkAll(stop, lanes, kTreeOnly);
@@ -303,11 +369,8 @@ void Instruction(const Unit& u, Space& s, const Instr& in, int lanes, std::uint8
             MarkAll(stop, lanes, kRefusal);
         else
             CallLanes(c, 0, s, v, n, lanes, d, stop);
-        return;
-    }
-    default:
+    } else {
         MarkAll(stop, lanes, kTreeOnly);
-        return;
     }
 }
 

@@ -8,6 +8,7 @@
 #include "vexa/compiled/run/builtin_gradient.h"
 #include "vexa/compiled/stack_room.h"
 #include "vexa/core/float_ops.h"
+#include "vexa/core/inline_hints.h"
 
 namespace vexa_compiled {
 
@@ -18,7 +19,7 @@ using vexa_core::Product;
 using vexa_core::Quotient;
 using vexa_core::Sum;
 
-constexpr int kMaxArgs = 3 + vexa_math::kMaxCoefficients;
+constexpr int kMaxArgs = kMostArguments;
 
 // d x^y / d x. Where the power is an ordinary number, y x^y / x costs no
 // second power.
@@ -97,19 +98,21 @@ StopReason Call(const Unit& u, Space& s, const Unit::Step& step, const std::uint
     return Differenced(c.shifted, 0, args.data(), n, r[step.d], t, base);
 }
 
-// One instruction at one point: its value into r and, with t (where the
-// partials of its result by each operand go), its partials.
-inline StopReason Step(const Unit& u, Space& s, const Unit::Step& step, double* r, double* t)
+// One instruction of op at one point: its value into r and, with t (where
+// the partials of its result by each operand go), its partials. The four
+// operations and the power have their partials here, the built-ins theirs
+// in the table of operations.
+template <Op op>
+VEXA_FORCE_INLINE StopReason PointStep(const Unit& u, Space& s, const Unit::Step& step, const std::uint32_t* o,
+                                       double* r, double* t)
 {
-    const std::uint32_t* o = u.operands.data() + step.first;
-    switch (step.op) {
-    case kAdd:
+    if constexpr (op == kAdd) {
         r[step.d] = Sum(r[o[1]], r[o[0]]);
         return kGoes;
-    case kSub:
+    } else if constexpr (op == kSub) {
         r[step.d] = Difference(r[o[0]], r[o[1]]);
         return kGoes;
-    case kMul: {
+    } else if constexpr (op == kMul) {
         const double a = r[o[0]];
         const double b = r[o[1]];
         r[step.d] = Product(a, b);
@@ -118,8 +121,7 @@ inline StopReason Step(const Unit& u, Space& s, const Unit::Step& step, double* 
             t[1] = a;
         }
         return kGoes;
-    }
-    case kDiv: {
+    } else if constexpr (op == kDiv) {
         const double divisor = r[o[1]];
         if (!(0 < divisor || 0 > divisor))
             return kZeroDivisor;
@@ -130,8 +132,7 @@ inline StopReason Step(const Unit& u, Space& s, const Unit::Step& step, double* 
             t[1] = -q / divisor;
         }
         return kGoes;
-    }
-    case kPow: {
+    } else if constexpr (op == kPow) {
         const double x = r[o[0]];
         const double y = r[o[1]];
         const double power = vexa_math::Pow(x, y);
@@ -143,32 +144,33 @@ inline StopReason Step(const Unit& u, Space& s, const Unit::Step& step, double* 
             t[1] = u.active[o[1]] && power != 0.0 ? power * std::log(x) : 0.0;
         }
         return kGoes;
-    }
-    case kNumDiff:
-    case kCall: {
-        const StopReason why = Call(u, s, step, o, r, t);
-        if (why != kGoes)
-            return why;
-        return kGoes;
-    }
-    case kAbs:
-    case kMax:
-    case kMin:
-    case kSign:
-    case kIf: {
-        const double a[4] = {r[o[0]], step.count > 1 ? r[o[1]] : 0.0, step.count > 2 ? r[o[2]] : 0.0,
-                             step.count > 3 ? r[o[3]] : 0.0};
-        SelectionGradient(static_cast<Op>(step.op), a, r[step.d], t);
-        return kGoes;
-    }
-    default: {
-        double a[kMaxArgs];
-        for (std::uint32_t k = 0; k < step.count; ++k)
-            a[k] = r[o[k]];
-        if (!BuiltinGradient(static_cast<Op>(step.op), a, static_cast<int>(step.count), r[step.d], t))
+    } else if constexpr (op == kNumDiff || op == kCall) {
+        return Call(u, s, step, o, r, t);
+    } else if constexpr (!IsBuiltin(op)) {
+        return kRefusal;
+    } else {
+        // A fixed count is a constant here, so the copy unrolls; the program
+        // holds only counts the built-in accepts.
+        constexpr bool kFixed = kRows[op].fewest == kRows[op].most;
+        double a[kFixed ? kRows[op].most : kMaxArgs];
+        const int n = kFixed ? kRows[op].most : static_cast<int>(step.count);
+        if (static_cast<int>(step.count) != n || n > kMaxArgs)
             return kRefusal;
-        return kGoes;
+        for (int k = 0; k < n; ++k)
+            a[k] = r[o[k]];
+        return GradientOf<op>(a, n, r[step.d], t) ? kGoes : kRefusal;
     }
+}
+
+inline StopReason Step(const Unit& u, Space& s, const Unit::Step& step, double* r, double* t)
+{
+    const std::uint32_t* o = u.operands.data() + step.first;
+    switch (step.op) {
+#define VEXA_POINT_CASE(Name, ...) \
+    case k##Name: return PointStep<k##Name>(u, s, step, o, r, t);
+        VEXA_OPERATIONS(VEXA_POINT_CASE)
+#undef VEXA_POINT_CASE
+    default: return kRefusal;
     }
 }
 

@@ -1,12 +1,13 @@
 #include <cmath>
 
-#include "vexa/calc/builtin_math.h"
+#include "vexa/calc/operation_math.h"
 #include "vexa/calc/callee.h"
 #include "vexa/calc/icalculator.h"
 #include "vexa/compiled/program/builtin_ops.h"
 #include "vexa/compiled/program/program.h"
 #include "vexa/core/data_access.h"
 #include "vexa/core/float_ops.h"
+#include "vexa/core/inline_hints.h"
 
 namespace vexa_compiled {
 
@@ -19,7 +20,7 @@ using vexa_core::Quotient;
 using vexa_core::Sum;
 
 // The largest argument count of any built-in (FORCOS and FORSIN: 34).
-constexpr int kMaxArgs = 3 + vexa_math::kMaxCoefficients;
+constexpr int kMaxArgs = kMostArguments;
 
 // The central difference as the step calculator forms it from values: the
 // shifted argument is x + h, which the value sum computes as h + x, then
@@ -72,152 +73,104 @@ bool CentralDifference(const DiffChain& chain, const double* args, int n, double
     return StepDifference(chain, 0, args, n, out);
 }
 
+namespace {
+
+enum class Next { kGo, kUseTree, kDone };
+
+// One instruction of op over the registers r: every built-in and operator by
+// its one formula of the table of operations, read from its operand shape.
+template <Op op>
+VEXA_FORCE_INLINE Next Execute(const Instr* ip, double* r, const std::uint32_t* argRegs, const Program& p,
+                               CallSpace& space)
+{
+    constexpr Operands shape = OperandsOf(op);
+    if constexpr (op == kNumDiff) {
+        double v[kMaxArgs];
+        const std::uint32_t* regs = argRegs + ip->a;
+        const int n = static_cast<int>(ip->b);
+        for (int k = 0; k < n; ++k)
+            v[k] = r[regs[k]];
+        return StepDifference(p.chains()[ip->c], 0, v, n, r[ip->d]) ? Next::kGo : Next::kUseTree;
+    } else if constexpr (op == kCall) {
+        return CallCalculator(p.calls()[ip->c], argRegs + ip->a, static_cast<int>(ip->b), r, space, r[ip->d])
+                   ? Next::kGo
+                   : Next::kUseTree;
+    } else if constexpr (op == kReturn) {
+        return Next::kDone;
+    } else if constexpr (shape == Operands::kNone) {
+        return Next::kUseTree;
+    } else if constexpr (shape == Operands::kOne) {
+        const double* v = r + ip->a;
+        if (!Accepts<kRows[op].refusal>(v))
+            return Next::kUseTree;
+        r[ip->d] = Math<op>::Value(v, 1);
+        return Next::kGo;
+    } else if constexpr (shape == Operands::kTwo) {
+        const double v[2] = {r[ip->a], r[ip->b]};
+        if (!Accepts<kRows[op].refusal>(v))
+            return Next::kUseTree;
+        r[ip->d] = Math<op>::Value(v, 2);
+        return Next::kGo;
+    } else {
+        // Lists of built-ins refuse nothing they were compiled for.
+        static_assert(kRows[op].refusal == Refusal::kNone, "a list built-in that refuses needs a stop here");
+        double v[kMaxArgs];
+        const std::uint32_t* regs = argRegs + ip->a;
+        const int n = static_cast<int>(ip->b);
+        for (int k = 0; k < n; ++k)
+            v[k] = r[regs[k]];
+        r[ip->d] = Math<op>::Value(v, n);
+        return Next::kGo;
+    }
+}
+
+}  // namespace
+
+#if defined(__GNUC__)
 // Threaded dispatch: every instruction ends in its own indirect jump, which
 // predicts far better than one shared switch for the short, repetitive
-// programs expressions make.
+// programs expressions make. Both tables come from the table of operations.
 RunResult Program::Run(double* r, CallSpace& space) const
 {
     static void* const kJump[kOpCount] = {
-        &&op_add, &&op_sub, &&op_mul, &&op_div, &&op_pow,
-        &&op_abs, &&op_sin, &&op_cos, &&op_tan, &&op_sinh, &&op_cosh, &&op_tanh, &&op_atan,
-        &&op_exp, &&op_aint, &&op_anint, &&op_asin, &&op_acos, &&op_log, &&op_log10, &&op_sqrt,
-        &&op_atan2, &&op_max, &&op_min, &&op_mod, &&op_sign,
-        &&op_list, &&op_list, &&op_list, &&op_list, &&op_list, &&op_list, &&op_list, &&op_list,
-        &&op_list, &&op_list, &&op_list, &&op_list,
-        &&op_numdiff, &&op_call, &&op_stop, &&op_return,
+#define VEXA_JUMP_ENTRY(Name, ...) &&op_##Name,
+        VEXA_OPERATIONS(VEXA_JUMP_ENTRY)
+#undef VEXA_JUMP_ENTRY
     };
     const Instr* ip = m_code.data();
     const std::uint32_t* argRegs = m_arg_regs.data();
-
-#define VEXA_NEXT()          \
-    do {                     \
-        ++ip;                \
-        goto* kJump[ip->op]; \
-    } while (0)
-
     goto* kJump[ip->op];
 
-op_add:
-    r[ip->d] = Sum(r[ip->b], r[ip->a]);
-    VEXA_NEXT();
-op_sub:
-    r[ip->d] = Difference(r[ip->a], r[ip->b]);
-    VEXA_NEXT();
-op_mul:
-    r[ip->d] = Product(r[ip->a], r[ip->b]);
-    VEXA_NEXT();
-op_div: {
-    const double divisor = r[ip->b];
-    if (!(0 < divisor || 0 > divisor))
-        return RunResult::kUseTree;
-    r[ip->d] = Quotient(r[ip->a], divisor);
-    VEXA_NEXT();
+#define VEXA_LABEL(Name, ...)                                                  \
+    op_##Name:                                                                 \
+    switch (Execute<k##Name>(ip, r, argRegs, *this, space)) {                  \
+    case Next::kGo: break;                                                     \
+    case Next::kUseTree: return RunResult::kUseTree;                           \
+    case Next::kDone: return RunResult::kDone;                                 \
+    }                                                                          \
+    ++ip;                                                                      \
+    goto* kJump[ip->op];
+    VEXA_OPERATIONS(VEXA_LABEL)
+#undef VEXA_LABEL
 }
-op_pow:
-    r[ip->d] = vexa_math::Pow(r[ip->a], r[ip->b]);
-    VEXA_NEXT();
-op_abs:
-    r[ip->d] = std::fabs(r[ip->a]);
-    VEXA_NEXT();
-op_sin:
-    r[ip->d] = std::sin(r[ip->a]);
-    VEXA_NEXT();
-op_cos:
-    r[ip->d] = std::cos(r[ip->a]);
-    VEXA_NEXT();
-op_tan:
-    r[ip->d] = std::tan(r[ip->a]);
-    VEXA_NEXT();
-op_sinh:
-    r[ip->d] = std::sinh(r[ip->a]);
-    VEXA_NEXT();
-op_cosh:
-    r[ip->d] = std::cosh(r[ip->a]);
-    VEXA_NEXT();
-op_tanh:
-    r[ip->d] = std::tanh(r[ip->a]);
-    VEXA_NEXT();
-op_atan:
-    r[ip->d] = std::atan(r[ip->a]);
-    VEXA_NEXT();
-op_exp:
-    r[ip->d] = std::exp(r[ip->a]);
-    VEXA_NEXT();
-op_aint:
-    r[ip->d] = vexa_math::Trunc(r[ip->a]);
-    VEXA_NEXT();
-op_anint:
-    r[ip->d] = vexa_math::Anint(r[ip->a]);
-    VEXA_NEXT();
-op_asin:
-    if (!vexa_math::InArcDomain(r[ip->a]))
-        return RunResult::kUseTree;
-    r[ip->d] = std::asin(r[ip->a]);
-    VEXA_NEXT();
-op_acos:
-    if (!vexa_math::InArcDomain(r[ip->a]))
-        return RunResult::kUseTree;
-    r[ip->d] = std::acos(r[ip->a]);
-    VEXA_NEXT();
-op_log:
-    if (!vexa_math::InLogDomain(r[ip->a]))
-        return RunResult::kUseTree;
-    r[ip->d] = std::log(r[ip->a]);
-    VEXA_NEXT();
-op_log10:
-    if (!vexa_math::InLogDomain(r[ip->a]))
-        return RunResult::kUseTree;
-    r[ip->d] = std::log10(r[ip->a]);
-    VEXA_NEXT();
-op_sqrt:
-    if (!vexa_math::InSqrtDomain(r[ip->a]))
-        return RunResult::kUseTree;
-    r[ip->d] = std::sqrt(r[ip->a]);
-    VEXA_NEXT();
-op_atan2:
-    r[ip->d] = std::atan2(r[ip->a], r[ip->b]);
-    VEXA_NEXT();
-op_max:
-    r[ip->d] = vexa_math::Max(r[ip->a], r[ip->b]);
-    VEXA_NEXT();
-op_min:
-    r[ip->d] = vexa_math::Min(r[ip->a], r[ip->b]);
-    VEXA_NEXT();
-op_mod:
-    r[ip->d] = vexa_math::Mod(r[ip->a], r[ip->b]);
-    VEXA_NEXT();
-op_sign:
-    r[ip->d] = vexa_math::Sign(r[ip->a], r[ip->b]);
-    VEXA_NEXT();
-op_list: {
-    double v[kMaxArgs];
-    const std::uint32_t* regs = argRegs + ip->a;
-    const int n = static_cast<int>(ip->b);
-    for (int k = 0; k < n; ++k)
-        v[k] = r[regs[k]];
-    EvalBuiltin(static_cast<Op>(ip->op), v, n, r[ip->d]);
-    VEXA_NEXT();
+#else
+RunResult Program::Run(double* r, CallSpace& space) const
+{
+    const std::uint32_t* argRegs = m_arg_regs.data();
+    for (const Instr* ip = m_code.data();; ++ip) {
+        Next next = Next::kUseTree;
+        switch (ip->op) {
+#define VEXA_RUN_CASE(Name, ...) \
+    case k##Name: next = Execute<k##Name>(ip, r, argRegs, *this, space); break;
+            VEXA_OPERATIONS(VEXA_RUN_CASE)
+#undef VEXA_RUN_CASE
+        }
+        if (next == Next::kUseTree)
+            return RunResult::kUseTree;
+        if (next == Next::kDone)
+            return RunResult::kDone;
+    }
 }
-op_numdiff: {
-    double v[kMaxArgs];
-    const std::uint32_t* regs = argRegs + ip->a;
-    const int n = static_cast<int>(ip->b);
-    for (int k = 0; k < n; ++k)
-        v[k] = r[regs[k]];
-    if (!StepDifference(m_chains[ip->c], 0, v, n, r[ip->d]))
-        return RunResult::kUseTree;
-    VEXA_NEXT();
-}
-op_call:
-    if (!CallCalculator(m_calls[ip->c], argRegs + ip->a, static_cast<int>(ip->b), r, space, r[ip->d]))
-        return RunResult::kUseTree;
-    VEXA_NEXT();
-op_stop:
-    return RunResult::kUseTree;
-op_return:
-    return RunResult::kDone;
-
-#undef VEXA_NEXT
-}
+#endif
 
 }  // namespace vexa_compiled
