@@ -87,4 +87,36 @@ TEST(ExpressionAllocation, EvaluatingScalarsAllocatesNothing) {
     twice->Release();
 }
 
+// Values of up to nine elements live inside VEXA_Data: 1 x 3 and 3 x 3
+// evaluations allocate nothing either, whatever the operations.
+TEST(ExpressionAllocation, EvaluatingVectorsAndMatricesAllocatesNothing) {
+#if defined(_WIN32)
+    GTEST_SKIP() << "the library's DLL allocates through its own operator new, which a program cannot replace";
+#endif
+    VEXA_Data u(1, 3), m(3, 3);
+    for (int i = 0; i < 9; ++i) {
+        m.getValue()[i] = i + 1.0;
+        if (i < 3) u.getValue()[i] = 0.5 - i;
+    }
+    VexaParser parser;
+    for (const wchar_t* text : {L"u%v*k+u-v", L"u*M*k-v", L"M*M+M/k", L"u+SIN(k)*(v%u)+(1-COS(k))*(v%(v%u))"}) {
+        std::wstring names = L"u,v,M,k";
+        ICalculator* calc = nullptr;
+        ASSERT_TRUE(parser.parse(text, &names[0], &calc));
+        std::vector<VEXA_Data> values;
+        for (int i = 0; i < parser.getParamsNum(); ++i) {
+            const wchar_t first = static_cast<const wchar_t*>(parser.getParam(i))[0];
+            values.push_back(first == L'M' ? m : first == L'k' ? VEXA_Data(0.5) : u);
+        }
+        VEXA_Data result;
+        auto evaluate = [&] {
+            for (int i = 0; i < 100; ++i)
+                ASSERT_TRUE(calc->Evaluate(static_cast<int>(values.size()), values.data(), result));
+        };
+        evaluate();
+        EXPECT_EQ(alloc_counter::Count(evaluate), 0) << text;
+        calc->Release();
+    }
+}
+
 }  // namespace
