@@ -83,7 +83,8 @@ bool Write(Emitter& em, const Program& program, int count, double* registers, Ca
     xmms.Reset(registerCount, base, true);
     std::vector<std::uint32_t> ops;
     for (std::size_t i = 0; i < code.size(); ++i) {
-        ValueLowering::Operands(program, code[i], ops);
+        if (!ValueLowering::Operands(program, code[i], ops))
+            return false;
         for (std::uint32_t reg : ops)
             xmms.AddUse(reg, i);
     }

@@ -22,27 +22,33 @@ std::uint64_t Bits(double v)
 
 }  // namespace
 
-void ValueLowering::Operands(const Program& program, const Instr& in, std::vector<std::uint32_t>& out)
+bool ValueLowering::Operands(const Program& program, const Instr& in, std::vector<std::uint32_t>& out)
 {
     out.clear();
     switch (in.op) {
     case kReturn:
     case kStop:
-        return;
+        return true;
     case kAdd: case kSub: case kMul: case kDiv: case kPow:
     case kAtan2: case kMax: case kMin: case kMod: case kSign:
         out.push_back(in.a);
         out.push_back(in.b);
-        return;
+        return true;
     case kAbs: case kSin: case kCos: case kTan: case kSinh: case kCosh: case kTanh: case kAtan: case kExp:
     case kAint: case kAnint: case kAsin: case kAcos: case kLog: case kLog10: case kSqrt:
         out.push_back(in.a);
-        return;
-    default: {
+        return true;
+    case kIf: case kStep: case kStep5: case kHavsin: case kShf: case kImpact: case kSweep: case kBistop:
+    case kPoly: case kCheby: case kForcos: case kForsin:
+    case kNumDiff: case kCall: {
         const std::uint32_t* regs = program.argRegisters().data() + in.a;
         out.assign(regs, regs + in.b);
-        return;
+        return true;
     }
+    default:
+        // An op this back end does not know: its operands are not read as
+        // anything, and the program is left to the interpreter.
+        return false;
     }
 }
 

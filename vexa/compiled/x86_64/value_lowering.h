@@ -18,8 +18,9 @@ namespace x64 {
 
 class ValueLowering {
 public:
-    // The registers in.d reads (nothing for kReturn and kStop).
-    static void Operands(const Program& program, const Instr& in, std::vector<std::uint32_t>& out);
+    // The registers in reads (nothing for kReturn and kStop); false for an
+    // op this back end does not take.
+    static bool Operands(const Program& program, const Instr& in, std::vector<std::uint32_t>& out);
     // Whether in's code may call, which asks for a frame.
     static bool Calls(const Instr& in);
 
