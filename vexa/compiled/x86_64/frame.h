@@ -39,6 +39,7 @@ public:
     int TakeFree();
     // Room for kScratchSlots values, addressed by Scratch.
     void ReserveScratch() { m_scratch = 8 * static_cast<std::int32_t>(kScratchSlots); }
+    bool HasScratch() const { return m_scratch != 0; }
     Mem Scratch(std::int32_t byte) const { return {rsp, m_cc.shadow_space + byte}; }
 
     // Saves the registers taken and makes the room (nothing for no frame),

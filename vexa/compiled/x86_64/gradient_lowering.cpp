@@ -195,7 +195,7 @@ bool GradientLowering::Builtin(const Unit::Step& step)
         if ((r = args.NextInt()) < 0)
             return false;
     }
-    if (step.count > kScratchSlots)
+    if (step.count > kScratchSlots || !m_frame.HasScratch())
         return false;
     const std::uint32_t* o = m_unit.operands.data() + step.first;
     for (std::uint32_t k = 0; k < step.count; ++k) {

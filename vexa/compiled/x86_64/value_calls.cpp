@@ -53,7 +53,8 @@ bool ValueLowering::List(const Instr& in, std::size_t at)
     const CallTarget target = CallTargetOf(static_cast<Op>(in.op));
     const std::uint32_t* regs = Args(in);
     const int n = target.lead >= 0 ? target.lead : static_cast<int>(in.b);
-    if (!target.value || in.b < static_cast<std::uint32_t>(n) || in.b - static_cast<std::uint32_t>(n) > kScratchSlots)
+    if (!target.value || !m_frame.HasScratch() || in.b < static_cast<std::uint32_t>(n) ||
+        in.b - static_cast<std::uint32_t>(n) > kScratchSlots)
         return false;
     ArgumentCursor args(m_frame.convention());
     std::vector<int> xmm(static_cast<std::size_t>(n));
@@ -133,6 +134,8 @@ bool ValueLowering::Difference(const Instr& in, std::size_t at)
         target = CallTargetOf(static_cast<Op>(chain.base));
     const int lead = target.lead;
     const int shifted = chain.shifted.empty() ? -1 : chain.shifted[0];
+    if (!m_frame.HasScratch())
+        return false;
     const bool fits = lead >= 0 ? in.b >= static_cast<std::uint32_t>(lead) &&
                                       in.b - static_cast<std::uint32_t>(lead) <= kSlotsBelowFirst
                                 : in.b <= static_cast<std::uint32_t>(m_frame.convention().xmm_args);
