@@ -45,9 +45,11 @@ add_test(NAME compiled_gradient_bits
           "-DEMULATOR=${CMAKE_CROSSCOMPILING_EMULATOR}"
           -P ${CMAKE_CURRENT_SOURCE_DIR}/gradient_bits.cmake)
 
-# The emitter is internal to the library (hidden): its test builds its own
-# copy of it.
+# The emitter and the frame are internal to the library (hidden): their tests
+# build their own copies.
 target_sources(test_compiled_emitter PRIVATE ${PROJECT_SOURCE_DIR}/vexa/compiled/x86_64/x64_emitter.cpp)
+target_sources(test_compiled_frame PRIVATE ${PROJECT_SOURCE_DIR}/vexa/compiled/x86_64/x64_emitter.cpp
+                                           ${PROJECT_SOURCE_DIR}/vexa/compiled/x86_64/frame.cpp)
 
 # A million expressions in machine code take about 12 s in Release; the
 # sanitizer build, many times slower, holds fewer of them.

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "vexa/compiled/program/program.h"
+#include "vexa/compiled/x86_64/host_data.h"
 #include "vexa/core/executable_memory.h"
 
 class ICalculator;
@@ -29,16 +30,6 @@ typedef bool (*FastEvaluate)(ICalculator& self, int count, VEXA_Data* params, VE
 // machine code off everywhere, gradients included (the interpreters then run
 // everything), for comparing the two.
 int RunsBeforeMachineCode();
-
-// Where the fields the machine code reads and writes lie.
-struct Layout {
-    std::int32_t param_count;  // ICalculator's held parameter count
-    std::int32_t params;       // ICalculator's held parameter array
-    std::int32_t value_size;   // sizeof(VEXA_Data)
-    std::int32_t value_shape;  // its rows, then its columns (two ints)
-    std::int32_t value_data;   // its element pointer
-    std::int32_t value_space;  // its inline elements
-};
 
 // The C++ the machine code jumps to in place of returning.
 struct Exits {

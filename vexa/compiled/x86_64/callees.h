@@ -1,0 +1,62 @@
+#ifndef VEXA_COMPILED_CALLEES_H
+#define VEXA_COMPILED_CALLEES_H
+
+#include <cstdint>
+
+#include "vexa/compiled/program/program.h"
+#include "vexa/compiled/x86_64/machine_gradient.h"
+
+// The C++ functions generated code calls, and the one question the lowerings
+// ask about them. Each function computing a built-in wraps exactly the
+// function the interpreter and the tree call, so the bits agree. Internal.
+namespace vexa_compiled {
+
+namespace x64 {
+
+// What the code calls for an op.
+struct CallTarget {
+    // The function computing the op's value from doubles; 0 where there is
+    // none (the code computes the op itself, or the op is no built-in).
+    std::uint64_t value = 0;
+    // -1: every argument goes in an xmm register. Otherwise this many lead
+    // arguments go there and the rest follow as (const double*, int).
+    int lead = -1;
+    // Whether the op refuses some arguments: the code tests them before it
+    // calls value, which does not.
+    bool refuses = false;
+    // The op's BuiltinGradient as a GradientKernel.
+    std::uint64_t gradient = 0;
+};
+
+CallTarget CallTargetOf(Op op);
+
+// The evaluation of a central difference's chain over n arguments: 1 with
+// the value in *out, 0 where the tree must take over.
+int CallDifference(const DiffChain* chain, const double* args, int n, double* out);
+
+// A call of another calculator with the values of registers regs[0..n) of
+// r: 0 with the scalar in *out; 1: hand over to the tree; 2: it threw, and
+// the exception waits in space. space->args holds n (checked when the code
+// is made).
+int CallCalculator(CallSpace* space, ICalculator* calc, const std::uint32_t* regs, const double* r, int n,
+                   double* out);
+
+// Throws the exception waiting in space; reached by a jump once the code has
+// taken its frame down, so that it leaves from ordinary C++ frames.
+int Rethrow(CallSpace* space);
+
+// One step of the one-point runner; an exception it throws waits in call,
+// and the answer is then kStepThrew.
+constexpr int kStepThrew = 255;
+int CallStep(const Unit* u, GradientCall* call, const Unit::Step* step, double* r, double* tape);
+
+template <class F>
+std::uint64_t Address(F* f)
+{
+    return reinterpret_cast<std::uint64_t>(f);
+}
+
+}  // namespace x64
+}  // namespace vexa_compiled
+
+#endif

@@ -1,0 +1,68 @@
+#ifndef VEXA_COMPILED_FRAME_H
+#define VEXA_COMPILED_FRAME_H
+
+#include <cstdint>
+
+#include "vexa/compiled/x86_64/call_convention.h"
+#include "vexa/compiled/x86_64/x64_emitter.h"
+
+// The stack frame of a piece of generated code: the registers it keeps
+// across calls (saved and given back), the scratch room argument lists are
+// written to, and the calls themselves, all as the calling convention says.
+// A frame that keeps nothing and has no room is no frame at all: its code
+// calls nothing. Internal.
+namespace vexa_compiled {
+namespace x64 {
+
+// Slots of the scratch room a frame that calls has: the longest built-in
+// takes 34 arguments. Every list written there is checked against it when
+// the code is made.
+constexpr std::uint32_t kScratchSlots = 34;
+
+class Frame {
+public:
+    // Code whose entry takes entry_args integer arguments.
+    Frame(Emitter& em, const CallConvention& cc, int entry_args);
+
+    const CallConvention& convention() const { return m_cc; }
+    // Whether code can be made under this convention: saving the xmm
+    // registers a callee keeps is not written, and the code uses them all.
+    bool Usable() const { return m_cc.first_kept_xmm >= 16; }
+
+    // The register the entry's k-th integer argument arrives in.
+    int EntryArg(int k) const { return m_cc.int_args[k]; }
+    // A register kept across calls, saved by the prologue; -1 when none is
+    // left.
+    int TakeKept();
+    // A register free in code that calls nothing: no entry argument, not
+    // rax; -1 when none is left.
+    int TakeFree();
+    // Room for kScratchSlots values, addressed by Scratch.
+    void ReserveScratch() { m_scratch = 8 * static_cast<std::int32_t>(kScratchSlots); }
+    bool HasScratch() const { return m_scratch != 0; }
+    Mem Scratch(std::int32_t byte) const { return {rsp, m_cc.shadow_space + byte}; }
+
+    // Saves the registers taken and makes the room (nothing for no frame),
+    // leaving the stack aligned for calls.
+    void Prologue();
+    // Undoes the prologue, leaving every register not taken as it is.
+    void Epilogue();
+    // Calls function (rax is changed).
+    void Call(std::uint64_t function);
+
+private:
+    Emitter& m_em;
+    const CallConvention& m_cc;
+    int m_entry_args;
+    int m_kept = 0;  // taken from the convention's callee-saved list
+    int m_free = 0;  // looked at in its caller-saved list
+    std::int32_t m_scratch = 0;
+    std::int32_t m_size = 0;
+    int m_saved[8];
+    int m_saved_count = 0;
+};
+
+}  // namespace x64
+}  // namespace vexa_compiled
+
+#endif
