@@ -48,6 +48,7 @@ add_test(NAME compiled_gradient_bits
 # The emitter is internal to the library (hidden): its test builds its own
 # copy of it.
 target_sources(test_compiled_emitter PRIVATE ${PROJECT_SOURCE_DIR}/vexa/compiled/x86_64/x64_emitter.cpp)
+target_sources(test_compiled_a64_emitter PRIVATE ${PROJECT_SOURCE_DIR}/vexa/compiled/aarch64/a64_emitter.cpp)
 
 # A million expressions in machine code take about 12 s in Release; the
 # sanitizer build, many times slower, holds fewer of them.
