@@ -163,10 +163,10 @@ void Branch(Emitter& e, const Case& c, int label)
 // answer the branch's word only.
 std::vector<std::uint8_t> Emit(const Case& c, bool& known)
 {
-    const std::int64_t delta = c.args.empty() ? 0 : N(c.args.back());
+    const bool branch = c.form == "B" || c.form == "Bl" || c.form == "BCond" || c.form == "Cbz" || c.form == "Cbnz";
+    const std::int64_t delta = branch ? N(c.args.back()) : 0;
     Emitter e(static_cast<std::size_t>(std::llabs(delta)) + 64);
     const int label = e.NewLabel();
-    const bool branch = c.form == "B" || c.form == "Bl" || c.form == "BCond" || c.form == "Cbz" || c.form == "Cbnz";
     known = true;
     std::size_t at = 0;
     if (branch && delta <= 0) {
