@@ -8,6 +8,7 @@ file(GLOB VEXA_SOURCES CONFIGURE_DEPENDS
   ${VEXA_ROOT}/vexa/compiled/program/*.cpp
   ${VEXA_ROOT}/vexa/compiled/run/*.cpp
   ${VEXA_ROOT}/vexa/compiled/x86_64/*.cpp
+  ${VEXA_ROOT}/vexa/compiled/aarch64/*.cpp
   ${VEXA_ROOT}/vexa/parser/*.cpp)
 # The C interface: hosts of the shared library only.
 file(GLOB VEXA_C_SOURCES CONFIGURE_DEPENDS ${VEXA_ROOT}/vexa/c/*.cpp)

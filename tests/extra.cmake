@@ -50,6 +50,14 @@ add_test(NAME compiled_gradient_bits
 target_sources(test_compiled_emitter PRIVATE ${PROJECT_SOURCE_DIR}/vexa/compiled/x86_64/x64_emitter.cpp)
 target_sources(test_compiled_frame PRIVATE ${PROJECT_SOURCE_DIR}/vexa/compiled/x86_64/x64_emitter.cpp
                                            ${PROJECT_SOURCE_DIR}/vexa/compiled/x86_64/frame.cpp)
+target_sources(test_compiled_a64_emitter PRIVATE ${PROJECT_SOURCE_DIR}/vexa/compiled/aarch64/a64_emitter.cpp)
+# Where the processor is AArch64 the emitter's functions are run, placed in
+# the test's own copy of the executable memory.
+target_sources(test_compiled_a64_run PRIVATE ${PROJECT_SOURCE_DIR}/vexa/compiled/aarch64/a64_emitter.cpp)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$" AND CMAKE_SYSTEM_NAME STREQUAL "Linux")
+  target_sources(test_compiled_a64_run PRIVATE ${PROJECT_SOURCE_DIR}/vexa/core/executable_memory.cpp
+                                               ${PROJECT_SOURCE_DIR}/vexa/core/executable_arena.cpp)
+endif()
 
 # A million expressions in machine code take about 12 s in Release; the
 # sanitizer build, many times slower, holds fewer of them.
