@@ -33,21 +33,16 @@ void StepPartials(Op op, const double* v, double* g)
     const double a = (x - x0) / width;
     double shape;
     double slope;
-    switch (op) {
-    case kStep:
+    if (op == kStep) {
         shape = a * a * (3.0 - 2.0 * a);
         slope = 6.0 * a * (1.0 - a);
-        break;
-    case kStep5:
+    } else if (op == kStep5) {
         shape = a * a * a * (10.0 - 15.0 * a + 6.0 * a * a);
         slope = 30.0 * a * a * (1.0 - a) * (1.0 - a);
-        break;
-    default: {
+    } else {
         const double angle = kPi * a - kPi / 2.0;
         shape = 0.5 * (1.0 + std::sin(angle));
         slope = 0.5 * kPi * std::cos(angle);
-        break;
-    }
     }
     const double byA = (h1 - h0) * slope;
     g[0] = byA / width;

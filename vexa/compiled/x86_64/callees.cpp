@@ -2,8 +2,9 @@
 
 #include <cmath>
 #include <exception>
+#include <utility>
 
-#include "vexa/calc/builtin_math.h"
+#include "vexa/calc/operation_math.h"
 #include "vexa/calc/callee.h"
 #include "vexa/calc/icalculator.h"
 #include "vexa/compiled/run/builtin_gradient.h"
@@ -17,64 +18,57 @@ namespace {
 
 using vexa_core::DataAccess;
 
-double CallSin(double x) { return std::sin(x); }
-double CallCos(double x) { return std::cos(x); }
-double CallTan(double x) { return std::tan(x); }
-double CallSinh(double x) { return std::sinh(x); }
-double CallCosh(double x) { return std::cosh(x); }
-double CallTanh(double x) { return std::tanh(x); }
-double CallAtan(double x) { return std::atan(x); }
-double CallExp(double x) { return std::exp(x); }
-double CallAsin(double x) { return std::asin(x); }
-double CallAcos(double x) { return std::acos(x); }
-double CallLog(double x) { return std::log(x); }
-double CallLog10(double x) { return std::log10(x); }
-double CallPow(double x, double y) { return vexa_math::Pow(x, y); }
-double CallAtan2(double y, double x) { return std::atan2(y, x); }
-double CallMax(double a, double b) { return vexa_math::Max(a, b); }
-double CallMin(double a, double b) { return vexa_math::Min(a, b); }
-double CallSign(double a, double b) { return vexa_math::Sign(a, b); }
-double CallIf(double x, double n, double z, double p) { return vexa_math::If(x, n, z, p); }
-double CallAint(double x) { return vexa_math::Trunc(x); }
+// The functions the code calls for a built-in, made from its one formula in
+// the table of operations: its arguments in xmm registers, those of a series
+// after its lead arguments as (const double*, int).
+template <Op op, typename Indices>
+struct ValueCall;
+
+template <Op op, std::size_t... I>
+struct ValueCall<op, std::index_sequence<I...>> {
+    static double Of(decltype(I, double())... a)
+    {
+        const double v[] = {a...};
+        return Math<op>::Value(v, static_cast<int>(sizeof...(I)));
+    }
+    static double Series(decltype(I, double())... a, const double* c, int m)
+    {
+        double v[kMostArguments] = {a...};
+        for (int k = 0; k < m; ++k)
+            v[sizeof...(I) + static_cast<std::size_t>(k)] = c[k];
+        return Math<op>::Value(v, static_cast<int>(sizeof...(I)) + m);
+    }
+};
+
+// Arguments the calling convention can pass in xmm registers.
+constexpr int kMostXmmArguments = 8;
+
+template <Op op>
+std::uint64_t ValueFunctionOf(int& lead)
+{
+    constexpr vexa_ops::Row row = kRows[op];
+    if constexpr (row.kind == vexa_ops::Kind::kSeries) {
+        // x, x0 and, for the Fourier series, w lead.
+        lead = row.fewest - 1;
+        return Address(&ValueCall<op, std::make_index_sequence<row.fewest - 1>>::Series);
+    } else if constexpr ((IsBuiltin(op) || op == kPow) && row.fewest == row.most &&
+                         row.most <= kMostXmmArguments) {
+        return Address(&ValueCall<op, std::make_index_sequence<row.most>>::Of);
+    } else {
+        return 0;
+    }
+}
 
 // The value's function of op and the form of its arguments.
 std::uint64_t ValueFunction(Op op, int& lead, bool& refuses)
 {
     lead = -1;
-    refuses = false;
+    refuses = op < kOpCount && kRows[op].refusal != vexa_ops::Refusal::kNone;
     switch (op) {
-    case kSin: return Address(CallSin);
-    case kCos: return Address(CallCos);
-    case kTan: return Address(CallTan);
-    case kSinh: return Address(CallSinh);
-    case kCosh: return Address(CallCosh);
-    case kTanh: return Address(CallTanh);
-    case kAtan: return Address(CallAtan);
-    case kExp: return Address(CallExp);
-    case kAint: return Address(CallAint);
-    case kAnint: return Address(vexa_math::Anint);
-    case kAsin: refuses = true; return Address(CallAsin);
-    case kAcos: refuses = true; return Address(CallAcos);
-    case kLog: refuses = true; return Address(CallLog);
-    case kLog10: refuses = true; return Address(CallLog10);
-    case kPow: return Address(CallPow);
-    case kAtan2: return Address(CallAtan2);
-    case kMax: return Address(CallMax);
-    case kMin: return Address(CallMin);
-    case kMod: return Address(vexa_math::Mod);
-    case kSign: return Address(CallSign);
-    case kIf: return Address(CallIf);
-    case kStep: return Address(vexa_math::CubicStep);
-    case kStep5: return Address(vexa_math::QuinticStep);
-    case kHavsin: return Address(vexa_math::Havsin);
-    case kShf: return Address(vexa_math::Shf);
-    case kImpact: return Address(vexa_math::Impact);
-    case kSweep: return Address(vexa_math::Sweep);
-    case kBistop: return Address(vexa_math::Bistop);
-    case kPoly: lead = 2; return Address(vexa_math::Poly);
-    case kCheby: lead = 2; return Address(vexa_math::Cheby);
-    case kForcos: lead = 3; return Address(vexa_math::Forcos);
-    case kForsin: lead = 3; return Address(vexa_math::Forsin);
+#define VEXA_CALLEE_CASE(Name, ...) \
+    case k##Name: return ValueFunctionOf<k##Name>(lead);
+        VEXA_OPERATIONS(VEXA_CALLEE_CASE)
+#undef VEXA_CALLEE_CASE
     default: return 0;
     }
 }

@@ -50,14 +50,10 @@ bool GradientLowering::Lower(const Unit::Step& step)
     case kAbs: case kSign: case kMax: case kMin:
         Selection(step);
         return true;
-    case kSin: case kCos: case kTan: case kSinh: case kCosh: case kTanh: case kAtan: case kExp:
-    case kAint: case kAnint: case kAsin: case kAcos: case kLog: case kLog10: case kSqrt:
-    case kAtan2: case kMod:
-    case kIf: case kStep: case kStep5: case kHavsin: case kShf: case kImpact: case kSweep: case kBistop:
-    case kPoly: case kCheby: case kForcos: case kForsin:
-        return Builtin(step);
     default:
-        return Called(step);
+        // Every other built-in through its gradient kernel; the program's
+        // own instructions as the runner's step, called.
+        return step.op < kOpCount && IsBuiltin(static_cast<Op>(step.op)) ? Builtin(step) : Called(step);
     }
 }
 

@@ -25,31 +25,27 @@ std::uint64_t Bits(double v)
 bool ValueLowering::Operands(const Program& program, const Instr& in, std::vector<std::uint32_t>& out)
 {
     out.clear();
-    switch (in.op) {
-    case kReturn:
-    case kStop:
+    // An op this back end does not know: its operands are not read as
+    // anything, and the program is left to the interpreter.
+    if (in.op >= kOpCount)
+        return false;
+    switch (OperandsOf(static_cast<Op>(in.op))) {
+    case vexa_ops::Operands::kNone:
         return true;
-    case kAdd: case kSub: case kMul: case kDiv: case kPow:
-    case kAtan2: case kMax: case kMin: case kMod: case kSign:
+    case vexa_ops::Operands::kTwo:
         out.push_back(in.a);
         out.push_back(in.b);
         return true;
-    case kAbs: case kSin: case kCos: case kTan: case kSinh: case kCosh: case kTanh: case kAtan: case kExp:
-    case kAint: case kAnint: case kAsin: case kAcos: case kLog: case kLog10: case kSqrt:
+    case vexa_ops::Operands::kOne:
         out.push_back(in.a);
         return true;
-    case kIf: case kStep: case kStep5: case kHavsin: case kShf: case kImpact: case kSweep: case kBistop:
-    case kPoly: case kCheby: case kForcos: case kForsin:
-    case kNumDiff: case kCall: {
+    case vexa_ops::Operands::kList: {
         const std::uint32_t* regs = program.argRegisters().data() + in.a;
         out.assign(regs, regs + in.b);
         return true;
     }
-    default:
-        // An op this back end does not know: its operands are not read as
-        // anything, and the program is left to the interpreter.
-        return false;
     }
+    return false;
 }
 
 bool ValueLowering::Calls(const Instr& in)
@@ -100,19 +96,27 @@ bool ValueLowering::Lower(const Instr& in, std::size_t at)
     case kStep: case kStep5:
         PolynomialStep(in, at);
         return true;
-    case kAbs: case kSqrt: case kAint: case kAsin: case kAcos: case kLog: case kLog10:
+    case kAbs: case kSqrt: case kAint:
         return Unary(in, at);
-    case kSin: case kCos: case kTan: case kSinh: case kCosh: case kTanh: case kAtan: case kExp: case kAnint:
-    case kPow: case kAtan2: case kMod:
-        return Call(in, at);
-    case kHavsin: case kShf: case kImpact: case kSweep: case kBistop:
-    case kPoly: case kCheby: case kForcos: case kForsin:
-        return List(in, at);
     case kNumDiff:
         return Difference(in, at);
     case kCall:
         return CallOther(in, at);
     default:
+        // Every other built-in (and the power) calls its formula: by its
+        // operand shape, after the test of its refusal rule.
+        if (in.op >= kOpCount || !(IsBuiltin(static_cast<Op>(in.op)) || in.op == kPow))
+            return false;
+        switch (OperandsOf(static_cast<Op>(in.op))) {
+        case vexa_ops::Operands::kOne:
+            return kRows[in.op].refusal == Refusal::kNone ? Call(in, at) : Unary(in, at);
+        case vexa_ops::Operands::kTwo:
+            return kRows[in.op].refusal == Refusal::kNone && Call(in, at);
+        case vexa_ops::Operands::kList:
+            return kRows[in.op].refusal == Refusal::kNone && List(in, at);
+        case vexa_ops::Operands::kNone:
+            break;
+        }
         return false;
     }
 }
@@ -222,17 +226,25 @@ bool ValueLowering::Unary(const Instr& in, std::size_t at)
         m_xmms.Define(in.d, x);
         return true;
     }
-    if (in.op == kLog || in.op == kLog10) {
+    const Refusal refusal = kRows[in.op].refusal;
+    if (refusal == Refusal::kSqrt) {
+        // Refused below zero; a NaN passes.
+        m_em.Xorpd(0, 0);
+        CompareWith(0, arg);
+        m_em.Jump(kAbove, m_stop);
+    } else if (refusal == Refusal::kLog) {
         // Refused at and below zero; a NaN passes.
         m_em.Xorpd(0, 0);
         CompareWith(0, arg);
         m_em.Jump(kAboveOrEqual, m_stop);
-    } else {
-        // ASIN, ACOS: refused outside [-1, 1].
+    } else if (refusal == Refusal::kArc) {
+        // Refused outside [-1, 1].
         MoveTo(0, arg);
         m_em.AndpdPool(0, m_abs);
         m_em.UcomisdPool(0, m_one);
         m_em.Jump(kAbove, m_stop);
+    } else if (refusal != Refusal::kNone) {
+        return false;
     }
     return Call(in, at);
 }
