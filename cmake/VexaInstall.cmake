@@ -18,7 +18,7 @@ set(VEXA_PUBLIC_HEADERS
   vexa/calc/icalculator.h vexa/calc/calc_ref.h vexa/calc/expression.h vexa/calc/complex_step_calculator.h
   vexa/calc/buidin_function.h vexa/calc/function_factory.h vexa/calc/call_errors.h vexa/calc/call_forms.h
   vexa/calc/callable_names.h
-  vexa/parser/vexa_parser.h vexa/parser/parse_diagnosis.h vexa/parser/host_input.h
+  vexa/parser/vexa_parser.h vexa/parser/parse_limits.h vexa/parser/parse_diagnosis.h vexa/parser/host_input.h
   vexa/parser/evaluation_diagnosis.h)
 foreach(h ${VEXA_PUBLIC_HEADERS})
   get_filename_component(dir ${h} DIRECTORY)

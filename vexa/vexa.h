@@ -26,6 +26,7 @@
 #include "vexa/calc/buidin_function.h"
 #include "vexa/calc/function_factory.h"
 #include "vexa/compiled/compiled_form.h"
+#include "vexa/parser/parse_limits.h"
 #include "vexa/parser/vexa_parser.h"
 #include "vexa/parser/parse_diagnosis.h"
 #include "vexa/parser/host_input.h"
