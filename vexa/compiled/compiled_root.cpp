@@ -1,14 +1,16 @@
+#include "vexa/compiled/compiled_root.h"
+
 #include <memory>
 #include <new>
 #include <vector>
 
 #include "vexa/calc/expression_access.h"
-#include "vexa/calc/expression_tree.h"
 #include "vexa/compiled/program/compiler.h"
 #include "vexa/compiled/x86_64/machine_code.h"
 #include "vexa/core/data_access.h"
 #include "vexa/core/inline_hints.h"
 #include "vexa/core/platform.h"
+#include "vexa/tree/expression_tree.h"
 
 namespace vexa_calc {
 
@@ -25,19 +27,24 @@ struct CompiledRoot {
     int runs = 0;
 };
 
+}  // namespace vexa_calc
+
+namespace vexa_compiled {
 namespace {
 
+using vexa_calc::CompiledRoot;
+using vexa_calc::ExpressionAccess;
 using vexa_core::DataAccess;
 
 // Runs the program over the held parameters, all scalars, into result;
 // false where the tree must take over.
 inline bool Run(CompiledRoot& c, const VEXA_Data* held, VEXA_Data& result)
 {
-    const vexa_compiled::Program& program = *c.program;
+    const Program& program = *c.program;
     double* r = c.registers.data();
     for (const auto& load : program.paramLoads())
         r[load.second] = DataAccess::Scalar(held[load.first]);
-    if (program.Run(r, c.space) != vexa_compiled::RunResult::kDone)
+    if (program.Run(r, c.space) != RunResult::kDone)
         return false;
     DataAccess::AssignScalar(result, r[program.resultRegister()]);
     return true;
@@ -50,7 +57,7 @@ bool LongExit(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result
 
 bool TreeExit(ICalculator& self, int, VEXA_Data*, VEXA_Data& result)
 {
-    result = CalculateTree(ExpressionAccess::Root(static_cast<Expression&>(self)));
+    result = vexa_tree::CalculateTree(ExpressionAccess::Root(static_cast<Expression&>(self)));
     return result.getType() != DT_NULL;
 }
 
@@ -64,11 +71,11 @@ bool AssignExit(VEXA_Data& result, double v)
 // it, the interpreter goes on.
 void MakeMachineCode(Expression& e, CompiledRoot& c, int count)
 {
-    const vexa_compiled::Layout layout{ExpressionAccess::ParamCountOffset(e), ExpressionAccess::ParamsOffset(e),
+    const Layout layout{ExpressionAccess::ParamCountOffset(e), ExpressionAccess::ParamsOffset(e),
                                        static_cast<std::int32_t>(sizeof(VEXA_Data)), DataAccess::ShapeOffset(),
                                        DataAccess::DataOffset(), DataAccess::SpaceOffset()};
     try {
-        c.machine = vexa_compiled::MachineCode::Make(*c.program, count, c.registers.data(), &c.space, layout,
+        c.machine = MachineCode::Make(*c.program, count, c.registers.data(), &c.space, layout,
                                                      {LongExit, TreeExit, AssignExit});
     } catch (const std::bad_alloc&) {
         c.machine.reset();
@@ -88,8 +95,8 @@ bool FastEvaluate(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& re
     CompiledRoot& c = *ExpressionAccess::Compiled(e);
     if (count != ExpressionAccess::ParamCount(e) || count < c.program->neededParams())
         return LongExit(self, count, params, result);
-    if (c.runs >= 0 && ++c.runs > vexa_compiled::RunsBeforeMachineCode() &&
-        vexa_compiled::RunsBeforeMachineCode() >= 0) {
+    if (c.runs >= 0 && ++c.runs > RunsBeforeMachineCode() &&
+        RunsBeforeMachineCode() >= 0) {
         c.runs = -1;  // one attempt
         MakeMachineCode(e, c, count);
         if (c.machine)
@@ -113,7 +120,7 @@ VEXA_NOINLINE CompiledRoot* MakeCompiled(Expression& e)
     // has set, and without a trap the host has unmasked: the program folds
     // only what comes out the same under every setting.
     vexa_platform::DefaultFloatScope scope;
-    made->program = vexa_compiled::Compile(ExpressionAccess::Root(e), &e);
+    made->program = Compile(ExpressionAccess::Root(e), &e);
     if (made->program) {
         made->registers = made->program->initialRegisters();
         made->space.args.resize(static_cast<std::size_t>(made->program->callArity()));
@@ -149,4 +156,4 @@ void DestroyCompiled(CompiledRoot* compiled)
     delete compiled;
 }
 
-}  // namespace vexa_calc
+}  // namespace vexa_compiled
