@@ -25,7 +25,8 @@ foreach(h ${VEXA_PUBLIC_HEADERS})
   install(FILES ${PROJECT_SOURCE_DIR}/${h} DESTINATION include/${dir})
 endforeach()
 # The compiled form: many points, many threads, exact gradients.
-install(FILES ${PROJECT_SOURCE_DIR}/vexa/compiled/compiled_form.h DESTINATION include/vexa/compiled)
+install(FILES ${PROJECT_SOURCE_DIR}/vexa/compiled/compiled_expression.h ${PROJECT_SOURCE_DIR}/vexa/compiled/compiled_form.h
+  DESTINATION include/vexa/compiled)
 
 # The C interface, for C hosts, and its Fortran module (a source a Fortran
 # host compiles with its own compiler: module files differ between them).

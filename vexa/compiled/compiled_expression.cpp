@@ -1,4 +1,4 @@
-#include "vexa/compiled/compiled_form.h"
+#include "vexa/compiled/compiled_expression.h"
 
 #include <algorithm>
 #include <cstring>
