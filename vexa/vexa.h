@@ -4,6 +4,10 @@
 // Everything a host uses: values, strings, the timing aid, the parser and the
 // diagnosis of its failures, calculators and their handle, the function
 // registry, the expression-tree nodes and the read-only walk over them.
+//
+// This list is the library's public headers: a header included here is
+// installed (cmake/VexaPublicHeaders.cmake), and one that is not stays
+// inside the library. One include a line.
 #include "vexa/core/export.h"
 #include "vexa/core/data.h"
 #include "vexa/core/wstring.h"
