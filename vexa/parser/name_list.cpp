@@ -5,8 +5,8 @@
 
 #include "vexa/calc/function_factory.h"
 #include "vexa/core/platform.h"
-#include "vexa/parser/tokenizer.h"
 #include "vexa/parser/parse_limits.h"
+#include "vexa/parser/tokenizer.h"
 
 using vexa::ParseProblem;
 

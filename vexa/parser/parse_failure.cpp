@@ -2,8 +2,8 @@
 
 #include <vector>
 
-#include "vexa/parser/tokenizer.h"
 #include "vexa/parser/parse_limits.h"
+#include "vexa/parser/tokenizer.h"
 
 namespace vexa_parser {
 
