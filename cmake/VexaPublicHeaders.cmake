@@ -11,5 +11,5 @@ foreach(line IN LISTS vexa_umbrella_lines)
 endforeach()
 if(NOT CMAKE_SCRIPT_MODE_FILE)
   # A header added to vexa.h is installed without a hand-run configure.
-  set_property(DIRECTORY ${CMAKE_SOURCE_DIR} APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${VEXA_ROOT}/vexa/vexa.h)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${VEXA_ROOT}/vexa/vexa.h)
 endif()
