@@ -15,7 +15,6 @@
 #include <string>
 #include <vector>
 
-#include "vexa/calc/expression_access.h"
 #include "vexa/vexa.h"
 
 namespace {
@@ -262,8 +261,13 @@ int main(int argc, char** argv)
                     calc->Release();
                 continue;
             }
-            Expression* e = static_cast<Expression*>(calc);
-            Translation t = Translator().Of(vexa_calc::ExpressionAccess::Root(*e));
+            // The walk shows the root first.
+            INode* root = nullptr;
+            vexa::WalkTree(calc, [&root](const vexa::TreeNodeInfo& n) {
+                root = n.node;
+                return false;
+            });
+            Translation t = Translator().Of(root);
             std::vector<std::string> names;
             std::vector<Range> rs;
             for (int i = 0; i < parser.getParamsNum(); ++i) {

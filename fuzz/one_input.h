@@ -39,7 +39,6 @@
 #include <xmmintrin.h>
 #endif
 
-#include "vexa/calc/expression_access.h"
 #include "vexa/vexa.h"
 
 namespace vexa_fuzz {
@@ -142,10 +141,30 @@ inline bool SameOutcome(const Outcome& a, const Outcome& b)
 // compiled evaluation must match bit for bit.
 inline Expression* TreeOnlyCopy(Expression* e)
 {
+    // The library's copy, then its tree copied once more under an Expression
+    // of the host's making: a tree handed to SetRoot is never compiled.
     Expression* copy = e->Copy();
-    if (copy)
-        vexa_calc::ExpressionAccess::SetCompilable(*copy, false);
-    return copy;
+    if (!copy)
+        return nullptr;
+    INode* root = nullptr;
+    vexa::WalkTree(copy, [&root](const vexa::TreeNodeInfo& n) {
+        root = n.node;
+        return false;  // the root comes first
+    });
+    if (!root) {
+        copy->Release();
+        return nullptr;
+    }
+    Expression* tree = new Expression();
+    try {
+        tree->SetRoot(root->Copy(tree));
+    } catch (...) {
+        tree->Release();
+        copy->Release();
+        throw;
+    }
+    copy->Release();
+    return tree;
 }
 
 inline Outcome Run(ICalculator* calc, std::vector<VEXA_Data>& params, std::string& problem)

@@ -64,3 +64,20 @@ endif()
 if(VEXA_SANITIZE)
   target_compile_definitions(test_core_executable_arena PRIVATE VEXA_ARENA_TEST_EXPRESSIONS=20000)
 endif()
+
+# The source tree's layout rules (tests/layout.cmake says which).
+add_test(NAME source_layout
+  COMMAND ${CMAKE_COMMAND} -DVEXA_ROOT=${PROJECT_SOURCE_DIR} -P ${CMAKE_CURRENT_SOURCE_DIR}/layout.cmake)
+# Each folder links with only the folders below it, from the library's own
+# objects: a function declared low and defined higher up fails here.
+if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
+  set(vexa_layers "core" "core|calc" "core|calc|tree" "core|calc|tree|parser" "core|calc|tree|compiled")
+  foreach(layer IN LISTS vexa_layers)
+    string(REPLACE "|" "_" layer_name "${layer}")
+    add_test(NAME links_alone_${layer_name}
+      COMMAND ${CMAKE_CXX_COMPILER} -shared -o ${CMAKE_CURRENT_BINARY_DIR}/links_alone_${layer_name}.so
+              "$<FILTER:$<TARGET_OBJECTS:vexa>,INCLUDE,/vexa/(${layer})/>" -Wl,--no-undefined
+              $<$<BOOL:${VEXA_SANITIZE}>:-fsanitize=address,undefined>
+      COMMAND_EXPAND_LISTS)
+  endforeach()
+endif()

@@ -6,14 +6,14 @@
 #include <cstring>
 #include <fstream>
 
-#include "compiled_form_util.h"
+#include "compiled_expression_util.h"
 
 using namespace form_test;
 
 namespace {
 
 // The outcome and partials of calc's gradient at four points.
-void Write(std::ofstream& out, ICalculator* calc, const std::string& text, Generator& g)
+void Write(std::ofstream& out, ICalculator* calc, const std::string& text, ComputingCaseGenerator& g)
 {
     const auto form = calc ? vexa::CompiledExpression::Make(calc, 3) : nullptr;
     if (!form)
@@ -42,7 +42,7 @@ int main(int argc, char** argv)
         return 2;
     }
     std::ofstream out(argv[1]);
-    Generator g(11u, {}, false);
+    ComputingCaseGenerator g(11u, {}, false);
     for (int round = 0; round < 400; ++round) {
         const std::string text = g.Expression(g.Pick(1, 6));
         Calc parsed = Parse(text);

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "compiled_form_util.h"
+#include "compiled_expression_util.h"
 #include "vexa/calc/expression_access.h"
 
 using namespace form_test;

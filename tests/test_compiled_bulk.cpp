@@ -10,7 +10,7 @@
 #include <map>
 #include <stdexcept>
 
-#include "compiled_form_util.h"
+#include "compiled_expression_util.h"
 
 using namespace form_test;
 
@@ -28,7 +28,7 @@ public:
 // Evaluates calc at n generated points through a form, many at once and one
 // by one, and compares both with Evaluate. Returns whether it ran as a
 // program.
-bool Check(ICalculator* calc, Generator& g, const std::string& text, int threads)
+bool Check(ICalculator* calc, ComputingCaseGenerator& g, const std::string& text, int threads)
 {
     std::string why;
     const std::unique_ptr<vexa::CompiledExpression> form = vexa::CompiledExpression::Make(calc, 3, &why);
@@ -79,7 +79,7 @@ TEST_F(CompiledBulk, ManyPointsMatchEvaluateBitForBit)
 {
     // VEXA_BULK_SEED explores other expressions than the fixed default.
     const char* seed = std::getenv("VEXA_BULK_SEED");
-    Generator g(seed ? static_cast<unsigned>(std::strtoul(seed, nullptr, 10)) : 71u, {"BLEND2", "SAFE1"}, false);
+    ComputingCaseGenerator g(seed ? static_cast<unsigned>(std::strtoul(seed, nullptr, 10)) : 71u, {"BLEND2", "SAFE1"}, false);
     int checked = 0, programs = 0;
     for (int round = 0; round < 300 && !HasFailure(); ++round) {
         const std::string text = g.Expression(g.Pick(1, 4));
@@ -105,7 +105,7 @@ TEST_F(CompiledBulk, ShapedFunctionsOverWholeBlocksOnEveryBranch)
         "STEP(x,0.5,y,2.5,z)", "STEP5(x,y,-1,2.5,z)", "HAVSIN(x,0.5,z,y+0.5,2)", "-SIGN(1,x-1)*STEP(ABS(x-1),0,0,y,1)",
         "IMPACT({D},{V},1,z,1.5,y,0.5)", "SWEEP(x,y,0.5,1,2.5,z,1)", "IF(x-1:y,z,x)*MAX(x,y)-MIN(y,z)",
     };
-    Generator g(9u, {}, true);
+    ComputingCaseGenerator g(9u, {}, true);
     for (const char* text : texts) {
         Calc calc = Parse(text);
         ASSERT_TRUE(calc) << text;
@@ -122,7 +122,7 @@ TEST_F(CompiledBulk, ProgramsWithManyRegistersRunInNarrowerBlocks)
     Calc calc = Parse(text);
     ASSERT_TRUE(calc);
     Calc d(calc->getDerivativeCalculator(0));
-    Generator g(3u, {}, false);
+    ComputingCaseGenerator g(3u, {}, false);
     EXPECT_TRUE(Check(d.get(), g, "d/dx of a sum of 300 terms", 2));
 }
 

@@ -36,9 +36,9 @@ const Call kCalls[] = {
     {"FORSIN", 4, 8}, {"DX", 1, 3},    {"UV", 1, 1},     {"FTWO", 2, 2},   {"GINV", 1, 1},
 };
 
-class Generator {
+class AnyCallCaseGenerator {
 public:
-    explicit Generator(unsigned seed) : m_rng(seed) {}
+    explicit AnyCallCaseGenerator(unsigned seed) : m_rng(seed) {}
 
     std::string Expression(int depth)
     {
@@ -202,7 +202,7 @@ public:
 
 std::vector<ICalculator*> CompiledDifferential::s_registered;
 
-VEXA_Data MakeValue(Generator& g)
+VEXA_Data MakeValue(AnyCallCaseGenerator& g)
 {
     switch (g.Uniform(0, 15)) {
     case 0: {
@@ -224,7 +224,7 @@ VEXA_Data MakeValue(Generator& g)
 
 // Evaluates calc (compiled) and its twin (tree only) on the same values and
 // requires the same outcome; returns whether the program produced it.
-void Compare(ICalculator* calc, ICalculator* twin, Generator& g, int params, const std::string& text, int& compiled)
+void Compare(ICalculator* calc, ICalculator* twin, AnyCallCaseGenerator& g, int params, const std::string& text, int& compiled)
 {
     for (int set = 0; set < 6; ++set) {
         std::vector<VEXA_Data> values;
@@ -250,7 +250,7 @@ TEST_F(CompiledDifferential, ProgramAndTreeAgreeBitForBit)
 {
     // VEXA_DIFF_SEED explores other expressions than the fixed default.
     const char* seed = std::getenv("VEXA_DIFF_SEED");
-    Generator g(seed ? static_cast<unsigned>(std::strtoul(seed, nullptr, 10)) : 20261123u);
+    AnyCallCaseGenerator g(seed ? static_cast<unsigned>(std::strtoul(seed, nullptr, 10)) : 20261123u);
     int parsed = 0, compiled = 0, derived = 0;
     for (int round = 0; round < 2500; ++round) {
         const std::string text = g.Expression(g.Uniform(1, 5));

@@ -20,7 +20,7 @@
 #define VEXA_FPENV_TESTS 1
 #endif
 
-#include "compiled_form_util.h"
+#include "compiled_expression_util.h"
 #include "vexa/calc/expression_access.h"
 
 #if VEXA_FPENV_TESTS

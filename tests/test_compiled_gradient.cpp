@@ -9,7 +9,7 @@
 #include <set>
 #include <sstream>
 
-#include "compiled_form_util.h"
+#include "compiled_expression_util.h"
 #include "vexa/calc/operations.h"
 
 using namespace form_test;
@@ -96,7 +96,7 @@ TEST(CompiledGradient, GeneratedExpressionsMatchHighOrderDifferences)
 {
     Register(L"BLEND", "u*v+SQRT(u)", L"u,v");
     Register(L"WAVE", "STEP(u,0,0,1,2)*SIN(3*u)+BLEND(u,u)", L"u");
-    Generator g(5u, {"BLEND2", "WAVE1"}, true);
+    ComputingCaseGenerator g(5u, {"BLEND2", "WAVE1"}, true);
     int compared = 0;
     for (int round = 0; round < 300 && !HasFailure(); ++round) {
         const std::string text = g.Expression(g.Pick(1, 4));

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "compiled_form_util.h"
+#include "compiled_expression_util.h"
 #include "small_stack.h"
 
 using namespace form_test;

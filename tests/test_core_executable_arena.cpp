@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "compiled_form_util.h"
+#include "compiled_expression_util.h"
 #include "vexa/core/executable_arena.h"
 #include "vexa/vexa_c.h"
 

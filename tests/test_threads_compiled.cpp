@@ -9,7 +9,7 @@
 #include <atomic>
 #include <thread>
 
-#include "compiled_form_util.h"
+#include "compiled_expression_util.h"
 
 using namespace form_test;
 

@@ -309,7 +309,7 @@ int RunSweep(const SweepArgs& a) {
     if (!BindOrReport(p.params, withX, values)) return kExitUsage;
     std::string msg;
     SweepResult result;
-    if (!vexa_cli::RunSweep(p.calc.get(), p.text, p.params, values, req, result, msg)) {
+    if (!vexa_cli::EvaluateSweep(p.calc.get(), p.text, p.params, values, req, result, msg)) {
         Error(msg);
         return kExitEval;
     }

@@ -278,7 +278,7 @@ bool SweepAndPlot(const DemoEntry& e, const Parsed& p, const std::string& outDir
         return false;
     }
     SweepResult result;
-    if (!vexa_cli::RunSweep(p.calc.get(), p.text, p.params, values, req, result, msg)) {
+    if (!vexa_cli::EvaluateSweep(p.calc.get(), p.text, p.params, values, req, result, msg)) {
         std::cerr << "vexa: error: line " << e.line << ": " << msg << '\n';
         return false;
     }

@@ -323,8 +323,8 @@ std::vector<double> SweepPoints(double from, double to, int points, bool logarit
     return xs;
 }
 
-bool RunSweep(ICalculator* calc, const std::wstring& text, const std::vector<std::wstring>& params,
-              const std::vector<VEXA_Data>& base, SweepRequest req, SweepResult& out, std::string& error) {
+bool EvaluateSweep(ICalculator* calc, const std::wstring& text, const std::vector<std::wstring>& params,
+                   const std::vector<VEXA_Data>& base, SweepRequest req, SweepResult& out, std::string& error) {
     out.xname = ToUtf8(params[static_cast<std::size_t>(req.index)]);
     out.xs = SweepPoints(req.from, req.to, req.points, req.logarithmic);
     // "-d --wrt TIME" asks twice for one derivative.

@@ -57,8 +57,8 @@ std::vector<double> SweepPoints(double from, double to, int points, bool logarit
 // evaluation, with the exact derivative of every first-order request beside
 // the values of the library's derivative calculator. text is the expression
 // as typed, for messages. Fails only when a derivative cannot be had at all.
-bool RunSweep(ICalculator* calc, const std::wstring& text, const std::vector<std::wstring>& params,
-              const std::vector<VEXA_Data>& base, SweepRequest req, SweepResult& out, std::string& error);
+bool EvaluateSweep(ICalculator* calc, const std::wstring& text, const std::vector<std::wstring>& params,
+                   const std::vector<VEXA_Data>& base, SweepRequest req, SweepResult& out, std::string& error);
 
 // Aligned text table; `rows` > 0 picks that many evenly spread points. The
 // columns of a marked derivative calculator carry a '*'.

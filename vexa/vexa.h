@@ -4,6 +4,10 @@
 // Everything a host uses: values, strings, the timing aid, the parser and the
 // diagnosis of its failures, calculators and their handle, the function
 // registry, the expression-tree nodes and the read-only walk over them.
+//
+// This list is the library's public headers: a header included here is
+// installed (cmake/VexaPublicHeaders.cmake), and one that is not stays
+// inside the library. One include a line.
 #include "vexa/core/export.h"
 #include "vexa/core/data.h"
 #include "vexa/core/wstring.h"
@@ -25,7 +29,8 @@
 #include "vexa/calc/complex_step_calculator.h"
 #include "vexa/calc/buidin_function.h"
 #include "vexa/calc/function_factory.h"
-#include "vexa/compiled/compiled_form.h"
+#include "vexa/compiled/compiled_expression.h"
+#include "vexa/parser/parse_limits.h"
 #include "vexa/parser/vexa_parser.h"
 #include "vexa/parser/parse_diagnosis.h"
 #include "vexa/parser/host_input.h"

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "vexa/calc/calc_ref.h"
-#include "vexa/compiled/compiled_form.h"
+#include "vexa/compiled/compiled_expression.h"
 #include "vexa/vexa_c.h"
 
 struct vexa_expr {

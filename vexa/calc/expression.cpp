@@ -1,7 +1,7 @@
 #include "vexa/calc/expression.h"
 
 #include "vexa/calc/expression_access.h"
-#include "vexa/calc/expression_tree.h"
+#include "vexa/calc/tree_operations.h"
 
 using namespace vexa_calc;
 
@@ -13,9 +13,9 @@ Expression::Expression()
 Expression::~Expression()
 {
     // The compiled form refers to calculators the tree holds: it goes first.
-    DestroyCompiled(m_compiled);
+    Tree().destroyCompiled(m_compiled);
     m_compiled = nullptr;
-    DestroyTree(m_root);
+    Tree().destroyTree(m_root);
     m_root = nullptr;
 }
 
@@ -23,9 +23,10 @@ bool Expression::Calculate(VEXA_Data& result)
 {
     if (!m_root)
         return false;
-    if (m_compilable && CalculateCompiled(*this, result))
+    const TreeOperations& tree = Tree();
+    if (m_compilable && tree.calculateCompiled(*this, result))
         return true;
-    result = CalculateTree(m_root);
+    result = tree.calculateTree(m_root);
     return result.getType() != DT_NULL;
 }
 
@@ -36,7 +37,7 @@ ICalculator* Expression::getDerivativeCalculator(int paramIndex)
     Expression* e = new Expression();
     try {
         INode* tree = nullptr;
-        if (!DeriveTree(m_root, e, paramIndex, tree)) {
+        if (!Tree().deriveTree(m_root, e, paramIndex, tree)) {
             e->Release();
             return nullptr;
         }
@@ -54,7 +55,7 @@ Expression* Expression::Copy()
         return nullptr;
     Expression* e = new Expression();
     try {
-        e->AdoptTree(CopyTree(m_root, e));
+        e->AdoptTree(Tree().copyTree(m_root, e));
     } catch (...) {
         e->Release();
         throw;
@@ -73,13 +74,13 @@ void Expression::SetRoot(INode* root)
 void Expression::AdoptTree(INode* root)
 {
     ExpressionAccess::SetFastPath(*this, nullptr);
-    DestroyCompiled(m_compiled);
+    Tree().destroyCompiled(m_compiled);
     m_compiled = nullptr;
     if (root != m_root)
-        DestroyTree(m_root);
+        Tree().destroyTree(m_root);
     m_root = root;
     m_compilable = root != nullptr;
-    m_cost = TreeCost(root);
+    m_cost = Tree().treeCost(root);
 }
 
 void Expression::SetName(VEXA_WString& name)
@@ -90,11 +91,11 @@ void Expression::SetName(VEXA_WString& name)
 void Expression::Dump(std::vector<std::wstring>& lines)
 {
     if (m_root)
-        DumpTree(m_root, lines);
+        Tree().dumpTree(m_root, lines);
 }
 
 void Expression::Print()
 {
     if (m_root)
-        PrintTree(m_root);
+        Tree().printTree(m_root);
 }

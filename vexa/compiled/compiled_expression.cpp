@@ -1,152 +1,400 @@
-#include <memory>
-#include <new>
-#include <vector>
+#include "vexa/compiled/compiled_expression.h"
 
-#include "vexa/calc/expression_access.h"
-#include "vexa/calc/expression_tree.h"
-#include "vexa/compiled/program/compiler.h"
-#include "vexa/compiled/x86_64/machine_code.h"
+#include <algorithm>
+#include <cstring>
+#include <exception>
+#include <limits>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
+#include <typeinfo>
+
+#include "vexa/calc/call_errors.h"
+#include "vexa/calc/expression.h"
+#include "vexa/compiled/run/block_run.h"
+#include "vexa/compiled/form.h"
+#include "vexa/compiled/x86_64/machine_gradient.h"
+#include "vexa/compiled/point_bounds.h"
+#include "vexa/compiled/run/point_run.h"
+#include "vexa/compiled/snapshot.h"
 #include "vexa/core/data_access.h"
-#include "vexa/core/inline_hints.h"
 #include "vexa/core/platform.h"
 
-namespace vexa_calc {
-
-// An Expression's program with the registers and call space it runs in. A
-// tree the program cannot cover keeps a null program, so the attempt is made
-// once.
-struct CompiledRoot {
-    std::unique_ptr<vexa_compiled::Program> program;
-    std::vector<double> registers;
-    vexa_compiled::CallSpace space;
-    // Machine code for the program, made once the expression has been
-    // evaluated often enough to repay it (see RunsBeforeMachineCode).
-    std::unique_ptr<vexa_compiled::MachineCode> machine;
-    int runs = 0;
-};
+namespace vexa {
 
 namespace {
 
+using namespace vexa_compiled;
 using vexa_core::DataAccess;
 
-// Runs the program over the held parameters, all scalars, into result;
-// false where the tree must take over.
-inline bool Run(CompiledRoot& c, const VEXA_Data* held, VEXA_Data& result)
+const double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+Outcome Failed(Failure failure, int code = 0)
 {
-    const vexa_compiled::Program& program = *c.program;
-    double* r = c.registers.data();
-    for (const auto& load : program.paramLoads())
-        r[load.second] = DataAccess::Scalar(held[load.first]);
-    if (program.Run(r, c.space) != vexa_compiled::RunResult::kDone)
-        return false;
-    DataAccess::AssignScalar(result, r[program.resultRegister()]);
-    return true;
+    return {kNaN, failure, code};
 }
 
-bool LongExit(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result)
+// calc->Evaluate at params, through values (count of them, reused).
+Outcome EvaluateCalculator(ICalculator* calc, std::vector<VEXA_Data>& values, const double* params, int count)
 {
-    return ExpressionAccess::EvaluateLong(static_cast<Expression&>(self), count, params, result);
-}
-
-bool TreeExit(ICalculator& self, int, VEXA_Data*, VEXA_Data& result)
-{
-    result = CalculateTree(ExpressionAccess::Root(static_cast<Expression&>(self)));
-    return result.getType() != DT_NULL;
-}
-
-bool AssignExit(VEXA_Data& result, double v)
-{
-    DataAccess::AssignScalar(result, v);
-    return true;
-}
-
-// Machine code is only a faster way to the same answer: without memory for
-// it, the interpreter goes on.
-void MakeMachineCode(Expression& e, CompiledRoot& c, int count)
-{
-    const vexa_compiled::Layout layout{ExpressionAccess::ParamCountOffset(e), ExpressionAccess::ParamsOffset(e),
-                                       static_cast<std::int32_t>(sizeof(VEXA_Data)), DataAccess::ShapeOffset(),
-                                       DataAccess::DataOffset(), DataAccess::SpaceOffset()};
+    values.resize(static_cast<std::size_t>(count));
+    for (int k = 0; k < count; ++k)
+        DataAccess::AssignScalar(values[static_cast<std::size_t>(k)], params[k]);
+    VEXA_Data result;
     try {
-        c.machine = vexa_compiled::MachineCode::Make(*c.program, count, c.registers.data(), &c.space, layout,
-                                                     {LongExit, TreeExit, AssignExit});
-    } catch (const std::bad_alloc&) {
-        c.machine.reset();
+        calc->Evaluate(count, values.data(), result);
+    } catch (int code) {
+        return Failed(Failure::kThrown, code);
     }
-    if (c.machine)
-        ExpressionAccess::SetFastPath(e, c.machine->entry());
+    if (result.getType() == DT_NULL)
+        return Failed(Failure::kNull);
+    if (!DataAccess::IsScalar(result))
+        return Failed(Failure::kNotScalar);
+    return {DataAccess::Scalar(result), Failure::kNone, 0};
 }
 
-// Evaluate in one step (ICalculator::FastEvaluate): the parameters are
-// scalars into held scalars of the same count, which SetParams would copy
-// element by element; the program then reads them. Anything else goes the
-// long way. Copying before that is harmless: the long way copies the same
-// values again.
-bool FastEvaluate(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result)
+// What calc->Evaluate gives at params, from the workspace's own copy of the
+// tree (made on first need: most forms never need it).
+Outcome TreeOutcome(Space& s, const double* params)
 {
-    Expression& e = static_cast<Expression&>(self);
-    CompiledRoot& c = *ExpressionAccess::Compiled(e);
-    if (count != ExpressionAccess::ParamCount(e) || count < c.program->neededParams())
-        return LongExit(self, count, params, result);
-    if (c.runs >= 0 && ++c.runs > vexa_compiled::RunsBeforeMachineCode() &&
-        vexa_compiled::RunsBeforeMachineCode() >= 0) {
-        c.runs = -1;  // one attempt
-        MakeMachineCode(e, c, count);
-        if (c.machine)
-            return c.machine->entry()(self, count, params, result);
+    if (!s.tree) {
+        std::string why;
+        s.tree = PrivateCopy(*s.form.snapshot, why);
+        // The snapshot was copied once already, so it copies again.
+        if (!s.tree)
+            throw std::logic_error("vexa: the private copy of a compiled expression cannot be copied: " + why);
     }
-    VEXA_Data* held = ExpressionAccess::Params(e);
-    for (int i = 0; i < count; ++i) {
-        if (!DataAccess::IsScalar(params[i]) || !DataAccess::IsScalar(held[i]))
-            return LongExit(self, count, params, result);
-        DataAccess::SetScalar(held[i], DataAccess::Scalar(params[i]));
-    }
-    return Run(c, held, result) || TreeExit(self, count, params, result);
+    return EvaluateCalculator(s.tree, s.values, params, s.form.params);
 }
 
-// Kept out of line: it runs once per tree, and the evaluation path that
-// calls it should not pay for its frame.
-VEXA_NOINLINE CompiledRoot* MakeCompiled(Expression& e)
+// The answer at a point the program stopped at. At a zero divisor the tree
+// throws -10001 there: everything before it went as in the program.
+Outcome AfterStop(Space& s, StopReason why, bool strict, const double* params)
 {
-    std::unique_ptr<CompiledRoot> made(new CompiledRoot());
-    // Made as in the default floating-point environment whatever the host
-    // has set, and without a trap the host has unmasked: the program folds
-    // only what comes out the same under every setting.
-    vexa_platform::DefaultFloatScope scope;
-    made->program = vexa_compiled::Compile(ExpressionAccess::Root(e), &e);
-    if (made->program) {
-        made->registers = made->program->initialRegisters();
-        made->space.args.resize(static_cast<std::size_t>(made->program->callArity()));
-        ExpressionAccess::SetFastPath(e, FastEvaluate);
+    if (why == kZeroDivisor)
+        return Failed(Failure::kThrown, -10001);
+    if (why == kTooDeep)
+        return Failed(Failure::kThrown, vexa::kCallsTooDeep);
+    if (strict && why == kRefusal)
+        return Failed(Failure::kRefused);
+    return TreeOutcome(s, params);
+}
+
+Outcome ValueAt(Space& s, const double* params, bool strict)
+{
+    const Form& f = s.form;
+    if (!f.top().Runs(f.params))
+        return TreeOutcome(s, params);
+    double value;
+    const StopReason why = RunPoint(f.top(), s, params, f.params, value, nullptr);
+    if (why == kGoes)
+        return {value, Failure::kNone, 0};
+    return AfterStop(s, why, strict, params);
+}
+
+StopReason RunGradient(Space& s, const double* params, double* grad, double& value)
+{
+    const Form& f = s.form;
+    if (const GradientCode* code = f.gradientCode()) {
+        // The machine code runs in this thread's registers of the unit.
+        UnitSpace& us = PreparedSpace(f.top(), s);
+        GradientCall call{params, us.regs.data(), us.tape.data(), us.adjoint.data(), grad, &s, 0.0, nullptr};
+        const StopReason why = code->Run(call);
+        value = call.value;
+        return why;
     }
-    return made.release();
+    if (f.top().Runs(f.params))
+        return RunPoint(f.top(), s, params, f.params, value, grad);
+    return kTreeOnly;
+}
+
+// inDefault: whether the floating-point environment is the default one (read
+// once per call of the host's: reading it costs more than an instruction).
+Outcome GradientAt(Space& s, const double* params, double* grad, bool inDefault)
+{
+    const Form& f = s.form;
+    double value = kNaN;
+    StopReason why;
+    if (inDefault) {
+        why = RunGradient(s, params, grad, value);
+    } else {
+        // The partials are those of the default environment: the gradient
+        // has no tree to follow a host's rounding, and it computes on
+        // lanes and branches the tree never takes, which must not trap.
+        // The value is the tree's under the host's environment, as
+        // Evaluate gives it.
+        {
+            vexa_platform::DefaultFloatScope scope;
+            why = RunGradient(s, params, grad, value);
+        }
+        if (why == kGoes) {
+            const Outcome tree = TreeOutcome(s, params);
+            if (!tree.ok())
+                std::fill(grad, grad + f.params, kNaN);
+            return tree;
+        }
+    }
+    if (why == kGoes)
+        return {value, Failure::kNone, 0};
+    std::fill(grad, grad + f.params, kNaN);
+    if (why != kTreeOnly)
+        return AfterStop(s, why, true, params);
+    // The tree may fail here anyway, which says more than that it has no
+    // gradient.
+    const Outcome tree = TreeOutcome(s, params);
+    return tree.ok() ? Failed(Failure::kNoGradient) : tree;
+}
+
+void Note(Report& report, std::size_t max, std::size_t index, const Outcome& o)
+{
+    ++report.failed;
+    ++report.by_kind[static_cast<int>(o.failure)];
+    if (report.first.size() < max)
+        report.first.push_back({index, o.failure, o.code});
+}
+
+void Gather(const Column* columns, int count, std::size_t point, double* out)
+{
+    for (int k = 0; k < count; ++k)
+        out[k] = columns[k].data[static_cast<std::ptrdiff_t>(point) * columns[k].stride];
+}
+
+// A block of a column: in place where its values lie side by side and the
+// block is whole, otherwise gathered into space (a block of values).
+const double* ColumnBlock(const Column& c, std::size_t from, int lanes, int block, double* space)
+{
+    if (c.stride == 1 && lanes == block)
+        return c.data + from;
+    for (int i = 0; i < lanes; ++i)
+        space[i] = c.data[static_cast<std::ptrdiff_t>(from + static_cast<std::size_t>(i)) * c.stride];
+    return space;
+}
+
+void EvaluateRange(Space& s, std::size_t begin, std::size_t end, const Column* columns, double* results,
+                   const Options& options, Report& report)
+{
+    const Form& f = s.form;
+    const int count = f.params;
+    std::vector<double> point(static_cast<std::size_t>(count));
+    // Under a host's own floating-point environment only the tree gives
+    // the tree's bits, and only it never computes on masked-off lanes.
+    if (!f.top().Runs(count) || !vexa_platform::DefaultFloatEnvironment()) {
+        for (std::size_t i = begin; i < end; ++i) {
+            Gather(columns, count, i, point.data());
+            const Outcome o = TreeOutcome(s, point.data());
+            results[i] = o.value;
+            if (!o.ok())
+                Note(report, options.max_reported, i, o);
+        }
+        return;
+    }
+    const int block = f.block;
+    s.columns.resize(static_cast<std::size_t>(count) * static_cast<std::size_t>(block));
+    std::vector<const double*> args(static_cast<std::size_t>(count));
+    std::uint8_t stop[kBlock];
+    for (std::size_t from = begin; from < end; from += static_cast<std::size_t>(block)) {
+        const int lanes = static_cast<int>(std::min<std::size_t>(static_cast<std::size_t>(block), end - from));
+        for (int k = 0; k < count; ++k) {
+            double* space = s.columns.data() + static_cast<std::size_t>(k) * static_cast<std::size_t>(block);
+            args[static_cast<std::size_t>(k)] = ColumnBlock(columns[k], from, lanes, block, space);
+        }
+        std::memset(stop, 0, sizeof stop);
+        if (!RunBlock(f.top(), s, args.data(), lanes, results + from, stop))
+            continue;
+        for (int i = 0; i < lanes; ++i) {
+            if (!stop[i])
+                continue;
+            const std::size_t index = from + static_cast<std::size_t>(i);
+            Gather(columns, count, index, point.data());
+            const Outcome o = AfterStop(s, static_cast<StopReason>(stop[i]), options.strict, point.data());
+            results[index] = o.value;
+            if (!o.ok())
+                Note(report, options.max_reported, index, o);
+        }
+    }
+}
+
+void GradientRange(Space& s, std::size_t begin, std::size_t end, const Column* columns, double* values,
+                   double* grads, const Options& options, Report& report)
+{
+    const int count = s.form.params;
+    std::vector<double> point(static_cast<std::size_t>(count));
+    const bool inDefault = vexa_platform::DefaultFloatEnvironment();
+    for (std::size_t i = begin; i < end; ++i) {
+        Gather(columns, count, i, point.data());
+        const Outcome o = GradientAt(s, point.data(), grads + i * static_cast<std::size_t>(count), inDefault);
+        values[i] = o.value;
+        if (!o.ok())
+            Note(report, options.max_reported, i, o);
+    }
+}
+
+// Splits the points into one run of whole blocks per thread, each with a
+// workspace of its own, and joins the reports in the order of the points.
+template <typename Work>
+Report Split(const Form& f, std::size_t n, const Options& options, Work work)
+{
+    std::size_t threads = options.threads > 0 ? static_cast<std::size_t>(options.threads)
+                                              : std::max(1u, std::thread::hardware_concurrency());
+    const std::size_t block = static_cast<std::size_t>(f.block);
+    // Counts near SIZE_MAX are refused before this; still, nothing here may
+    // wrap: thread t starts at block t * (blocks / threads) + min(t, blocks % threads).
+    const std::size_t blocks = n / block + (n % block != 0);
+    threads = std::max<std::size_t>(1, std::min(threads, blocks));
+    const std::size_t each = blocks / threads, extra = blocks % threads;
+    std::vector<std::size_t> bounds(threads + 1);
+    for (std::size_t t = 0; t <= threads; ++t)
+        bounds[t] = std::min(n, (each * t + std::min(t, extra)) * block);
+    std::vector<Report> parts(threads);
+    std::vector<std::exception_ptr> errors(threads);
+    auto run = [&](std::size_t t) {
+        try {
+            Space s(f);
+            work(s, bounds[t], bounds[t + 1], parts[t]);
+        } catch (...) {
+            errors[t] = std::current_exception();
+        }
+    };
+    std::vector<std::thread> pool;
+    std::vector<std::size_t> here;
+    for (std::size_t t = 1; t < threads; ++t) {
+        try {
+            pool.emplace_back(run, t);
+        } catch (const std::system_error&) {
+            // No thread to be had: this one does that share too.
+            here.push_back(t);
+        }
+    }
+    run(0);
+    for (std::size_t t : here)
+        run(t);
+    for (std::thread& th : pool)
+        th.join();
+    for (const std::exception_ptr& e : errors) {
+        if (e)
+            std::rethrow_exception(e);
+    }
+    Report report = std::move(parts[0]);
+    for (std::size_t t = 1; t < threads; ++t) {
+        report.failed += parts[t].failed;
+        for (int k = 0; k < kFailureKinds; ++k)
+            report.by_kind[k] += parts[t].by_kind[k];
+        for (const PointFailure& p : parts[t].first) {
+            if (report.first.size() < options.max_reported)
+                report.first.push_back(p);
+        }
+    }
+    return report;
 }
 
 }  // namespace
 
-bool CalculateCompiled(Expression& e, VEXA_Data& result)
+CompiledExpression::CompiledExpression(Form* form) : m_form(form) {}
+
+CompiledExpression::~CompiledExpression()
 {
-    CompiledRoot*& compiled = ExpressionAccess::Compiled(e);
-    if (!compiled)
-        compiled = MakeCompiled(e);
-    if (!compiled->program)
-        return false;
-    // The program reads scalars; a parameter it needs that is missing or of
-    // another kind is the tree's to handle.
-    const int count = ExpressionAccess::ParamCount(e);
-    if (count < compiled->program->neededParams())
-        return false;
-    const VEXA_Data* held = ExpressionAccess::Params(e);
-    for (const auto& load : compiled->program->paramLoads()) {
-        if (!DataAccess::IsScalar(held[load.first]))
-            return false;
+    delete m_form;
+}
+
+std::unique_ptr<CompiledExpression> CompiledExpression::Make(ICalculator* calc, int params, std::string* why)
+{
+    std::string reason;
+    // Only the library's own Expression: a host's class derived from it may
+    // compute otherwise than its tree says.
+    if (!calc) {
+        reason = "no calculator";
+    } else if (typeid(*calc) != typeid(Expression)) {
+        reason = "the calculator is not an Expression";
+    } else {
+        // The constants the programs fold are the default environment's,
+        // whatever the host has set while making the form.
+        std::unique_ptr<Form> form;
+        {
+            vexa_platform::DefaultFloatScope scope;
+            form = MakeForm(static_cast<Expression&>(*calc), params < 0 ? -1 : params, reason);
+        }
+        if (form)
+            return std::unique_ptr<CompiledExpression>(new CompiledExpression(form.release()));
     }
-    return Run(*compiled, held, result);
+    if (why)
+        *why = "the expression cannot be compiled: " + reason;
+    return nullptr;
 }
 
-void DestroyCompiled(CompiledRoot* compiled)
+int CompiledExpression::paramCount() const
 {
-    delete compiled;
+    return m_form->params;
 }
 
-}  // namespace vexa_calc
+bool CompiledExpression::runsAsProgram() const
+{
+    return m_form->top().Runs(m_form->params);
+}
+
+namespace {
+
+Space& SpaceFor(const Form* form, Space* space)
+{
+    if (&space->form != form)
+        throw std::invalid_argument("vexa: a workspace of another compiled expression");
+    return *space;
+}
+
+}  // namespace
+
+Outcome CompiledExpression::Evaluate(const double* params, Workspace& ws, bool strict) const
+{
+    return ValueAt(SpaceFor(m_form, ws.m_space), params, strict);
+}
+
+Outcome CompiledExpression::Gradient(const double* params, double* grad, Workspace& ws) const
+{
+    return GradientAt(SpaceFor(m_form, ws.m_space), params, grad, vexa_platform::DefaultFloatEnvironment());
+}
+
+Report CompiledExpression::EvaluateMany(std::size_t n, const Column* columns, double* results,
+                                        const Options& options) const
+{
+    vexa_compiled::CheckPoints(n, m_form->params, columns, 1);
+    return Split(*m_form, n, options, [&](Space& s, std::size_t begin, std::size_t end, Report& report) {
+        EvaluateRange(s, begin, end, columns, results, options, report);
+    });
+}
+
+Report CompiledExpression::GradientMany(std::size_t n, const Column* columns, double* values, double* grads,
+                                        const Options& options) const
+{
+    vexa_compiled::CheckPoints(n, m_form->params, columns, static_cast<std::size_t>(std::max(m_form->params, 1)));
+    return Split(*m_form, n, options, [&](Space& s, std::size_t begin, std::size_t end, Report& report) {
+        GradientRange(s, begin, end, columns, values, grads, options, report);
+    });
+}
+
+Workspace::Workspace(const CompiledExpression& e) : m_space(new Space(*e.m_form)) {}
+
+Workspace::~Workspace()
+{
+    delete m_space;
+}
+
+Report EvaluateMany(ICalculator* calc, int params, std::size_t n, const Column* columns, double* results,
+                    const Options& options)
+{
+    vexa_compiled::CheckPoints(n, std::max(params, 0), columns, 1);
+    if (std::unique_ptr<CompiledExpression> form = CompiledExpression::Make(calc, params))
+        return form->EvaluateMany(n, columns, results, options);
+    Report report;
+    const int count = std::max(params, 0);
+    std::vector<double> point(static_cast<std::size_t>(count));
+    std::vector<VEXA_Data> values;
+    for (std::size_t i = 0; i < n; ++i) {
+        Gather(columns, count, i, point.data());
+        const Outcome o = calc ? EvaluateCalculator(calc, values, point.data(), count) : Failed(Failure::kNull);
+        results[i] = o.value;
+        if (!o.ok())
+            Note(report, options.max_reported, i, o);
+    }
+    return report;
+}
+
+}  // namespace vexa

@@ -4,7 +4,7 @@
 #include <limits>
 #include <stdexcept>
 
-#include "vexa/compiled/compiled_form.h"
+#include "vexa/compiled/compiled_expression.h"
 
 namespace vexa_compiled {
 

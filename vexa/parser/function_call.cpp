@@ -1,6 +1,5 @@
 #include "vexa/parser/function_call.h"
 
-#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,7 +12,6 @@
 #include "vexa/core/data.h"
 #include "vexa/core/platform.h"
 #include "vexa/parser/parse_guard_internal.h"
-#include "vexa/parser/vexa_parser.h"
 #include "vexa/parser/parse_level.h"
 #include "vexa/parser/tokenizer.h"
 #include "vexa/tree/function_node.h"
@@ -83,36 +81,32 @@ bool IsContactFunction(const wchar_t* upperName)
            vexa_platform::WcsICmp(upperName, L"IMPACT") == 0;
 }
 
-}  // namespace vexa_parser
-
-using vexa_parser::IsContactFunction;
-
-INode* VexaParser::parseFunction(ICalculator* owner, wchar_t* call)
+INode* ParseCall(const CallSite& site, ICalculator* owner, wchar_t* call)
 {
     // The call comes out of one token, so its name and its argument text are
     // both bounded by the token buffer already.
-    vexa_parser::Level& level = *m_level;
+    Level& level = site.level;
     const int callStart = level.token;
-    vexa_parser::CallText text = vexa_parser::SplitCall(call);
+    CallText text = SplitCall(call);
 
     int upperLength = 0;
     std::unique_ptr<wchar_t[]> upper(Tokenizer::convertToUpper(text.name.c_str(), upperLength));
     if (vexa_platform::WcsICmp(upper.get(), L"IF") == 0) {
         // IF(x: n, z, p) is read as IF(x, n, z, p), nested calls included.
         Tokenizer::pre_parseFunction_IF(call);
-        text = vexa_parser::SplitCall(call);
+        text = SplitCall(call);
     }
 
     if (text.open < 0)
-        Fail(m_failure, text.close, ParseProblem::kFunctionWithoutArguments, callStart + text.close, 1, upper.get());
+        Fail(site.failure, text.close, ParseProblem::kFunctionWithoutArguments, callStart + text.close, 1, upper.get());
     const int position = text.close;
     level.argumentsAt = callStart + text.open + 1;
     const std::wstring& arguments = text.arguments;
     // For the enclosing-call chain of a failure inside an argument.
     level.function = upper.get();
-    level.call = vexa_parser::Piece{callStart, position + 1};
+    level.call = Piece{callStart, position + 1};
     auto fail = [&](int code, ParseProblem problem, int count) {
-        vexa_parser::Record(m_failure, code, problem, callStart, position + 1, upper.get()).count = count;
+        Record(site.failure, code, problem, callStart, position + 1, upper.get()).count = count;
         throw code;
     };
 
@@ -122,12 +116,12 @@ INode* VexaParser::parseFunction(ICalculator* owner, wchar_t* call)
         fail(100, ParseProblem::kUnknownFunction, -1);
 
     std::vector<INode*> args;
-    vexa_parser::ArgumentsGuard argumentsGuard(args);
+    ArgumentsGuard argumentsGuard(args);
     {
-        vexa_parser::DepthGuard nested(m_call_depth);
-        parseParams(owner, arguments.c_str(), args);
+        DepthGuard nested(site.callDepth);
+        site.parseArguments(site.parser, owner, arguments.c_str(), args);
     }
-    const int argumentsDepth = m_result_depth;
+    const int argumentsDepth = site.resultDepth;
 
     // The function itself decides which calls it accepts: try it once with
     // every argument set to 1.
@@ -150,7 +144,7 @@ INode* VexaParser::parseFunction(ICalculator* owner, wchar_t* call)
     }
 
     if (IsContactFunction(upper.get())) {
-        m_can_plot = false;
+        site.canPlot = false;
         int resultObjects = 0;
         for (INode* arg : args) {
             std::vector<VariableParam*> leaves;
@@ -158,8 +152,8 @@ INode* VexaParser::parseFunction(ICalculator* owner, wchar_t* call)
             if (leaves.size() != 1)
                 continue;
             const int index = leaves[0]->m_index;
-            if (index >= 0 && index < getParamsNum() &&
-                m_variable_list[static_cast<std::size_t>(index)].isResultObject())
+            if (index >= 0 && static_cast<std::size_t>(index) < site.names.size() &&
+                site.names[static_cast<std::size_t>(index)].isResultObject())
                 ++resultObjects;
         }
         if (count == 0 || resultObjects != 2)
@@ -178,23 +172,8 @@ INode* VexaParser::parseFunction(ICalculator* owner, wchar_t* call)
     }
     argumentsGuard.Dismiss();
     calculator.release();
-    m_result_depth = argumentsDepth + 1;
+    site.resultDepth = argumentsDepth + 1;
     return node;
 }
 
-void VexaParser::parseParams(ICalculator* owner, const wchar_t* arguments, std::vector<INode*>& args)
-{
-    vexa_parser::Level& level = *m_level;
-    int deepest = 0;
-    for (const vexa_parser::ArgumentText& argument : vexa_parser::SplitArguments(arguments)) {
-        if (argument.text.empty())
-            continue;
-        level.argument = static_cast<int>(args.size());
-        level.argumentAt = level.argumentsAt + argument.begin;
-        // Reserve the slot first so the node is never held outside the list.
-        args.push_back(nullptr);
-        args.back() = parseExpression(owner, argument.text.c_str());
-        deepest = std::max(deepest, m_result_depth);
-    }
-    m_result_depth = deepest;
-}
+}  // namespace vexa_parser

@@ -4,11 +4,19 @@
 #include <string>
 #include <vector>
 
+#include "vexa/core/wstring.h"
+#include "vexa/parser/parse_failure.h"
+
+class ICalculator;
+class INode;
+
 // The text of a function call, as the parser takes it apart: the name, the
 // argument text inside the outermost parentheses, and the arguments at its
-// top-level commas. VexaParser's parseFunction and parseParams
-// (function_call.cpp) build the call node from these. Internal to the parser.
+// top-level commas; and the call node built from them. Internal to the
+// parser.
 namespace vexa_parser {
+
+class Level;
 
 struct CallText {
     std::wstring name;      // as written: a letter, then letters, digits and '{'
@@ -30,6 +38,26 @@ std::vector<ArgumentText> SplitArguments(const wchar_t* arguments);
 
 // IMPACT and BISTOP, whose calls need two lone result-object arguments.
 bool IsContactFunction(const wchar_t* upperName);
+
+// What building a call node needs of the parser that met the call. The
+// arguments are expressions again: parseArguments hands them back to that
+// parser, which parses each non-empty one into a node appended to args and
+// leaves the deepest argument's tree depth in resultDepth.
+struct CallSite {
+    Level& level;  // the expression the call stands in
+    FailureSlot& failure;
+    int& callDepth;    // calls enclosing the arguments being parsed
+    int& resultDepth;  // tree depth of the node made last
+    bool& canPlot;
+    const std::vector<VEXA_WString>& names;  // the parameter list so far
+    void* parser;
+    void (*parseArguments)(void* parser, ICalculator* owner, const wchar_t* arguments, std::vector<INode*>& args);
+};
+
+// The FunctionNode of one call token, bound to owner; throws an int error
+// code, with the failure recorded, where the call cannot be made. The token
+// is changed in place for IF.
+INode* ParseCall(const CallSite& site, ICalculator* owner, wchar_t* call);
 
 }  // namespace vexa_parser
 

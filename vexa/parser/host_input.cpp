@@ -7,8 +7,8 @@
 #include "vexa/calc/expression_access.h"
 #include "vexa/core/utf8.h"
 #include "vexa/parser/name_list.h"
+#include "vexa/parser/parse_limits.h"
 #include "vexa/parser/tokenizer.h"
-#include "vexa/parser/vexa_parser.h"
 #include "vexa/tree/variable_param.h"
 
 namespace vexa {
@@ -171,7 +171,7 @@ ListCheck CheckName(const std::vector<Listed>& names, std::size_t k)
 // Names the parser's own list reading takes: letters and '{' only.
 bool Listable(const std::wstring& name)
 {
-    if (name.size() >= static_cast<std::size_t>(VexaParser::kListNameLength))
+    if (name.size() >= static_cast<std::size_t>(vexa_parser::kListNameLength))
         return false;
     for (wchar_t c : name) {
         if (!IsLetter(c) && c != L'{')

@@ -5,8 +5,8 @@
 
 #include "vexa/calc/function_factory.h"
 #include "vexa/core/platform.h"
+#include "vexa/parser/parse_limits.h"
 #include "vexa/parser/tokenizer.h"
-#include "vexa/parser/vexa_parser.h"
 
 using vexa::ParseProblem;
 
@@ -84,7 +84,7 @@ bool ReadNameList(const wchar_t* list, std::vector<VEXA_WString>& names, Failure
             names.push_back(VEXA_WString(current.c_str()));
             current.clear();
         } else if (Tokenizer::IsChar(c)) {
-            if (current.size() >= static_cast<std::size_t>(VexaParser::kListNameLength - 1))
+            if (current.size() >= static_cast<std::size_t>(vexa_parser::kListNameLength - 1))
                 return Reject(failure, ParseProblem::kListNameTooLong, NameAt(list, names.size()), L"");
             current.push_back(c);
         } else if (!c) {

@@ -2,8 +2,8 @@
 
 #include <vector>
 
+#include "vexa/parser/parse_limits.h"
 #include "vexa/parser/tokenizer.h"
-#include "vexa/parser/vexa_parser.h"
 
 namespace vexa_parser {
 
@@ -53,8 +53,8 @@ void MapToGivenText(FailureRecord& record, const wchar_t* given)
 {
     // The same pre-processing that made the level's text, this time noting
     // where each character came from. Only a failed parse gets here.
-    std::vector<wchar_t> out(VexaParser::kWorkLength);
-    std::vector<int> raw(VexaParser::kWorkLength);
+    std::vector<wchar_t> out(vexa_parser::kWorkLength);
+    std::vector<int> raw(vexa_parser::kWorkLength);
     Tokenizer::PreParse(given, out.data(), raw.data());
     const int length = static_cast<int>(Tokenizer::lengthAfterTrimmingTailWhite(out.data(), true));
     // Just past the last character kept: where "the end of the text" is.

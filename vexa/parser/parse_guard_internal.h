@@ -1,9 +1,9 @@
 #ifndef VEXA_PARSER_PARSE_GUARD_INTERNAL_H
 #define VEXA_PARSER_PARSE_GUARD_INTERNAL_H
 
+#include <deque>
+#include <stack>
 #include <vector>
-
-#include "vexa/parser/vexa_parser.h"
 
 class ICalculator;
 class INode;

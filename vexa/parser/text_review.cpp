@@ -16,9 +16,9 @@
 #include "vexa/parser/function_call.h"
 #include "vexa/parser/host_input.h"
 #include "vexa/parser/parse_diagnosis.h"
+#include "vexa/parser/parse_limits.h"
 #include "vexa/parser/text_atoms.h"
 #include "vexa/parser/tokenizer.h"
-#include "vexa/parser/vexa_parser.h"
 #include "vexa/tree/function_node.h"
 #include "vexa/tree/tree_text.h"
 #include "vexa/tree/tree_walk.h"
@@ -43,11 +43,11 @@ public:
     void Level(const wchar_t* text, const std::vector<int>& toGiven, int depth)
     {
         const std::size_t size = vexa_platform::WLen(text);
-        if (depth > VexaParser::kMaxCallDepth || size >= static_cast<std::size_t>(VexaParser::kWorkLength))
+        if (depth > vexa_parser::kMaxCallDepth || size >= static_cast<std::size_t>(vexa_parser::kWorkLength))
             return;
-        std::unique_ptr<wchar_t[]> work(new wchar_t[VexaParser::kWorkLength]);
-        std::unique_ptr<int[]> raw(new int[VexaParser::kWorkLength]);
-        std::unique_ptr<wchar_t[]> token(new wchar_t[VexaParser::kTokenLength]);
+        std::unique_ptr<wchar_t[]> work(new wchar_t[vexa_parser::kWorkLength]);
+        std::unique_ptr<int[]> raw(new int[vexa_parser::kWorkLength]);
+        std::unique_ptr<wchar_t[]> token(new wchar_t[vexa_parser::kTokenLength]);
         Tokenizer::PreParse(text, work.get(), raw.get());
         const int length = static_cast<int>(Tokenizer::lengthAfterTrimmingTailWhite(work.get(), true));
         auto given = [&](int p) { return toGiven[static_cast<std::size_t>(raw[p])]; };

@@ -4,7 +4,7 @@
 
 #include "vexa/calc/function_factory.h"
 #include "vexa/core/platform.h"
-#include "vexa/parser/vexa_parser.h"
+#include "vexa/parser/parse_limits.h"
 
 using vexa::ParseProblem;
 
@@ -44,7 +44,7 @@ namespace vexa_parser {
 // position where the token started.
 void Tokenizer::Append(wchar_t* token, int& length, wchar_t c, int tokenStart)
 {
-    if (length >= VexaParser::kTokenLength - 1)
+    if (length >= vexa_parser::kTokenLength - 1)
         Fail(m_failure, tokenStart, ParseProblem::kTokenTooLong, tokenStart, length);
     token[length++] = c;
 }

@@ -10,6 +10,7 @@
 #include "vexa/calc/expression_access.h"
 #include "vexa/core/data.h"
 #include "vexa/core/platform.h"
+#include "vexa/parser/function_call.h"
 #include "vexa/parser/name_list.h"
 #include "vexa/parser/parse_guard_internal.h"
 #include "vexa/parser/parse_level.h"
@@ -205,6 +206,36 @@ INode* VexaParser::parseVariable(ICalculator* owner, const wchar_t* name)
         m_variable_list.push_back(key);
     }
     return new VariableParam(owner, index);
+}
+
+// A call's node is built in function_call.cpp; its arguments come back here,
+// since they are expressions of this parse.
+INode* VexaParser::parseFunction(ICalculator* owner, wchar_t* call)
+{
+    const vexa_parser::CallSite site{*m_level,      m_failure,       m_call_depth, m_result_depth,
+                                     m_can_plot,    m_variable_list, this,
+                                     [](void* parser, ICalculator* o, const wchar_t* arguments,
+                                        std::vector<INode*>& args) {
+                                         static_cast<VexaParser*>(parser)->parseParams(o, arguments, args);
+                                     }};
+    return vexa_parser::ParseCall(site, owner, call);
+}
+
+void VexaParser::parseParams(ICalculator* owner, const wchar_t* arguments, std::vector<INode*>& args)
+{
+    vexa_parser::Level& level = *m_level;
+    int deepest = 0;
+    for (const vexa_parser::ArgumentText& argument : vexa_parser::SplitArguments(arguments)) {
+        if (argument.text.empty())
+            continue;
+        level.argument = static_cast<int>(args.size());
+        level.argumentAt = level.argumentsAt + argument.begin;
+        // Reserve the slot first so the node is never held outside the list.
+        args.push_back(nullptr);
+        args.back() = parseExpression(owner, argument.text.c_str());
+        deepest = std::max(deepest, m_result_depth);
+    }
+    m_result_depth = deepest;
 }
 
 INode* VexaParser::parseExpression(ICalculator* owner, const wchar_t* text)

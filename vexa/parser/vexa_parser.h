@@ -8,6 +8,7 @@
 
 #include "vexa/core/export.h"
 #include "vexa/core/wstring.h"
+#include "vexa/parser/parse_limits.h"
 
 class ICalculator;
 class INode;
@@ -25,47 +26,22 @@ struct ParserAccess;
 // it was thrown, and where in the text, is vexa::DiagnoseLastParse's answer
 // (vexa/parser/parse_diagnosis.h).
 //
-// Limits:
-// - An expression text must be shorter than 4096 characters (kWorkLength);
-//   longer texts, empty ones and a null text throw 0.
-// - One token (a number, a name, a braced name or the whole text of one
-//   function call with its arguments) holds at most 2047 characters
-//   (kTokenLength - 1); a longer one throws the position where it starts.
-// - A name in the host's parameter list holds at most 255 characters; a longer
-//   one makes parse return false.
-// - Function calls nest at most kMaxCallDepth (100) levels deep; a call that
-//   would open level 101 throws its position in the working text of the
-//   argument it stands in.
-// - The tree of an expression is at most kMaxTreeDepth (2100) nodes deep,
-//   counted from the root to the deepest leaf across operators and calls; a
-//   text whose tree would be deeper throws 0. The longest binary chains the
-//   length limit allows (such as 1+1+...+1 or 2^2^...^2 of 4095 characters,
-//   2049 nodes deep) stay within it; only texts crowded with unary signs
-//   (such as 2100 minus signs before a name) reach it.
-//
-// Why: calls nest by recursion while parsing, and every tree operation
-// (evaluation, copy, differentiation, destruction) recurses once per level of
-// the tree. With both bounds a tree can be parsed, evaluated, copied,
-// differentiated and released within a 1 MiB thread stack (a common default
-// for threads on Windows) in an optimised build. Measured on x86-64: an
-// operator level costs these operations at most about 320 bytes (2100 levels:
-// about 670 KiB), a call level at most about 800 bytes, and a parse level
-// about 1 KiB since its working buffers live on the heap. Operator chains and
-// parentheses are reduced on heap stacks and do not recurse while parsing.
+// Limits: the sizes of vexa/parser/parse_limits.h, which says what each one
+// bounds and why.
 //
 // A call of a registered function continues into that function's tree, in
 // the test evaluation and in every evaluation after it, so these per-text
 // bounds do not bound a composition. parse therefore also measures how deep
 // the finished tree's evaluation goes, registered functions included, and
 // throws vexa::kCallsTooDeep (-1002) past the limit of vexa/calc/callee.h,
-// which every text within the bounds above meets.
+// which every text within those sizes meets.
 class VEXA_API VexaParser {
 public:
-    static constexpr int kWorkLength = 4096;
-    static constexpr int kTokenLength = 2048;
-    static constexpr int kListNameLength = 256;
-    static constexpr int kMaxCallDepth = 100;
-    static constexpr int kMaxTreeDepth = 2100;
+    static constexpr int kWorkLength = vexa_parser::kWorkLength;
+    static constexpr int kTokenLength = vexa_parser::kTokenLength;
+    static constexpr int kListNameLength = vexa_parser::kListNameLength;
+    static constexpr int kMaxCallDepth = vexa_parser::kMaxCallDepth;
+    static constexpr int kMaxTreeDepth = vexa_parser::kMaxTreeDepth;
 
     VexaParser();
     VexaParser(const VexaParser& other);
@@ -105,7 +81,7 @@ private:
     int getIndexOfVariable(const VEXA_WString& name);
     INode* parseVariable(ICalculator* owner, const wchar_t* name);
 
-    // Function calls (function_call.cpp).
+    // Function calls, built by vexa/parser/function_call.h.
     INode* parseFunction(ICalculator* owner, wchar_t* call);
     void parseParams(ICalculator* owner, const wchar_t* arguments, std::vector<INode*>& args);
 

@@ -1,13 +1,19 @@
+#include "vexa/tree/tree_cost.h"
+
 #include <algorithm>
 #include <typeinfo>
 #include <vector>
 
 #include "vexa/calc/callee.h"
-#include "vexa/calc/expression_tree.h"
 #include "vexa/tree/function_node.h"
 #include "vexa/tree/operater_node.h"
 
-namespace vexa_calc {
+namespace vexa_tree {
+
+using vexa_calc::CalleeCost;
+using vexa_calc::kCallCost;
+using vexa_calc::kMaxCost;
+using vexa_calc::kNodeCost;
 
 // Runs on every SetRoot, so over every parsed, copied and derived tree: the
 // node type sorts out the leaves, one type comparison the exact inner
@@ -58,4 +64,4 @@ int TreeCost(INode* root)
     return deepest > kMaxCost ? kMaxCost + 1 : static_cast<int>(deepest);
 }
 
-}  // namespace vexa_calc
+}  // namespace vexa_tree

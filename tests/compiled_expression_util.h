@@ -1,5 +1,5 @@
-#ifndef VEXA_TESTS_COMPILED_FORM_UTIL_H
-#define VEXA_TESTS_COMPILED_FORM_UTIL_H
+#ifndef VEXA_TESTS_COMPILED_EXPRESSION_UTIL_H
+#define VEXA_TESTS_COMPILED_EXPRESSION_UTIL_H
 
 // Helpers of the tests of vexa::CompiledExpression: parsing, registering,
 // the reference answer of Evaluate at a point, and generated expressions.
@@ -99,9 +99,9 @@ inline std::string Show(const vexa::Outcome& o)
 
 // Random expressions in x, y, z over every computing built-in, the
 // operators, and the registered functions the caller names.
-class Generator {
+class ComputingCaseGenerator {
 public:
-    Generator(unsigned seed, std::vector<std::string> registered, bool smooth)
+    ComputingCaseGenerator(unsigned seed, std::vector<std::string> registered, bool smooth)
         : m_rng(seed), m_registered(std::move(registered)), m_smooth(smooth)
     {
     }
