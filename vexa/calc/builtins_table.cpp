@@ -12,7 +12,7 @@ namespace {
 // computed value. Insertion order matters only for the duplicates: DXYZ and
 // VXYZ come twice and the first row wins. "add" is reserved without an
 // implementation.
-const Row kRows[] = {
+const NameRow kRows[] = {
 #define VEXA_NAME_ROW(Name, Text, ...) {L"" Text, Implementation(vexa_ops::k##Name)},
     VEXA_OPERATIONS(VEXA_NAME_ROW)
 #undef VEXA_NAME_ROW
@@ -95,10 +95,10 @@ const Row kRows[] = {
 };
 
 // Operators and the program's own instructions have no name: left out.
-const std::vector<Row>& Named() {
-    static const std::vector<Row> rows = [] {
-        std::vector<Row> named;
-        for (const Row& row : kRows) {
+const std::vector<NameRow>& Named() {
+    static const std::vector<NameRow> rows = [] {
+        std::vector<NameRow> named;
+        for (const NameRow& row : kRows) {
             if (row.name[0] != L'\0') named.push_back(row);
         }
         return named;
@@ -108,7 +108,7 @@ const std::vector<Row>& Named() {
 
 }  // namespace
 
-const Row* Table() {
+const NameRow* Table() {
     return Named().data();
 }
 

@@ -59,7 +59,7 @@ void FunctionFactory::init() {
 bool FunctionFactory::InitBuildInMap() {
     delete keywordsmap;
     keywordsmap = new std::map<VEXA_WString, BuildInFunctionPtr>();
-    const vexa_builtins::Row* rows = vexa_builtins::Table();
+    const vexa_builtins::NameRow* rows = vexa_builtins::Table();
     for (std::size_t i = 0; i < vexa_builtins::TableSize(); ++i) {
         // insert keeps the first entry of a name listed twice.
         keywordsmap->insert(std::make_pair(VEXA_WString(rows[i].name), rows[i].function));
