@@ -46,6 +46,23 @@ void ValueLowering::WriteArgs(const Instr& in, std::uint32_t from)
     }
 }
 
+// Where the convention passes a call's lead xmm arguments and, for a series,
+// the array of the rest and its length; false where they do not all go in
+// registers.
+bool ValueLowering::PlaceArguments(const CallTarget& target, int lead, std::vector<int>& xmm, int& array,
+                                   int& length) const
+{
+    ArgumentCursor args(m_frame.convention());
+    xmm.assign(static_cast<std::size_t>(lead), -1);
+    for (int& x : xmm) {
+        if ((x = args.NextXmm()) < 0)
+            return false;
+    }
+    array = target.lead >= 0 ? args.NextInt() : 0;
+    length = target.lead >= 0 ? args.NextInt() : 0;
+    return array >= 0 && length >= 0;
+}
+
 // False where the list does not fit the registers and scratch room the
 // call passes it in.
 bool ValueLowering::List(const Instr& in, std::size_t at)
@@ -56,15 +73,10 @@ bool ValueLowering::List(const Instr& in, std::size_t at)
     if (!target.value || !m_frame.HasScratch() || in.b < static_cast<std::uint32_t>(n) ||
         in.b - static_cast<std::uint32_t>(n) > kScratchSlots)
         return false;
-    ArgumentCursor args(m_frame.convention());
-    std::vector<int> xmm(static_cast<std::size_t>(n));
-    for (int& x : xmm) {
-        if ((x = args.NextXmm()) < 0)
-            return false;
-    }
-    const int array = target.lead >= 0 ? args.NextInt() : 0;
-    const int length = target.lead >= 0 ? args.NextInt() : 0;
-    if (array < 0 || length < 0)
+    std::vector<int> xmm;
+    int array = 0;
+    int length = 0;
+    if (!PlaceArguments(target, n, xmm, array, length))
         return false;
     m_xmms.SpillAll(at);
     if (target.lead >= 0)
@@ -99,15 +111,10 @@ bool ValueLowering::CallShifted(const CallTarget& target, const Instr& in, int s
             m_em.ArithPool(0x5C, x, m_step);
         }
     };
-    ArgumentCursor args(m_frame.convention());
-    std::vector<int> xmm(static_cast<std::size_t>(lead));
-    for (int& x : xmm) {
-        if ((x = args.NextXmm()) < 0)
-            return false;
-    }
-    const int array = target.lead >= 0 ? args.NextInt() : 0;
-    const int length = target.lead >= 0 ? args.NextInt() : 0;
-    if (array < 0 || length < 0)
+    std::vector<int> xmm;
+    int array = 0;
+    int length = 0;
+    if (!PlaceArguments(target, lead, xmm, array, length))
         return false;
     // A series takes the arguments after its leading ones as an array.
     for (int k = lead; k < n; ++k) {
