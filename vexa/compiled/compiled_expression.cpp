@@ -5,6 +5,7 @@
 #include "vexa/calc/expression_access.h"
 #include "vexa/calc/expression_tree.h"
 #include "vexa/compiled/program/compiler.h"
+#include "vexa/compiled/program/shaped_program.h"
 #include "vexa/compiled/x86_64/machine_code.h"
 #include "vexa/core/data_access.h"
 #include "vexa/core/inline_hints.h"
@@ -23,6 +24,9 @@ struct CompiledRoot {
     // evaluated often enough to repay it (see RunsBeforeMachineCode).
     std::unique_ptr<vexa_compiled::MachineCode> machine;
     int runs = 0;
+    // The program for evaluations with rows and matrices among the held
+    // parameters, or for a tree the scalar program does not cover.
+    vexa_compiled::ShapedCache shaped;
 };
 
 namespace {
@@ -129,18 +133,15 @@ bool CalculateCompiled(Expression& e, VEXA_Data& result)
     CompiledRoot*& compiled = ExpressionAccess::Compiled(e);
     if (!compiled)
         compiled = MakeCompiled(e);
-    if (!compiled->program)
-        return false;
     // The program reads scalars; a parameter it needs that is missing or of
-    // another kind is the tree's to handle.
+    // another kind is the shaped program's or the tree's to handle.
     const int count = ExpressionAccess::ParamCount(e);
-    if (count < compiled->program->neededParams())
-        return false;
     const VEXA_Data* held = ExpressionAccess::Params(e);
-    for (const auto& load : compiled->program->paramLoads()) {
-        if (!DataAccess::IsScalar(held[load.first]))
-            return false;
-    }
+    bool scalars = compiled->program && count >= compiled->program->neededParams();
+    for (std::size_t i = 0; scalars && i < compiled->program->paramLoads().size(); ++i)
+        scalars = DataAccess::IsScalar(held[compiled->program->paramLoads()[i].first]);
+    if (!scalars)
+        return vexa_compiled::EvaluateShaped(compiled->shaped, ExpressionAccess::Root(e), &e, held, count, result);
     return Run(*compiled, held, result);
 }
 
@@ -150,3 +151,9 @@ void DestroyCompiled(CompiledRoot* compiled)
 }
 
 }  // namespace vexa_calc
+
+std::size_t vexa_compiled::ShapedProgramSize(Expression& e)
+{
+    const vexa_calc::CompiledRoot* c = vexa_calc::ExpressionAccess::Compiled(e);
+    return c && c->shaped.program ? c->shaped.program->size() : 0;
+}

@@ -38,6 +38,29 @@ struct DataAccess {
         d.m_space[0] = v;
     }
 
+    // The shape and elements of any value, read without a call.
+    static int Rows(const VEXA_Data& d) { return d.m_row; }
+    static int Cols(const VEXA_Data& d) { return d.m_col; }
+    static const double* Elements(const VEXA_Data& d) { return d.m_data; }
+
+    // d = a value of rows x cols holding the elements v, in the inline buffer
+    // as a copy of such a value would be; false, d untouched, where the
+    // value does not fit there (more than nine elements, or none).
+    static bool AssignInline(VEXA_Data& d, int rows, int cols, const double* v)
+    {
+        if (rows < 1 || cols < 1 || rows > 9 || cols > 9 || rows * cols > 9)
+            return false;
+        if (d.m_data != d.m_space) {
+            d.iReleaseData();
+            d.m_data = d.m_space;
+        }
+        d.m_row = rows;
+        d.m_col = cols;
+        for (int e = 0; e < rows * cols; ++e)
+            d.m_space[e] = v[e];
+        return true;
+    }
+
 private:
     template <class T>
     static int Offset(T VEXA_Data::*field)

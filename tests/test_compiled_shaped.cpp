@@ -1,0 +1,292 @@
+// Evaluations with rows and matrices among the parameters against the tree:
+// generated expressions over scalars, 1 x 3 and 1 x 2 rows, 3 x 3 and 2 x 3
+// matrices, mostly of shapes that combine and now and then of shapes that do
+// not, evaluated both ways over parameter sets of the declared shapes, of
+// other shapes, with nulls and too few values. Result bits and shape, the
+// answer of Evaluate, the thrown code and the held parameters must agree.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "vexa/calc/expression_access.h"
+#include "vexa/compiled/program/shaped_program.h"
+#include "vexa/vexa.h"
+
+namespace {
+
+using vexa_calc::ExpressionAccess;
+
+struct Dims {
+    int rows;
+    int cols;
+};
+
+// The parameters: names and declared shapes, in the parser's order.
+const wchar_t kNames[] = L"S,T,U,V,W,M,N,R,B";
+const Dims kShapes[] = {{1, 1}, {1, 1}, {1, 3}, {1, 3}, {1, 3}, {3, 3}, {3, 3}, {1, 2}, {2, 3}};
+const char* const kLetters[] = {"S", "T", "U", "V", "W", "M", "N", "R", "B"};
+constexpr int kParams = 9;
+
+enum Kind { kScalar, kRow3, kMat3, kRow2, kMat23, kKinds };
+
+class Generator {
+public:
+    explicit Generator(unsigned seed) : m_rng(seed) {}
+
+    int Uniform(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(m_rng); }
+
+    // An expression of the kind k; one in twelve subexpressions is of any
+    // kind, so that some shapes do not combine.
+    std::string Of(Kind k, int depth)
+    {
+        if (depth > 0 && Uniform(0, 11) == 0)
+            k = static_cast<Kind>(Uniform(0, kKinds - 1));
+        if (depth <= 0 || Uniform(0, 3) == 0)
+            return Leaf(k);
+        const std::string s = Of(kScalar, depth - 1);
+        switch (k) {
+        case kScalar:
+            switch (Uniform(0, 5)) {
+            case 0: return "SIN(" + s + ")";
+            case 1: return "COS(" + Of(kScalar, depth - 1) + ")";
+            case 2: return "-" + s;
+            case 3: return "(" + s + "/" + Of(kScalar, depth - 1) + ")";
+            case 4: return s + "**" + Leaf(kScalar);
+            default: return "(" + s + Pick("+-*") + Of(kScalar, depth - 1) + ")";
+            }
+        case kRow3:
+            switch (Uniform(0, 8)) {
+            case 0: return "(" + Of(kRow3, depth - 1) + "%" + Of(kRow3, depth - 1) + ")";
+            case 1: return Of(kRow3, depth - 1) + "*" + Of(kMat3, depth - 1);
+            case 2: return Of(kRow2, depth - 1) + "*" + Of(kMat23, depth - 1);
+            case 3: return "-" + Of(kRow3, depth - 1);
+            default: return Mixed(kRow3, s, depth);
+            }
+        case kMat3:
+            if (Uniform(0, 2) == 0)
+                return Of(kMat3, depth - 1) + "*" + Of(kMat3, depth - 1);
+            return Mixed(kMat3, s, depth);
+        case kMat23:
+            if (Uniform(0, 2) == 0)
+                return Of(kMat23, depth - 1) + "*" + Of(kMat3, depth - 1);
+            return Mixed(kMat23, s, depth);
+        default: return Mixed(k, s, depth);
+        }
+    }
+
+    double Value()
+    {
+        static const double kSpecial[] = {0.0, -0.0, 1.0, -1.0, 2.0, 1e300, -1e-300,
+                                          std::numeric_limits<double>::infinity(),
+                                          std::numeric_limits<double>::quiet_NaN()};
+        if (Uniform(0, 4) == 0)
+            return kSpecial[Uniform(0, sizeof(kSpecial) / sizeof(kSpecial[0]) - 1)];
+        return std::uniform_real_distribution<double>(-4.0, 4.0)(m_rng);
+    }
+
+    VEXA_Data Make(int rows, int cols)
+    {
+        if (rows == 1 && cols == 1)
+            return VEXA_Data(Value());
+        VEXA_Data v(rows, cols);
+        for (int e = 0; e < rows * cols; ++e)
+            v.getValue()[e] = Value();
+        return v;
+    }
+
+private:
+    // Sums, differences, scaling and division of a shaped value.
+    std::string Mixed(Kind k, const std::string& s, int depth)
+    {
+        switch (Uniform(0, 4)) {
+        case 0: return s + "*" + Of(k, depth - 1);
+        case 1: return Of(k, depth - 1) + "*" + s;
+        case 2: return "(" + Of(k, depth - 1) + "/" + s + ")";
+        default: return "(" + Of(k, depth - 1) + Pick("+-") + Of(k, depth - 1) + ")";
+        }
+    }
+
+    std::string Leaf(Kind k)
+    {
+        static const char* const kConstants[] = {"0", "1", "2.5", "1E-3", "PI", "1E300"};
+        switch (k) {
+        case kScalar:
+            return Uniform(0, 1) ? kConstants[Uniform(0, 5)] : kLetters[Uniform(0, 1)];
+        case kRow3: return kLetters[Uniform(2, 4)];
+        case kMat3: return kLetters[Uniform(5, 6)];
+        case kRow2: return "R";
+        default: return "B";
+        }
+    }
+
+    std::string Pick(const char* ops) { return std::string(1, ops[Uniform(0, static_cast<int>(std::strlen(ops)) - 1)]); }
+
+    std::mt19937 m_rng;
+};
+
+std::string Bits(const VEXA_Data& v)
+{
+    int rows = 0, cols = 0;
+    v.getDataInfo(rows, cols);
+    std::string s = std::to_string(v.getType()) + ":" + std::to_string(rows) + "x" + std::to_string(cols) + ":";
+    if (v.getType() != DT_NULL)
+        s.append(reinterpret_cast<const char*>(v.getValue()), sizeof(double) * static_cast<std::size_t>(rows * cols));
+    return s;
+}
+
+// Everything a host sees of one evaluation.
+std::string Outcome(ICalculator* calc, std::vector<VEXA_Data>& params, int count)
+{
+    VEXA_Data result;
+    std::string seen;
+    try {
+        seen = calc->Evaluate(count, params.data(), result) ? "true " : "false ";
+    } catch (int code) {
+        seen = "threw " + std::to_string(code) + " ";
+    }
+    seen += Bits(result);
+    for (int i = 0; i < calc->getParamCount(); ++i)
+        seen += "|" + Bits(calc->getParam(i));
+    return seen;
+}
+
+// The sets an expression is evaluated over: most of the declared shapes (a
+// signature the program keeps), then others that change it.
+std::vector<VEXA_Data> MakeSet(Generator& g, int set)
+{
+    std::vector<VEXA_Data> values;
+    for (int i = 0; i < kParams; ++i) {
+        Dims d = kShapes[i];
+        if (set >= 5 && g.Uniform(0, 3) == 0) {
+            static const Dims kOther[] = {{1, 1}, {1, 3}, {3, 3}, {1, 2}, {2, 3}, {3, 1}, {0, 0}};
+            d = kOther[g.Uniform(0, 6)];
+        }
+        values.push_back(d.rows == 0 ? VEXA_Data() : g.Make(d.rows, d.cols));
+    }
+    return values;
+}
+
+TEST(ShapedProgram, AgreesWithTheTreeBitForBit)
+{
+    const char* seed = std::getenv("VEXA_DIFF_SEED");
+    Generator g(seed ? static_cast<unsigned>(std::strtoul(seed, nullptr, 10)) : 20261125u);
+    int parsed = 0, shaped = 0;
+    for (int round = 0; round < 1500; ++round) {
+        const std::string text = g.Of(static_cast<Kind>(g.Uniform(0, kKinds - 1)), g.Uniform(1, 5));
+        const std::wstring wide(text.begin(), text.end());
+        VexaParser parser;
+        ICalculator* calc = nullptr;
+        std::wstring names = kNames;
+        try {
+            if (!parser.parse(wide.c_str(), &names[0], &calc))
+                continue;
+        } catch (int) {
+            continue;
+        }
+        ASSERT_EQ(parser.getParamsNum(), kParams);
+        ++parsed;
+        Expression* e = static_cast<Expression*>(calc);
+        Expression* twin = e->Copy();
+        ExpressionAccess::SetCompilable(*twin, false);
+        bool ran = false;
+        for (int set = 0; set < 9; ++set) {
+            std::vector<VEXA_Data> values = MakeSet(g, set);
+            const int count = set == 8 ? kParams - 1 - g.Uniform(0, 3) : kParams;
+            std::vector<VEXA_Data> copy = values;
+            const std::string fast = Outcome(e, values, count);
+            ran = ran || vexa_compiled::ShapedProgramSize(*e) > 0;
+            const std::string slow = Outcome(twin, copy, count);
+            ASSERT_EQ(fast, slow) << text << " set " << set;
+        }
+        shaped += ran;
+        twin->Release();
+        calc->Release();
+    }
+    std::printf("%d parsed, %d ran as shaped programs\n", parsed, shaped);
+    EXPECT_GT(parsed, 1400);
+    EXPECT_GT(shaped, parsed / 3);
+}
+
+// Which trees get a shaped program for the declared shapes: those whose
+// shapes combine, and no other.
+TEST(ShapedProgram, CoversExactlyTheShapesThatCombine)
+{
+    struct Case {
+        const char* text;
+        bool covered;
+    } const kCases[] = {
+        {"(U-V)%W", true},
+        {"S*(V-U)+T*(W-U)", true},
+        {"U+V*M", true},
+        {"U+W%(V*M)", true},
+        {"M*N*M", true},
+        {"M+SIN(S)*N+(1-COS(S))*N*N", true},
+        {"R*B*M/S", true},
+        {"STEP(S,0,0,0.5,1)*U*M", true},
+        {"-S*(U-V)-T*W", true},
+        {"-U", false},         // 0 - U: a scalar and a row
+        {"M*U", false},        // 3 x 3 times 1 x 3
+        {"U%M", false},
+        {"S%T", false},
+        {"U*V", false},
+        {"SIN(U)", false},     // a built-in of a row
+        {"U**2", false},
+        {"S/U", false},
+        {"U+R", false},
+        {"B*B", false},
+    };
+    Generator g(7);
+    for (const Case& c : kCases) {
+        const std::wstring wide(c.text, c.text + std::strlen(c.text));
+        VexaParser parser;
+        ICalculator* calc = nullptr;
+        std::wstring names = kNames;
+        ASSERT_TRUE(parser.parse(wide.c_str(), &names[0], &calc)) << c.text;
+        std::vector<VEXA_Data> values = MakeSet(g, 0);
+        VEXA_Data result;
+        try {
+            calc->Evaluate(kParams, values.data(), result);
+        } catch (int) {
+        }
+        EXPECT_EQ(vexa_compiled::ShapedProgramSize(*static_cast<Expression*>(calc)) > 0, c.covered) << c.text;
+        calc->Release();
+    }
+}
+
+// Division by a zero or NaN scalar stops the run where the tree throws, and
+// a signature that keeps changing ends in the tree, with the tree's values
+// throughout.
+TEST(ShapedProgram, StopsAndSignatureChangesGiveTheTreesOutcome)
+{
+    VexaParser parser;
+    ICalculator* calc = nullptr;
+    std::wstring names = kNames;
+    ASSERT_TRUE(parser.parse(L"(U+V)/S+W*M/T", &names[0], &calc));
+    Expression* twin = static_cast<Expression*>(calc)->Copy();
+    ExpressionAccess::SetCompilable(*twin, false);
+    Generator g(11);
+    const double divisors[] = {0.0, -0.0, std::numeric_limits<double>::quiet_NaN(), 3.0};
+    for (int round = 0; round < 24; ++round) {
+        std::vector<VEXA_Data> values = MakeSet(g, 0);
+        values[0] = VEXA_Data(divisors[round % 4]);
+        if (round >= 8 && round % 2 == 0) {
+            // Alternate between 1 x 3 and 1 x 2 rows: more signatures than
+            // the bound allows.
+            values[2] = g.Make(1, 2);
+            values[3] = g.Make(1, 2);
+            values[4] = g.Make(1, 2);
+        }
+        std::vector<VEXA_Data> copy = values;
+        EXPECT_EQ(Outcome(calc, values, kParams), Outcome(twin, copy, kParams)) << round;
+    }
+    twin->Release();
+    calc->Release();
+}
+
+}  // namespace

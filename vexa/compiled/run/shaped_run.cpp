@@ -1,0 +1,132 @@
+#include "vexa/calc/operation_math.h"
+#include "vexa/compiled/program/shaped_program.h"
+#include "vexa/core/float_ops.h"
+#include "vexa/core/inline_hints.h"
+
+namespace vexa_compiled {
+
+namespace {
+
+using vexa_core::Difference;
+using vexa_core::Product;
+using vexa_core::Quotient;
+using vexa_core::Sum;
+
+enum class Next { kGo, kUseTree, kDone };
+
+// A scalar instruction of the table: the row's formula over 1 x 1 operands,
+// read from its operand shape. Rows a shaped program never holds stop.
+template <Op op>
+VEXA_FORCE_INLINE Next Scalar(const ShapedInstr* ip, double* r, const std::uint32_t* argSlots)
+{
+    constexpr Operands shape = OperandsOf(op);
+    if constexpr (op == kReturn) {
+        return Next::kDone;
+    } else if constexpr (kRows[op].kind == Kind::kInternal) {
+        return Next::kUseTree;
+    } else if constexpr (shape == Operands::kOne) {
+        const double* v = r + ip->a;
+        if (!Accepts<kRows[op].refusal>(v))
+            return Next::kUseTree;
+        r[ip->d] = Math<op>::Value(v, 1);
+        return Next::kGo;
+    } else if constexpr (shape == Operands::kTwo) {
+        const double v[2] = {r[ip->a], r[ip->b]};
+        if (!Accepts<kRows[op].refusal>(v))
+            return Next::kUseTree;
+        r[ip->d] = Math<op>::Value(v, 2);
+        return Next::kGo;
+    } else {
+        static_assert(kRows[op].refusal == Refusal::kNone, "a list built-in that refuses needs a stop here");
+        double v[kMostArguments];
+        const std::uint32_t* slots = argSlots + ip->a;
+        const int n = static_cast<int>(ip->b);
+        for (int k = 0; k < n; ++k)
+            v[k] = r[slots[k]];
+        r[ip->d] = Math<op>::Value(v, n);
+        return Next::kGo;
+    }
+}
+
+// The value arithmetic's own loops (vexa/core/data_arith.cpp), operand for
+// operand: a sum adds the left element to the right one, a matrix product
+// starts at 0 and adds the terms in k order.
+VEXA_FORCE_INLINE Next Shaped(const ShapedInstr* ip, double* r)
+{
+    double* d = r + ip->d;
+    const double* x = r + ip->a;
+    const double* y = r + ip->b;
+    const std::uint32_t n = ip->n;
+    switch (ip->op) {
+    case kSumEach:
+        for (std::uint32_t e = 0; e < n; ++e)
+            d[e] = Sum(y[e], x[e]);
+        return Next::kGo;
+    case kDifferenceEach:
+        for (std::uint32_t e = 0; e < n; ++e)
+            d[e] = Difference(x[e], y[e]);
+        return Next::kGo;
+    case kScaleEach: {
+        const double k = y[0];
+        for (std::uint32_t e = 0; e < n; ++e)
+            d[e] = Product(x[e], k);
+        return Next::kGo;
+    }
+    case kQuotientEach: {
+        const double k = y[0];
+        if (!(0 < k || 0 > k))
+            return Next::kUseTree;
+        for (std::uint32_t e = 0; e < n; ++e)
+            d[e] = Quotient(x[e], k);
+        return Next::kGo;
+    }
+    case kMatrixProduct: {
+        const std::uint32_t inner = ip->inner;
+        const std::uint32_t cols = ip->cols;
+        for (std::uint32_t i = 0; i < n; ++i) {
+            for (std::uint32_t j = 0; j < cols; ++j) {
+                double sum = 0.0;
+                for (std::uint32_t k = 0; k < inner; ++k)
+                    sum = Sum(sum, Product(x[i * inner + k], y[k * cols + j]));
+                d[i * cols + j] = sum;
+            }
+        }
+        return Next::kGo;
+    }
+    case kCrossProduct: {
+        // Into temporaries first: the formula reads every operand element.
+        const double c0 = Difference(Product(x[1], y[2]), Product(x[2], y[1]));
+        const double c1 = Difference(Product(x[2], y[0]), Product(x[0], y[2]));
+        const double c2 = Difference(Product(x[0], y[1]), Product(x[1], y[0]));
+        d[0] = c0;
+        d[1] = c1;
+        d[2] = c2;
+        return Next::kGo;
+    }
+    default:
+        return Next::kUseTree;
+    }
+}
+
+}  // namespace
+
+RunResult ShapedProgram::Run(double* r) const
+{
+    const std::uint32_t* argSlots = m_arg_slots.data();
+    for (const ShapedInstr* ip = m_code.data();; ++ip) {
+        Next next;
+        switch (ip->op) {
+#define VEXA_SHAPED_CASE(Name, ...) \
+    case k##Name: next = Scalar<k##Name>(ip, r, argSlots); break;
+            VEXA_OPERATIONS(VEXA_SHAPED_CASE)
+#undef VEXA_SHAPED_CASE
+        default: next = Shaped(ip, r); break;
+        }
+        if (next == Next::kUseTree)
+            return RunResult::kUseTree;
+        if (next == Next::kDone)
+            return RunResult::kDone;
+    }
+}
+
+}  // namespace vexa_compiled
