@@ -54,3 +54,9 @@ target_sources(test_compiled_emitter PRIVATE ${PROJECT_SOURCE_DIR}/vexa/compiled
 if(VEXA_SANITIZE)
   target_compile_definitions(test_core_executable_arena PRIVATE VEXA_ARENA_TEST_EXPRESSIONS=20000)
 endif()
+
+# Shaped evaluations once more with machine code for the scalar program from
+# the first repeated evaluation on: its exit for rows and matrices must reach
+# the shaped program with the same outcome.
+add_test(NAME compiled_shaped_machine_code COMMAND test_compiled_shaped)
+set_tests_properties(compiled_shaped_machine_code PROPERTIES ENVIRONMENT "VEXA_MACHINE_CODE_AFTER=0")

@@ -47,15 +47,25 @@ inline bool Run(CompiledRoot& c, const VEXA_Data* held, VEXA_Data& result)
     return true;
 }
 
-bool LongExit(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result)
-{
-    return ExpressionAccess::EvaluateLong(static_cast<Expression&>(self), count, params, result);
-}
-
 bool TreeExit(ICalculator& self, int, VEXA_Data*, VEXA_Data& result)
 {
     result = CalculateTree(ExpressionAccess::Root(static_cast<Expression&>(self)));
     return result.getType() != DT_NULL;
+}
+
+// Rows and matrices of the shapes the shaped program was made for go to it
+// directly; anything else the long way.
+bool LongExit(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result)
+{
+    Expression& e = static_cast<Expression&>(self);
+    switch (vexa_compiled::EvaluateShapedInPlace(ExpressionAccess::Compiled(e)->shaped, count, params,
+                                                 ExpressionAccess::Params(e), ExpressionAccess::ParamCount(e),
+                                                 result)) {
+    case vexa_compiled::ShapedEntry::kDone: return true;
+    case vexa_compiled::ShapedEntry::kUseTree: return TreeExit(self, count, params, result);
+    case vexa_compiled::ShapedEntry::kNotTaken: break;
+    }
+    return ExpressionAccess::EvaluateLong(e, count, params, result);
 }
 
 bool AssignExit(VEXA_Data& result, double v)
@@ -122,6 +132,8 @@ VEXA_NOINLINE CompiledRoot* MakeCompiled(Expression& e)
         made->registers = made->program->initialRegisters();
         made->space.args.resize(static_cast<std::size_t>(made->program->callArity()));
         ExpressionAccess::SetFastPath(e, FastEvaluate);
+    } else {
+        ExpressionAccess::SetFastPath(e, LongExit);
     }
     return made.release();
 }

@@ -42,6 +42,7 @@ struct DataAccess {
     static int Rows(const VEXA_Data& d) { return d.m_row; }
     static int Cols(const VEXA_Data& d) { return d.m_col; }
     static const double* Elements(const VEXA_Data& d) { return d.m_data; }
+    static double* MutableElements(VEXA_Data& d) { return d.m_data; }
 
     // d = a value of rows x cols holding the elements v, in the inline buffer
     // as a copy of such a value would be; false, d untouched, where the

@@ -334,6 +334,60 @@ bool ShapedCompiler::Function(FunctionNode& node, const Value* args, int count, 
     return true;
 }
 
+namespace {
+
+// Runs the program over the held values, whose shapes are its signature.
+bool RunOver(ShapedCache& cache, const ShapedProgram& program, const VEXA_Data* held, VEXA_Data& result)
+{
+    double* r = cache.slots.data();
+    for (const ShapedProgram::Load& load : program.loads()) {
+        const double* from = DataAccess::Elements(held[load.param]);
+        for (std::uint32_t e = 0; e < load.count; ++e)
+            r[load.slot + e] = from[e];
+    }
+    if (program.Run(r) != RunResult::kDone)
+        return false;
+    const Shape shape = program.resultShape();
+    const double* v = r + program.resultSlot();
+    if (!DataAccess::AssignInline(result, shape.rows, shape.cols, v)) {
+        VEXA_Data made(shape.rows, shape.cols);
+        double* to = made.getValue();
+        const std::int64_t n = std::int64_t(shape.rows) * shape.cols;
+        for (std::int64_t e = 0; e < n; ++e)
+            to[e] = v[e];
+        result = made;
+    }
+    return true;
+}
+
+bool HasShape(const VEXA_Data& v, Shape s)
+{
+    return DataAccess::Elements(v) && DataAccess::Rows(v) == s.rows && DataAccess::Cols(v) == s.cols;
+}
+
+}  // namespace
+
+ShapedEntry EvaluateShapedInPlace(ShapedCache& cache, int count, const VEXA_Data* params, VEXA_Data* held,
+                                  int heldCount, VEXA_Data& result)
+{
+    const ShapedProgram* program = cache.program.get();
+    if (!program || count != heldCount || !held || cache.signature.size() != static_cast<std::size_t>(count))
+        return ShapedEntry::kNotTaken;
+    for (int i = 0; i < count; ++i) {
+        const Shape s = cache.signature[static_cast<std::size_t>(i)];
+        if (s.rows * s.cols > 9 || !HasShape(params[i], s) || !HasShape(held[i], s))
+            return ShapedEntry::kNotTaken;
+    }
+    for (int i = 0; i < count; ++i) {
+        const Shape s = cache.signature[static_cast<std::size_t>(i)];
+        const double* from = DataAccess::Elements(params[i]);
+        double* to = DataAccess::MutableElements(held[i]);
+        for (int e = 0; e < s.rows * s.cols; ++e)
+            to[e] = from[e];
+    }
+    return RunOver(cache, *program, held, result) ? ShapedEntry::kDone : ShapedEntry::kUseTree;
+}
+
 bool EvaluateShaped(ShapedCache& cache, INode* root, ICalculator* owner, const VEXA_Data* held, int count,
                     VEXA_Data& result)
 {
@@ -365,27 +419,7 @@ bool EvaluateShaped(ShapedCache& cache, INode* root, ICalculator* owner, const V
         }
     }
     const ShapedProgram* program = cache.program.get();
-    if (!program)
-        return false;
-    double* r = cache.slots.data();
-    for (const ShapedProgram::Load& load : program->loads()) {
-        const double* from = DataAccess::Elements(held[load.param]);
-        for (std::uint32_t e = 0; e < load.count; ++e)
-            r[load.slot + e] = from[e];
-    }
-    if (program->Run(r) != RunResult::kDone)
-        return false;
-    const Shape shape = program->resultShape();
-    const double* v = r + program->resultSlot();
-    if (!DataAccess::AssignInline(result, shape.rows, shape.cols, v)) {
-        VEXA_Data made(shape.rows, shape.cols);
-        double* to = made.getValue();
-        const std::int64_t n = std::int64_t(shape.rows) * shape.cols;
-        for (std::int64_t e = 0; e < n; ++e)
-            to[e] = v[e];
-        result = made;
-    }
-    return true;
+    return program && RunOver(cache, *program, held, result);
 }
 
 }  // namespace vexa_compiled

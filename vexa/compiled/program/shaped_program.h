@@ -117,6 +117,16 @@ struct ShapedCache {
 bool EvaluateShaped(ShapedCache& cache, INode* root, ICalculator* owner, const VEXA_Data* held, int count,
                     VEXA_Data& result);
 
+// Evaluate in one step where the cache holds a program for the signature
+// the parameters bring and every held value already has the shape of its
+// parameter, at most nine elements each: the parameter copy then writes the
+// elements in place, as the assignment of the general copy would. kNotTaken
+// leaves everything untouched; kUseTree has copied the parameters and the
+// tree must evaluate.
+enum class ShapedEntry { kNotTaken, kDone, kUseTree };
+ShapedEntry EvaluateShapedInPlace(ShapedCache& cache, int count, const VEXA_Data* params, VEXA_Data* held,
+                                  int heldCount, VEXA_Data& result);
+
 // The instruction count of the shaped program e holds for its last
 // signature, 0 for none: for tests that must know which way an evaluation
 // went.
