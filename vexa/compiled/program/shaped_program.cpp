@@ -28,6 +28,10 @@ constexpr std::int64_t kMostElements = 4096;
 constexpr std::int64_t kMostSlots = std::int64_t(1) << 20;
 constexpr std::size_t kMostInstructions = std::size_t(1) << 18;
 
+// The elements a value holds in its own buffer; a parameter of at most as
+// many is loaded, and a result written, as the whole buffer at once.
+constexpr int kInlineElements = 9;
+
 // Signatures that may replace one another before the expression is left to
 // the tree for good.
 constexpr int kMostCompiles = 5;
@@ -72,7 +76,7 @@ private:
     bool Function(FunctionNode& node, const Value* args, int count, Value& out);
     bool Emit(std::uint8_t op, Shape shape, std::uint32_t a, std::uint32_t b, std::uint32_t n,
               std::uint32_t inner, std::uint32_t cols, Value& out);
-    bool Allocate(Shape shape, std::uint32_t& slot);
+    bool Allocate(Shape shape, std::uint32_t& slot, std::int64_t room = 0);
 
     ICalculator* m_owner;
     const VEXA_Data* m_held;
@@ -143,7 +147,8 @@ std::unique_ptr<ShapedProgram> ShapedCompiler::Build(INode* root)
     p.m_code.push_back({kReturn, 0, 0, 0, 0, 0, 0});
     p.m_result = values.back().slot;
     p.m_result_shape = values.back().shape;
-    p.m_init.resize(static_cast<std::size_t>(m_slots), 0.0);
+    // Room after the last slot for a whole inline buffer read from any slot.
+    p.m_init.resize(static_cast<std::size_t>(m_slots + kInlineElements), 0.0);
     return std::move(m_program);
 }
 
@@ -165,13 +170,16 @@ bool ShapedCompiler::Finish(INode* node, const Value* args, int count, Value& ou
     return false;
 }
 
-bool ShapedCompiler::Allocate(Shape shape, std::uint32_t& slot)
+// At least room slots are reserved, so that a whole inline buffer may be
+// written there.
+bool ShapedCompiler::Allocate(Shape shape, std::uint32_t& slot, std::int64_t room)
 {
     const std::int64_t n = std::int64_t(shape.rows) * shape.cols;
-    if (n < 1 || n > kMostElements || m_slots + n > kMostSlots)
+    const std::int64_t taken = n > room ? n : room;
+    if (n < 1 || n > kMostElements || m_slots + taken > kMostSlots)
         return false;
     slot = static_cast<std::uint32_t>(m_slots);
-    m_slots += n;
+    m_slots += taken;
     return true;
 }
 
@@ -216,7 +224,7 @@ bool ShapedCompiler::Param(int index, Value& out)
     if (index < 0 || index >= m_count)
         return false;
     const Shape shape = SignatureShape(m_held[index]);
-    if (shape.rows == 0 || !Allocate(shape, out.slot))
+    if (shape.rows == 0 || !Allocate(shape, out.slot, kInlineElements))
         return false;
     out.shape = shape;
     m_program->m_loads.push_back(
@@ -341,15 +349,20 @@ bool RunOver(ShapedCache& cache, const ShapedProgram& program, const VEXA_Data* 
 {
     double* r = cache.slots.data();
     for (const ShapedProgram::Load& load : program.loads()) {
-        const double* from = DataAccess::Elements(held[load.param]);
-        for (std::uint32_t e = 0; e < load.count; ++e)
-            r[load.slot + e] = from[e];
+        const VEXA_Data& from = held[load.param];
+        if (load.count <= kInlineElements && DataAccess::IsInline(from)) {
+            DataAccess::CopyBuffer(r + load.slot, from);
+        } else {
+            const double* elements = DataAccess::Elements(from);
+            for (std::uint32_t e = 0; e < load.count; ++e)
+                r[load.slot + e] = elements[e];
+        }
     }
     if (program.Run(r) != RunResult::kDone)
         return false;
     const Shape shape = program.resultShape();
     const double* v = r + program.resultSlot();
-    if (!DataAccess::AssignInline(result, shape.rows, shape.cols, v)) {
+    if (!DataAccess::AssignBuffer(result, shape.rows, shape.cols, v)) {
         VEXA_Data made(shape.rows, shape.cols);
         double* to = made.getValue();
         const std::int64_t n = std::int64_t(shape.rows) * shape.cols;
@@ -360,9 +373,10 @@ bool RunOver(ShapedCache& cache, const ShapedProgram& program, const VEXA_Data* 
     return true;
 }
 
+// Of shape s, in the inline buffer (s has at most nine elements).
 bool HasShape(const VEXA_Data& v, Shape s)
 {
-    return DataAccess::Elements(v) && DataAccess::Rows(v) == s.rows && DataAccess::Cols(v) == s.cols;
+    return DataAccess::IsInline(v) && DataAccess::Rows(v) == s.rows && DataAccess::Cols(v) == s.cols;
 }
 
 }  // namespace
@@ -375,16 +389,13 @@ ShapedEntry EvaluateShapedInPlace(ShapedCache& cache, int count, const VEXA_Data
         return ShapedEntry::kNotTaken;
     for (int i = 0; i < count; ++i) {
         const Shape s = cache.signature[static_cast<std::size_t>(i)];
-        if (s.rows * s.cols > 9 || !HasShape(params[i], s) || !HasShape(held[i], s))
+        if (s.rows * s.cols > kInlineElements || !HasShape(params[i], s) || !HasShape(held[i], s))
             return ShapedEntry::kNotTaken;
     }
-    for (int i = 0; i < count; ++i) {
-        const Shape s = cache.signature[static_cast<std::size_t>(i)];
-        const double* from = DataAccess::Elements(params[i]);
-        double* to = DataAccess::MutableElements(held[i]);
-        for (int e = 0; e < s.rows * s.cols; ++e)
-            to[e] = from[e];
-    }
+    // Both in their inline buffers: the whole buffer, as the assignment
+    // copies it.
+    for (int i = 0; i < count; ++i)
+        DataAccess::CopyInlineValue(held[i], params[i]);
     return RunOver(cache, *program, held, result) ? ShapedEntry::kDone : ShapedEntry::kUseTree;
 }
 

@@ -48,6 +48,50 @@ VEXA_FORCE_INLINE Next Scalar(const ShapedInstr* ip, double* r, const std::uint3
     }
 }
 
+// f over the elements 0 .. n-1, with the counts of rows and matrices of
+// three known to the compiler, which then unrolls them.
+template <class F>
+VEXA_FORCE_INLINE void Each(std::uint32_t n, F f)
+{
+    if (n == 3) {
+        for (std::uint32_t e = 0; e < 3; ++e)
+            f(e);
+    } else if (n == 9) {
+        for (std::uint32_t e = 0; e < 9; ++e)
+            f(e);
+    } else {
+        for (std::uint32_t e = 0; e < n; ++e)
+            f(e);
+    }
+}
+
+template <typename Count>
+VEXA_FORCE_INLINE void MatrixProduct(double* d, const double* x, const double* y, Count rows, Count inner,
+                                     Count cols)
+{
+    for (Count i = 0; i < rows; ++i) {
+        for (Count j = 0; j < cols; ++j) {
+            double sum = 0.0;
+            for (Count k = 0; k < inner; ++k)
+                sum = Sum(sum, Product(x[i * inner + k], y[k * cols + j]));
+            d[i * cols + j] = sum;
+        }
+    }
+}
+
+template <std::uint32_t kRowCount, std::uint32_t kInner, std::uint32_t kCols>
+VEXA_FORCE_INLINE void FixedProduct(double* d, const double* x, const double* y)
+{
+    for (std::uint32_t i = 0; i < kRowCount; ++i) {
+        for (std::uint32_t j = 0; j < kCols; ++j) {
+            double sum = 0.0;
+            for (std::uint32_t k = 0; k < kInner; ++k)
+                sum = Sum(sum, Product(x[i * kInner + k], y[k * kCols + j]));
+            d[i * kCols + j] = sum;
+        }
+    }
+}
+
 // The value arithmetic's own loops (vexa/core/data_arith.cpp), operand for
 // operand: a sum adds the left element to the right one, a matrix product
 // starts at 0 and adds the terms in k order.
@@ -59,38 +103,32 @@ VEXA_FORCE_INLINE Next Shaped(const ShapedInstr* ip, double* r)
     const std::uint32_t n = ip->n;
     switch (ip->op) {
     case kSumEach:
-        for (std::uint32_t e = 0; e < n; ++e)
-            d[e] = Sum(y[e], x[e]);
+        Each(n, [=](std::uint32_t e) { d[e] = Sum(y[e], x[e]); });
         return Next::kGo;
     case kDifferenceEach:
-        for (std::uint32_t e = 0; e < n; ++e)
-            d[e] = Difference(x[e], y[e]);
+        Each(n, [=](std::uint32_t e) { d[e] = Difference(x[e], y[e]); });
         return Next::kGo;
     case kScaleEach: {
         const double k = y[0];
-        for (std::uint32_t e = 0; e < n; ++e)
-            d[e] = Product(x[e], k);
+        Each(n, [=](std::uint32_t e) { d[e] = Product(x[e], k); });
         return Next::kGo;
     }
     case kQuotientEach: {
         const double k = y[0];
         if (!(0 < k || 0 > k))
             return Next::kUseTree;
-        for (std::uint32_t e = 0; e < n; ++e)
-            d[e] = Quotient(x[e], k);
+        Each(n, [=](std::uint32_t e) { d[e] = Quotient(x[e], k); });
         return Next::kGo;
     }
     case kMatrixProduct: {
         const std::uint32_t inner = ip->inner;
         const std::uint32_t cols = ip->cols;
-        for (std::uint32_t i = 0; i < n; ++i) {
-            for (std::uint32_t j = 0; j < cols; ++j) {
-                double sum = 0.0;
-                for (std::uint32_t k = 0; k < inner; ++k)
-                    sum = Sum(sum, Product(x[i * inner + k], y[k * cols + j]));
-                d[i * cols + j] = sum;
-            }
-        }
+        if (inner == 3 && cols == 3 && n == 1)
+            FixedProduct<1, 3, 3>(d, x, y);
+        else if (inner == 3 && cols == 3 && n == 3)
+            FixedProduct<3, 3, 3>(d, x, y);
+        else
+            MatrixProduct(d, x, y, n, inner, cols);
         return Next::kGo;
     }
     case kCrossProduct: {
