@@ -73,7 +73,8 @@ struct DataAccess {
     // their inline buffers, as the assignment copies it.
     static void CopyInlineValue(VEXA_Data& to, const VEXA_Data& from)
     {
-        std::memcpy(to.m_space, from.m_space, sizeof to.m_space);
+        if (&to != &from)
+            std::memcpy(to.m_space, from.m_space, sizeof to.m_space);
     }
 
 private:

@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <map>
-#include <new>
 #include <typeinfo>
 #include <unordered_map>
 
@@ -414,20 +413,18 @@ bool EvaluateShaped(ShapedCache& cache, INode* root, ICalculator* owner, const V
         ++cache.compiles;
         cache.program.reset();
         signature.clear();
-        // Without memory for a program the tree goes on; the signature stays
-        // empty so that the next evaluation tries again (within the bound).
-        try {
-            std::unique_ptr<ShapedProgram> made = ShapedProgram::Compile(root, owner, held, count);
-            std::vector<double> slots = made ? made->initialSlots() : std::vector<double>();
-            for (int i = 0; i < count; ++i)
-                signature.push_back(SignatureShape(held[i]));
-            cache.slots.swap(slots);
-            cache.program = std::move(made);
-        } catch (const std::bad_alloc&) {
-            signature.clear();
-            cache.program.reset();
-            return false;
-        }
+        // Exhausted memory passes to the caller, as it does when the scalar
+        // program is made; the cache is then empty and the next evaluation
+        // tries again (within the bound).
+        std::unique_ptr<ShapedProgram> made = ShapedProgram::Compile(root, owner, held, count);
+        std::vector<double> slots = made ? made->initialSlots() : std::vector<double>();
+        std::vector<Shape> shapes;
+        shapes.reserve(static_cast<std::size_t>(count));
+        for (int i = 0; i < count; ++i)
+            shapes.push_back(SignatureShape(held[i]));
+        signature.swap(shapes);
+        cache.slots.swap(slots);
+        cache.program = std::move(made);
     }
     const ShapedProgram* program = cache.program.get();
     return program && RunOver(cache, *program, held, result);
