@@ -14,6 +14,10 @@
 #include <string>
 #include <vector>
 
+#if defined(__x86_64__)
+#include <xmmintrin.h>
+#endif
+
 #include "vexa/calc/expression_access.h"
 #include "vexa/compiled/program/shaped_program.h"
 #include "vexa/vexa.h"
@@ -82,7 +86,7 @@ public:
 
     double Value()
     {
-        static const double kSpecial[] = {0.0, -0.0, 1.0, -1.0, 2.0, 1e300, -1e-300,
+        static const double kSpecial[] = {0.0, -0.0, 1.0, -1.0, 2.0, 1e300, -1e-300, 2.5e-320, -1e-310,
                                           std::numeric_limits<double>::infinity(),
                                           std::numeric_limits<double>::quiet_NaN()};
         if (Uniform(0, 4) == 0)
@@ -172,12 +176,34 @@ std::vector<VEXA_Data> MakeSet(Generator& g, int set)
     return values;
 }
 
-TEST(ShapedProgram, AgreesWithTheTreeBitForBit)
+void Agree(ICalculator* calc, Generator& g, const std::string& text, bool& ran)
 {
-    const char* seed = std::getenv("VEXA_DIFF_SEED");
-    Generator g(seed ? static_cast<unsigned>(std::strtoul(seed, nullptr, 10)) : 20261125u);
-    int parsed = 0, shaped = 0;
-    for (int round = 0; round < 1500; ++round) {
+    Expression* twin = static_cast<Expression*>(calc)->Copy();
+    ExpressionAccess::SetCompilable(*twin, false);
+    for (int set = 0; set < 9; ++set) {
+        std::vector<VEXA_Data> values = MakeSet(g, set);
+        const int count = set == 8 ? kParams - 1 - g.Uniform(0, 3) : kParams;
+        std::vector<VEXA_Data> copy = values;
+        const std::string fast = Outcome(calc, values, count);
+        ran = ran || vexa_compiled::ShapedProgramSize(*static_cast<Expression*>(calc)) > 0;
+        const std::string slow = Outcome(twin, copy, count);
+        ASSERT_EQ(fast, slow) << text << " set " << set;
+    }
+    twin->Release();
+}
+
+// Generated expressions and their derivatives, under the floating-point
+// settings mxcsr (0: the default environment).
+void Differential(unsigned seed, int rounds, unsigned mxcsr)
+{
+#if defined(__x86_64__)
+    const unsigned saved = _mm_getcsr();
+    if (mxcsr)
+        _mm_setcsr(mxcsr);
+#endif
+    Generator g(seed);
+    int parsed = 0, shaped = 0, derived = 0;
+    for (int round = 0; round < rounds && !::testing::Test::HasFatalFailure(); ++round) {
         const std::string text = g.Of(static_cast<Kind>(g.Uniform(0, kKinds - 1)), g.Uniform(1, 5));
         const std::wstring wide(text.begin(), text.end());
         VexaParser parser;
@@ -189,28 +215,49 @@ TEST(ShapedProgram, AgreesWithTheTreeBitForBit)
         } catch (int) {
             continue;
         }
-        ASSERT_EQ(parser.getParamsNum(), kParams);
         ++parsed;
-        Expression* e = static_cast<Expression*>(calc);
-        Expression* twin = e->Copy();
-        ExpressionAccess::SetCompilable(*twin, false);
         bool ran = false;
-        for (int set = 0; set < 9; ++set) {
-            std::vector<VEXA_Data> values = MakeSet(g, set);
-            const int count = set == 8 ? kParams - 1 - g.Uniform(0, 3) : kParams;
-            std::vector<VEXA_Data> copy = values;
-            const std::string fast = Outcome(e, values, count);
-            ran = ran || vexa_compiled::ShapedProgramSize(*e) > 0;
-            const std::string slow = Outcome(twin, copy, count);
-            ASSERT_EQ(fast, slow) << text << " set " << set;
+        Agree(calc, g, text, ran);
+        ICalculator* d = nullptr;
+        try {
+            d = calc->getDerivativeCalculator(g.Uniform(0, kParams - 1));
+        } catch (int) {
+        }
+        if (d) {
+            bool ranDerivative = false;
+            Agree(d, g, "d " + text, ranDerivative);
+            derived += ranDerivative;
+            d->Release();
         }
         shaped += ran;
-        twin->Release();
         calc->Release();
     }
-    std::printf("%d parsed, %d ran as shaped programs\n", parsed, shaped);
-    EXPECT_GT(parsed, 1400);
+#if defined(__x86_64__)
+    _mm_setcsr(saved);
+#endif
+    std::printf("%d parsed, %d ran as shaped programs, %d derivatives did\n", parsed, shaped, derived);
+    EXPECT_GT(parsed, rounds * 9 / 10);
     EXPECT_GT(shaped, parsed / 3);
+}
+
+TEST(ShapedProgram, AgreesWithTheTreeBitForBit)
+{
+    const char* seed = std::getenv("VEXA_DIFF_SEED");
+    Differential(seed ? static_cast<unsigned>(std::strtoul(seed, nullptr, 10)) : 20261125u, 1500, 0);
+}
+
+// Every rounding direction, with and without flushing subnormals: the
+// program runs the tree's operations under the host's settings.
+TEST(ShapedProgram, AgreesWithTheTreeUnderEveryFloatingPointSetting)
+{
+#if defined(__x86_64__)
+    for (unsigned rounding = 0; rounding < 4; ++rounding) {
+        for (unsigned flush : {0u, 0x8040u})
+            Differential(100 + rounding, 150, 0x1F80u | rounding << 13 | flush);
+    }
+#else
+    GTEST_SKIP() << "sets the x86-64 control register";
+#endif
 }
 
 // Which trees get a shaped program for the declared shapes: those whose

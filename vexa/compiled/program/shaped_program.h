@@ -33,14 +33,20 @@ class Expression;
 // so nothing the host can see happens before such a stop. Internal.
 namespace vexa_compiled {
 
-// The instructions of shaped programs beyond the table's scalar ones.
+// The instructions of shaped programs beyond the table's scalar ones:
+//   SumEach         d[e] = b[e] + a[e] over n elements
+//   DifferenceEach  d[e] = a[e] - b[e]
+//   ScaleEach       d[e] = a[e] * k, k the scalar in b
+//   QuotientEach    d[e] = a[e] / k, k in b; a zero or NaN k stops
+//   MatrixProduct   n x inner times inner x cols
+//   CrossProduct    1 x 3 rows
+#define VEXA_SHAPED_OPERATIONS(X) X(SumEach) X(DifferenceEach) X(ScaleEach) X(QuotientEach) X(MatrixProduct) X(CrossProduct)
+
 enum ShapedOp : std::uint8_t {
-    kSumEach = kOpCount,  // d[e] = b[e] + a[e] over n elements
-    kDifferenceEach,      // d[e] = a[e] - b[e]
-    kScaleEach,           // d[e] = a[e] * k, k the scalar in b
-    kQuotientEach,        // d[e] = a[e] / k, k in b; a zero or NaN k stops
-    kMatrixProduct,       // rows x inner times inner x cols
-    kCrossProduct,        // 1 x 3 rows
+    kShapedOpStart = kOpCount - 1,  // the first of its own is kOpCount
+#define VEXA_SHAPED_ENUM(Name) k##Name,
+    VEXA_SHAPED_OPERATIONS(VEXA_SHAPED_ENUM)
+#undef VEXA_SHAPED_ENUM
     kShapedOpEnd
 };
 

@@ -95,32 +95,26 @@ VEXA_FORCE_INLINE void FixedProduct(double* d, const double* x, const double* y)
 // The value arithmetic's own loops (vexa/core/data_arith.cpp), operand for
 // operand: a sum adds the left element to the right one, a matrix product
 // starts at 0 and adds the terms in k order.
-VEXA_FORCE_INLINE Next Shaped(const ShapedInstr* ip, double* r)
+template <std::uint8_t op>
+VEXA_FORCE_INLINE Next Own(const ShapedInstr* ip, double* r)
 {
     double* d = r + ip->d;
     const double* x = r + ip->a;
     const double* y = r + ip->b;
     const std::uint32_t n = ip->n;
-    switch (ip->op) {
-    case kSumEach:
+    if constexpr (op == kSumEach) {
         Each(n, [=](std::uint32_t e) { d[e] = Sum(y[e], x[e]); });
-        return Next::kGo;
-    case kDifferenceEach:
+    } else if constexpr (op == kDifferenceEach) {
         Each(n, [=](std::uint32_t e) { d[e] = Difference(x[e], y[e]); });
-        return Next::kGo;
-    case kScaleEach: {
+    } else if constexpr (op == kScaleEach) {
         const double k = y[0];
         Each(n, [=](std::uint32_t e) { d[e] = Product(x[e], k); });
-        return Next::kGo;
-    }
-    case kQuotientEach: {
+    } else if constexpr (op == kQuotientEach) {
         const double k = y[0];
         if (!(0 < k || 0 > k))
             return Next::kUseTree;
         Each(n, [=](std::uint32_t e) { d[e] = Quotient(x[e], k); });
-        return Next::kGo;
-    }
-    case kMatrixProduct: {
+    } else if constexpr (op == kMatrixProduct) {
         const std::uint32_t inner = ip->inner;
         const std::uint32_t cols = ip->cols;
         if (inner == 3 && cols == 3 && n == 1)
@@ -129,9 +123,8 @@ VEXA_FORCE_INLINE Next Shaped(const ShapedInstr* ip, double* r)
             FixedProduct<3, 3, 3>(d, x, y);
         else
             MatrixProduct(d, x, y, n, inner, cols);
-        return Next::kGo;
-    }
-    case kCrossProduct: {
+    } else {
+        static_assert(op == kCrossProduct, "every instruction of its own has its loop here");
         // Into temporaries first: the formula reads every operand element.
         const double c0 = Difference(Product(x[1], y[2]), Product(x[2], y[1]));
         const double c1 = Difference(Product(x[2], y[0]), Product(x[0], y[2]));
@@ -139,26 +132,58 @@ VEXA_FORCE_INLINE Next Shaped(const ShapedInstr* ip, double* r)
         d[0] = c0;
         d[1] = c1;
         d[2] = c2;
-        return Next::kGo;
     }
-    default:
-        return Next::kUseTree;
-    }
+    return Next::kGo;
 }
 
 }  // namespace
 
+#if defined(__GNUC__)
+// Threaded dispatch, as the scalar interpreter's: the table's rows, then the
+// instructions of its own, each ending in its own indirect jump.
+RunResult ShapedProgram::Run(double* r) const
+{
+    static void* const kJump[kShapedOpEnd] = {
+#define VEXA_SHAPED_JUMP(Name, ...) &&op_##Name,
+        VEXA_OPERATIONS(VEXA_SHAPED_JUMP) VEXA_SHAPED_OPERATIONS(VEXA_SHAPED_JUMP)
+#undef VEXA_SHAPED_JUMP
+    };
+    const std::uint32_t* argSlots = m_arg_slots.data();
+    const ShapedInstr* ip = m_code.data();
+    goto* kJump[ip->op];
+
+#define VEXA_SHAPED_LABEL(Name, Call)      \
+    op_##Name:                             \
+    switch (Call) {                        \
+    case Next::kGo: break;                 \
+    case Next::kUseTree: return RunResult::kUseTree; \
+    case Next::kDone: return RunResult::kDone;       \
+    }                                      \
+    ++ip;                                  \
+    goto* kJump[ip->op];
+#define VEXA_SHAPED_TABLE_LABEL(Name, ...) VEXA_SHAPED_LABEL(Name, (Scalar<k##Name>(ip, r, argSlots)))
+#define VEXA_SHAPED_OWN_LABEL(Name) VEXA_SHAPED_LABEL(Name, (Own<k##Name>(ip, r)))
+    VEXA_OPERATIONS(VEXA_SHAPED_TABLE_LABEL)
+    VEXA_SHAPED_OPERATIONS(VEXA_SHAPED_OWN_LABEL)
+#undef VEXA_SHAPED_OWN_LABEL
+#undef VEXA_SHAPED_TABLE_LABEL
+#undef VEXA_SHAPED_LABEL
+}
+#else
 RunResult ShapedProgram::Run(double* r) const
 {
     const std::uint32_t* argSlots = m_arg_slots.data();
     for (const ShapedInstr* ip = m_code.data();; ++ip) {
-        Next next;
+        Next next = Next::kUseTree;
         switch (ip->op) {
 #define VEXA_SHAPED_CASE(Name, ...) \
     case k##Name: next = Scalar<k##Name>(ip, r, argSlots); break;
             VEXA_OPERATIONS(VEXA_SHAPED_CASE)
 #undef VEXA_SHAPED_CASE
-        default: next = Shaped(ip, r); break;
+#define VEXA_SHAPED_OWN_CASE(Name) \
+    case k##Name: next = Own<k##Name>(ip, r); break;
+            VEXA_SHAPED_OPERATIONS(VEXA_SHAPED_OWN_CASE)
+#undef VEXA_SHAPED_OWN_CASE
         }
         if (next == Next::kUseTree)
             return RunResult::kUseTree;
@@ -166,5 +191,6 @@ RunResult ShapedProgram::Run(double* r) const
             return RunResult::kDone;
     }
 }
+#endif
 
 }  // namespace vexa_compiled
