@@ -45,10 +45,10 @@ struct DataAccess {
     static int Cols(const VEXA_Data& d) { return d.m_col; }
     static const double* Elements(const VEXA_Data& d) { return d.m_data; }
 
-    // d = a value of rows x cols whose elements are the first of the nine
-    // at v, in the inline buffer as a copy of such a value would be (all nine
-    // copied); false, d untouched, where it does not fit there.
-    static bool AssignBuffer(VEXA_Data& d, int rows, int cols, const double* v)
+    // d = a value of rows x cols whose elements are the first at v, in the
+    // inline buffer as a copy of such a value would be; false, d untouched,
+    // where it does not fit there.
+    static bool AssignInline(VEXA_Data& d, int rows, int cols, const double* v)
     {
         if (rows < 1 || cols < 1 || rows > 9 || cols > 9 || rows * cols > 9)
             return false;
@@ -58,7 +58,10 @@ struct DataAccess {
         }
         d.m_row = rows;
         d.m_col = cols;
-        std::memcpy(d.m_space, v, sizeof d.m_space);
+        // Element by element: v was just written that way, and wider reads
+        // of it would wait for the writes to drain.
+        for (int e = 0; e < rows * cols; ++e)
+            d.m_space[e] = v[e];
         return true;
     }
 

@@ -28,7 +28,8 @@ constexpr std::int64_t kMostSlots = std::int64_t(1) << 20;
 constexpr std::size_t kMostInstructions = std::size_t(1) << 18;
 
 // The elements a value holds in its own buffer; a parameter of at most as
-// many is loaded, and a result written, as the whole buffer at once.
+// many is copied and loaded as the whole buffer at once, into slots with
+// room for it.
 constexpr int kInlineElements = 9;
 
 // Signatures that may replace one another before the expression is left to
@@ -146,8 +147,7 @@ std::unique_ptr<ShapedProgram> ShapedCompiler::Build(INode* root)
     p.m_code.push_back({kReturn, 0, 0, 0, 0, 0, 0});
     p.m_result = values.back().slot;
     p.m_result_shape = values.back().shape;
-    // Room after the last slot for a whole inline buffer read from any slot.
-    p.m_init.resize(static_cast<std::size_t>(m_slots + kInlineElements), 0.0);
+    p.m_init.resize(static_cast<std::size_t>(m_slots), 0.0);
     return std::move(m_program);
 }
 
@@ -361,7 +361,7 @@ bool RunOver(ShapedCache& cache, const ShapedProgram& program, const VEXA_Data* 
         return false;
     const Shape shape = program.resultShape();
     const double* v = r + program.resultSlot();
-    if (!DataAccess::AssignBuffer(result, shape.rows, shape.cols, v)) {
+    if (!DataAccess::AssignInline(result, shape.rows, shape.cols, v)) {
         VEXA_Data made(shape.rows, shape.cols);
         double* to = made.getValue();
         const std::int64_t n = std::int64_t(shape.rows) * shape.cols;
