@@ -81,3 +81,8 @@ if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
       COMMAND_EXPAND_LISTS)
   endforeach()
 endif()
+# Shaped evaluations once more with machine code for the scalar program from
+# the first repeated evaluation on: its exit for rows and matrices must reach
+# the shaped program with the same outcome.
+add_test(NAME compiled_shaped_machine_code COMMAND test_compiled_shaped)
+set_tests_properties(compiled_shaped_machine_code PROPERTIES ENVIRONMENT "VEXA_MACHINE_CODE_AFTER=0")

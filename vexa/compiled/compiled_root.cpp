@@ -6,6 +6,7 @@
 
 #include "vexa/calc/expression_access.h"
 #include "vexa/compiled/program/compiler.h"
+#include "vexa/compiled/program/shaped_program.h"
 #include "vexa/compiled/x86_64/machine_code.h"
 #include "vexa/core/data_access.h"
 #include "vexa/core/inline_hints.h"
@@ -25,6 +26,9 @@ struct CompiledRoot {
     // evaluated often enough to repay it (see RunsBeforeMachineCode).
     std::unique_ptr<vexa_compiled::MachineCode> machine;
     int runs = 0;
+    // The program for evaluations with rows and matrices among the held
+    // parameters, or for a tree the scalar program does not cover.
+    vexa_compiled::ShapedCache shaped;
 };
 
 }  // namespace vexa_calc
@@ -50,15 +54,25 @@ inline bool Run(CompiledRoot& c, const VEXA_Data* held, VEXA_Data& result)
     return true;
 }
 
-bool LongExit(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result)
-{
-    return ExpressionAccess::EvaluateLong(static_cast<Expression&>(self), count, params, result);
-}
-
 bool TreeExit(ICalculator& self, int, VEXA_Data*, VEXA_Data& result)
 {
     result = vexa_tree::CalculateTree(ExpressionAccess::Root(static_cast<Expression&>(self)));
     return result.getType() != DT_NULL;
+}
+
+// Rows and matrices of the shapes the shaped program was made for go to it
+// directly; anything else the long way.
+bool LongExit(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result)
+{
+    Expression& e = static_cast<Expression&>(self);
+    switch (vexa_compiled::EvaluateShapedInPlace(ExpressionAccess::Compiled(e)->shaped, count, params,
+                                                 ExpressionAccess::Params(e), ExpressionAccess::ParamCount(e),
+                                                 result)) {
+    case vexa_compiled::ShapedEntry::kDone: return true;
+    case vexa_compiled::ShapedEntry::kUseTree: return TreeExit(self, count, params, result);
+    case vexa_compiled::ShapedEntry::kNotTaken: break;
+    }
+    return ExpressionAccess::EvaluateLong(e, count, params, result);
 }
 
 bool AssignExit(VEXA_Data& result, double v)
@@ -125,6 +139,8 @@ VEXA_NOINLINE CompiledRoot* MakeCompiled(Expression& e)
         made->registers = made->program->initialRegisters();
         made->space.args.resize(static_cast<std::size_t>(made->program->callArity()));
         ExpressionAccess::SetFastPath(e, FastEvaluate);
+    } else {
+        ExpressionAccess::SetFastPath(e, LongExit);
     }
     return made.release();
 }
@@ -136,24 +152,27 @@ bool CalculateCompiled(Expression& e, VEXA_Data& result)
     CompiledRoot*& compiled = ExpressionAccess::Compiled(e);
     if (!compiled)
         compiled = MakeCompiled(e);
-    if (!compiled->program)
-        return false;
     // The program reads scalars; a parameter it needs that is missing or of
-    // another kind is the tree's to handle.
+    // another kind is the shaped program's or the tree's to handle.
     const int count = ExpressionAccess::ParamCount(e);
-    if (count < compiled->program->neededParams())
-        return false;
     const VEXA_Data* held = ExpressionAccess::Params(e);
-    for (const auto& load : compiled->program->paramLoads()) {
-        if (!DataAccess::IsScalar(held[load.first]))
-            return false;
-    }
+    bool scalars = compiled->program && count >= compiled->program->neededParams();
+    for (std::size_t i = 0; scalars && i < compiled->program->paramLoads().size(); ++i)
+        scalars = DataAccess::IsScalar(held[compiled->program->paramLoads()[i].first]);
+    if (!scalars)
+        return vexa_compiled::EvaluateShaped(compiled->shaped, ExpressionAccess::Root(e), &e, held, count, result);
     return Run(*compiled, held, result);
 }
 
 void DestroyCompiled(CompiledRoot* compiled)
 {
     delete compiled;
+}
+
+std::size_t ShapedProgramSize(Expression& e)
+{
+    const CompiledRoot* c = ExpressionAccess::Compiled(e);
+    return c && c->shaped.program ? c->shaped.program->size() : 0;
 }
 
 }  // namespace vexa_compiled

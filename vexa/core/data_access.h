@@ -1,6 +1,8 @@
 #ifndef VEXA_CORE_DATA_ACCESS_H
 #define VEXA_CORE_DATA_ACCESS_H
 
+#include <cstring>
+
 #include "vexa/core/data.h"
 
 namespace vexa_core {
@@ -36,6 +38,46 @@ struct DataAccess {
         d.m_row = 1;
         d.m_col = 1;
         d.m_space[0] = v;
+    }
+
+    // The shape and elements of any value, read without a call.
+    static int Rows(const VEXA_Data& d) { return d.m_row; }
+    static int Cols(const VEXA_Data& d) { return d.m_col; }
+    static const double* Elements(const VEXA_Data& d) { return d.m_data; }
+
+    // d = a value of rows x cols whose elements are the first at v, in the
+    // inline buffer as a copy of such a value would be; false, d untouched,
+    // where it does not fit there.
+    static bool AssignInline(VEXA_Data& d, int rows, int cols, const double* v)
+    {
+        if (rows < 1 || cols < 1 || rows > 9 || cols > 9 || rows * cols > 9)
+            return false;
+        if (d.m_data != d.m_space) {
+            d.iReleaseData();
+            d.m_data = d.m_space;
+        }
+        d.m_row = rows;
+        d.m_col = cols;
+        // Element by element: v was just written that way, and wider reads
+        // of it would wait for the writes to drain.
+        for (int e = 0; e < rows * cols; ++e)
+            d.m_space[e] = v[e];
+        return true;
+    }
+
+    // Whether d's elements are in its inline buffer.
+    static bool IsInline(const VEXA_Data& d) { return d.m_data == d.m_space; }
+
+    // The nine doubles of the inline buffer of a value of at most nine
+    // elements (it always holds them there) into to.
+    static void CopyBuffer(double* to, const VEXA_Data& from) { std::memcpy(to, from.m_space, sizeof from.m_space); }
+
+    // to = from for two values of the same shape of at most nine elements:
+    // their inline buffers, as the assignment copies it.
+    static void CopyInlineValue(VEXA_Data& to, const VEXA_Data& from)
+    {
+        if (&to != &from)
+            std::memcpy(to.m_space, from.m_space, sizeof to.m_space);
     }
 
 private:

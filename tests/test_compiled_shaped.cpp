@@ -1,0 +1,300 @@
+// Evaluations with rows and matrices among the parameters against the tree:
+// generated expressions, mostly of shapes that combine, over parameters of
+// the declared shapes, of others, nulls and too few; result bits and shape,
+// answer, thrown code and held parameters must agree.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cmath>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#if defined(__x86_64__)
+#include <xmmintrin.h>
+#endif
+
+#include "vexa/calc/expression_access.h"
+#include "vexa/compiled/program/shaped_program.h"
+#include "vexa/vexa.h"
+
+namespace {
+
+using vexa_calc::ExpressionAccess;
+using Dims = vexa_compiled::Shape;
+
+// The parameters: names and declared shapes, in the parser's order.
+const wchar_t kNames[] = L"S,T,U,V,W,M,N,R,B";
+const Dims kShapes[] = {{1, 1}, {1, 1}, {1, 3}, {1, 3}, {1, 3}, {3, 3}, {3, 3}, {1, 2}, {2, 3}};
+const char* const kLetters[] = {"S", "T", "U", "V", "W", "M", "N", "R", "B"};
+constexpr int kParams = 9;
+
+enum Kind { kScalar, kRow3, kMat3, kRow2, kMat23, kKinds };
+
+class Generator {
+public:
+    explicit Generator(unsigned seed) : m_rng(seed) {}
+
+    int Uniform(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(m_rng); }
+
+    // An expression of the kind k; one in twelve subexpressions is of any
+    // kind, so that some shapes do not combine.
+    std::string Of(Kind k, int depth)
+    {
+        if (depth > 0 && Uniform(0, 11) == 0)
+            k = static_cast<Kind>(Uniform(0, kKinds - 1));
+        if (depth <= 0 || Uniform(0, 3) == 0)
+            return Leaf(k);
+        const std::string s = Of(kScalar, depth - 1);
+        switch (k) {
+        case kScalar:
+            switch (Uniform(0, 5)) {
+            case 0: return "SIN(" + s + ")";
+            case 1: return "COS(" + Of(kScalar, depth - 1) + ")";
+            case 2: return "-" + s;
+            case 3: return "(" + s + "/" + Of(kScalar, depth - 1) + ")";
+            case 4: return s + "**" + Leaf(kScalar);
+            default: return "(" + s + std::string(1, "+-*"[Uniform(0, 2)]) + Of(kScalar, depth - 1) + ")";
+            }
+        case kRow3:
+            switch (Uniform(0, 8)) {
+            case 0: return "(" + Of(kRow3, depth - 1) + "%" + Of(kRow3, depth - 1) + ")";
+            case 1: return Of(kRow3, depth - 1) + "*" + Of(kMat3, depth - 1);
+            case 2: return Of(kRow2, depth - 1) + "*" + Of(kMat23, depth - 1);
+            case 3: return "-" + Of(kRow3, depth - 1);
+            default: return Mixed(kRow3, s, depth);
+            }
+        case kMat3:
+        case kMat23:  // M*N, B*M
+            return Uniform(0, 2) ? Mixed(k, s, depth) : Of(k, depth - 1) + "*" + Of(kMat3, depth - 1);
+        default: return Mixed(k, s, depth);
+        }
+    }
+
+    double Value()
+    {
+        static const double kSpecial[] = {0.0, -0.0, 1.0, -1.0, 2.0, 1e300, -1e-300, 2.5e-320, -1e-310, HUGE_VAL, NAN};
+        if (Uniform(0, 4) == 0)
+            return kSpecial[Uniform(0, sizeof(kSpecial) / sizeof(kSpecial[0]) - 1)];
+        return std::uniform_real_distribution<double>(-4.0, 4.0)(m_rng);
+    }
+
+    VEXA_Data Make(int rows, int cols)
+    {
+        VEXA_Data v(rows, cols);
+        for (int e = 0; e < rows * cols; ++e)
+            v.getValue()[e] = Value();
+        return v;
+    }
+
+private:
+    // Sums, differences, scaling and division of a shaped value.
+    std::string Mixed(Kind k, const std::string& s, int depth)
+    {
+        switch (Uniform(0, 4)) {
+        case 0: return s + "*" + Of(k, depth - 1);
+        case 1: return Of(k, depth - 1) + "*" + s;
+        case 2: return "(" + Of(k, depth - 1) + "/" + s + ")";
+        default: return "(" + Of(k, depth - 1) + std::string(1, "+-"[Uniform(0, 1)]) + Of(k, depth - 1) + ")";
+        }
+    }
+
+    std::string Leaf(Kind k)
+    {
+        static const char* const kConstants[] = {"0", "1", "2.5", "1E-3", "PI", "1E300"};
+        static const int kFirst[] = {0, 2, 5, 7, 8, 9};  // the letters of each kind
+        if (k == kScalar && Uniform(0, 1))
+            return kConstants[Uniform(0, 5)];
+        return kLetters[Uniform(kFirst[k], kFirst[k + 1] - 1)];
+    }
+
+    std::mt19937 m_rng;
+};
+
+std::string Bits(const VEXA_Data& v)
+{
+    int rows = 0, cols = 0;
+    v.getDataInfo(rows, cols);
+    std::string s = std::to_string(v.getType()) + ":" + std::to_string(rows) + "x" + std::to_string(cols) + ":";
+    if (v.getType() != DT_NULL)
+        s.append(reinterpret_cast<const char*>(v.getValue()), sizeof(double) * static_cast<std::size_t>(rows * cols));
+    return s;
+}
+
+// Everything a host sees of one evaluation.
+std::string Outcome(ICalculator* calc, std::vector<VEXA_Data>& params, int count)
+{
+    VEXA_Data result;
+    std::string seen;
+    try {
+        seen = calc->Evaluate(count, params.data(), result) ? "true " : "false ";
+    } catch (int code) {
+        seen = "threw " + std::to_string(code) + " ";
+    }
+    seen += Bits(result);
+    for (int i = 0; i < calc->getParamCount(); ++i)
+        seen += "|" + Bits(calc->getParam(i));
+    return seen;
+}
+
+// The sets an expression is evaluated over: most of the declared shapes (a
+// signature the program keeps), then others that change it.
+std::vector<VEXA_Data> MakeSet(Generator& g, int set)
+{
+    std::vector<VEXA_Data> values;
+    for (int i = 0; i < kParams; ++i) {
+        Dims d = kShapes[i];
+        if (set >= 5 && g.Uniform(0, 3) == 0) {
+            static const Dims kOther[] = {{1, 1}, {1, 3}, {3, 3}, {1, 2}, {2, 3}, {3, 1}, {0, 0}};
+            d = kOther[g.Uniform(0, 6)];
+        }
+        values.push_back(d.rows == 0 ? VEXA_Data() : g.Make(d.rows, d.cols));
+    }
+    return values;
+}
+
+// The tree of text over the parameters; null where the parser refuses it.
+ICalculator* Parse(const std::string& text)
+{
+    const std::wstring wide(text.begin(), text.end());
+    std::wstring names = kNames;
+    VexaParser parser;
+    ICalculator* calc = nullptr;
+    try {
+        if (parser.parse(wide.c_str(), &names[0], &calc) && parser.getParamsNum() == kParams)
+            return calc;
+    } catch (int) {
+    }
+    if (calc)
+        calc->Release();
+    return nullptr;
+}
+
+void Agree(ICalculator* calc, Generator& g, const std::string& text, bool& ran)
+{
+    Expression* twin = static_cast<Expression*>(calc)->Copy();
+    ExpressionAccess::SetCompilable(*twin, false);
+    for (int set = 0; set < 9; ++set) {
+        std::vector<VEXA_Data> values = MakeSet(g, set);
+        const int count = set == 8 ? kParams - 1 - g.Uniform(0, 3) : kParams;
+        std::vector<VEXA_Data> copy = values;
+        const std::string fast = Outcome(calc, values, count);
+        ran = ran || vexa_compiled::ShapedProgramSize(*static_cast<Expression*>(calc)) > 0;
+        const std::string slow = Outcome(twin, copy, count);
+        ASSERT_EQ(fast, slow) << text << " set " << set;
+    }
+    twin->Release();
+}
+
+// Generated expressions and their derivatives, under the floating-point
+// settings mxcsr (0: the default environment).
+void Differential(unsigned seed, int rounds, unsigned mxcsr)
+{
+#if defined(__x86_64__)
+    const unsigned saved = _mm_getcsr();
+    if (mxcsr)
+        _mm_setcsr(mxcsr);
+#endif
+    Generator g(seed);
+    int parsed = 0, shaped = 0;
+    for (int round = 0; round < rounds && !::testing::Test::HasFatalFailure(); ++round) {
+        const std::string text = g.Of(static_cast<Kind>(g.Uniform(0, kKinds - 1)), g.Uniform(1, 5));
+        ICalculator* calc = Parse(text);
+        if (!calc)
+            continue;
+        ++parsed;
+        bool ran = false;
+        Agree(calc, g, text, ran);
+        if (ICalculator* d = calc->getDerivativeCalculator(g.Uniform(0, kParams - 1))) {
+            bool ignored = false;  // derivatives seldom combine shapes
+            Agree(d, g, "d " + text, ignored);
+            d->Release();
+        }
+        shaped += ran;
+        calc->Release();
+    }
+#if defined(__x86_64__)
+    _mm_setcsr(saved);
+#endif
+    std::printf("%d parsed, %d ran as shaped programs\n", parsed, shaped);
+    EXPECT_GT(parsed, rounds * 9 / 10);
+    EXPECT_GT(shaped, parsed / 3);
+}
+
+TEST(ShapedProgram, AgreesWithTheTreeBitForBit)
+{
+    const char* seed = std::getenv("VEXA_DIFF_SEED");
+    Differential(seed ? static_cast<unsigned>(std::strtoul(seed, nullptr, 10)) : 20261125u, 1500, 0);
+}
+
+// Every rounding direction, with and without flushing subnormals: the
+// program runs the tree's operations under the host's settings.
+TEST(ShapedProgram, AgreesWithTheTreeUnderEveryFloatingPointSetting)
+{
+#if defined(__x86_64__)
+    for (unsigned rounding = 0; rounding < 4; ++rounding) {
+        for (unsigned flush : {0u, 0x8040u})
+            Differential(100 + rounding, 150, 0x1F80u | rounding << 13 | flush);
+    }
+#else
+    GTEST_SKIP() << "sets the x86-64 control register";
+#endif
+}
+
+// Which trees get a shaped program for the declared shapes: those whose
+// shapes combine, and no other (cases in data/shaped_cover.txt).
+TEST(ShapedProgram, CoversExactlyTheShapesThatCombine)
+{
+    std::ifstream in(std::string(VEXA_TEST_DATA_DIR) + "/shaped_cover.txt");
+    ASSERT_TRUE(in.good());
+    Generator g(7);
+    int cases = 0;
+    for (std::string line; std::getline(in, line);) {
+        if (line.empty() || line[0] == '#')
+            continue;
+        ICalculator* calc = Parse(line.substr(2));
+        ASSERT_TRUE(calc) << line;
+        std::vector<VEXA_Data> values = MakeSet(g, 0);
+        VEXA_Data result;
+        try {
+            calc->Evaluate(kParams, values.data(), result);
+        } catch (int) {
+        }
+        EXPECT_EQ(vexa_compiled::ShapedProgramSize(*static_cast<Expression*>(calc)) > 0, line[0] == '1') << line;
+        calc->Release();
+        ++cases;
+    }
+    EXPECT_GT(cases, 15);
+}
+
+// Division by a zero or NaN scalar stops the run where the tree throws, and
+// a signature that keeps changing ends in the tree for good, with the tree's
+// values throughout.
+TEST(ShapedProgram, StopsAndSignatureChangesGiveTheTreesOutcome)
+{
+    ICalculator* calc = Parse("(U+V)/S+W*M/T");
+    ASSERT_TRUE(calc);
+    Expression* twin = static_cast<Expression*>(calc)->Copy();
+    ExpressionAccess::SetCompilable(*twin, false);
+    Generator g(11);
+    const double divisors[] = {0.0, -0.0, NAN, 3.0};
+    for (int round = 0; round < 24; ++round) {
+        std::vector<VEXA_Data> values = MakeSet(g, 0);
+        values[0] = VEXA_Data(divisors[round % 4]);
+        if (round >= 8 && round % 2 == 0) {
+            // Alternate between 1 x 3 and 1 x 2 rows: more signatures than
+            // the bound allows.
+            for (int i = 2; i < 5; ++i)
+                values[i] = g.Make(1, 2);
+        }
+        std::vector<VEXA_Data> copy = values;
+        EXPECT_EQ(Outcome(calc, values, kParams), Outcome(twin, copy, kParams)) << round;
+    }
+    EXPECT_EQ(vexa_compiled::ShapedProgramSize(*static_cast<Expression*>(calc)), 0u);
+    twin->Release();
+    calc->Release();
+}
+
+}  // namespace
