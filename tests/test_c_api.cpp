@@ -522,6 +522,25 @@ TEST(CApi, HandleWithoutFormServesManyThreads)
     for (std::thread& th : threads)
         th.join();
     EXPECT_EQ(failures, std::vector<int>(4, 0));
+
+    // Vectors through the tree alone, point by point, failures told alike.
+    const std::string scaled = names.back() + "(k)*V";
+    Expr s(scaled.c_str(), "k,V");
+    ASSERT_TRUE(s.e) << s.err.message;
+    const double ks[] = {0, 1}, vee[] = {1, 2, 3};
+    const double* shaped[] = {ks, vee};
+    const ptrdiff_t strides[] = {1, 0};
+    const int rows[] = {1, 1}, cols[] = {1, 3};
+    double out[18];
+    EXPECT_EQ(vexa_eval_many_shaped(s.e, 2, shaped, strides, rows, cols, 1, 3, out, nullptr, nullptr, &err), VEXA_OK)
+        << err.message;
+    EXPECT_EQ(out[5], 3 * (1.0 + kLevels));
+    vexa_report report;
+    EXPECT_EQ(vexa_eval_many_shaped(s.e, 2, shaped, strides, rows, cols, 3, 3, out, nullptr, &report, &err),
+              VEXA_E_POINTS);
+    EXPECT_EQ(err.code, VEXA_E_SHAPE);
+    EXPECT_EQ(report.failed, 2u);
+    EXPECT_TRUE(std::isnan(out[17]));
     for (auto it = names.rbegin(); it != names.rend(); ++it)
         vexa_unregister(it->c_str(), nullptr);
 }

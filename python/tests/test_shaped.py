@@ -98,3 +98,16 @@ def test_pickle_and_derivative_keep_shapes():
     assert e.derivative("k").shapes == e.shapes
     plain = vexa.Expression("x*2", params="x")
     assert pickle.loads(pickle.dumps(plain)).shapes == {}
+
+
+@pytest.mark.parametrize("columns, held, rows, cols, out", [
+    ([np.ones(3)], [False], [1], [3], np.empty(6)),      # 1 point's values for 2 points
+    ([np.ones(6)], [True], [1], [3], np.empty(6)),       # a held value of another size
+    ([np.ones(6)], [False], [1], [0], np.empty(6)),
+    ([np.ones(6)], [False, True], [1], [3], np.empty(6)),
+    ([np.ones(6)], [False], [1], [3], np.empty(5)),      # no whole number of results
+])
+def test_the_extension_checks_what_it_reads(columns, held, rows, cols, out):
+    handle = vexa.Expression("R*2", params="R", shapes={"R": (3,)})._handle
+    with pytest.raises(ValueError):
+        handle.eval_many_shaped(columns, held, rows, cols, 1, 3, out, True, 1)
