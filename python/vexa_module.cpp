@@ -366,7 +366,7 @@ private:
                     // never a point outside the chunk, whatever is reported
                     const std::size_t told =
                         err.position > 0 && static_cast<std::size_t>(err.position) < k ? err.position : 0;
-                    first = at + FirstFailed(bulk, at, told, one, nan);
+                    first = at + FirstFailed(at, told, one, nan);
                     firstStatus = one(first, &firstErr);
                     // the bulk call's own word, then (the tree may be busy on another thread)
                     if (firstStatus == VEXA_OK || firstStatus == VEXA_E_SHAPE || firstStatus == VEXA_E_BUSY) {
@@ -394,7 +394,7 @@ private:
     // the chunk from at) that has no value: a NaN that a single call refuses.
     // A NaN there may also be a value; at most 32 are tried.
     template <typename One, typename IsNan>
-    static std::size_t FirstFailed(const Bulk& bulk, std::size_t at, std::size_t reported, One one, IsNan nan)
+    static std::size_t FirstFailed(std::size_t at, std::size_t reported, One one, IsNan nan)
     {
         int tried = 0;
         for (std::size_t i = 0; i < reported && tried < 32; ++i) {

@@ -62,8 +62,10 @@ def test_points_without_a_value_warn_and_give_nan():
     assert (w.failed, w.index, w.code) == (2, 1, -10001)
     # Vectors that cannot be multiplied: every point fails, the first shows it.
     bad = vexa.Expression("(u%v)*w", params="u,v,w", shapes={"u": (3,), "v": (3,), "w": (3,)})
-    with pytest.raises(vexa.EvaluationError):
+    with pytest.raises(vexa.EvaluationError, match="the first 3 points"):
         bad(np.eye(3), (0, 0, 1), (1, 1, 1))
+    with pytest.raises(vexa.EvaluationError, match="^(?!the first)"):
+        bad((1, 0, 0), (0, 0, 1), (1, 1, 1))
 
 
 @pytest.mark.parametrize("shapes, error", [

@@ -475,6 +475,8 @@ class Expression:
                 break
             except EvaluationError as e:
                 error = error or e
+        if first is None and total == 1:
+            raise error
         if first is None:
             raise EvaluationError(error.code, f"the first {min(total, self._SHAPE_TRIES)} points have no value, so "
                                   f"the result's shape is not known: {error.message}", error.position)
