@@ -431,6 +431,10 @@ class Expression:
         for this call. The keywords out and strict, spelled so, are this
         call's; a parameter of either name is given by position or in
         upper case.
+
+        A parameter declared in shapes takes arrays whose trailing axes are
+        its value; the result's shape is the points' followed by the
+        value's, as the first point with a value has it.
         """
         strict = self._strict_of(strict)
         values = self._bind(args, kwargs)
