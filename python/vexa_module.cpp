@@ -65,6 +65,7 @@ int CharIndex(const std::string& utf8, int byte)
     case VEXA_E_NOT_SCALAR:
     case VEXA_E_REFUSED:
     case VEXA_E_NO_GRADIENT:
+    case VEXA_E_SHAPE:
         error = package.attr("EvaluationError")(py::none(), message, position);
         break;
     default:
@@ -180,9 +181,9 @@ public:
         return Chunked(bulk, [&](std::size_t n, const double* const* cols, std::size_t at, vexa_report* report,
                                     vexa_error* err) {
             return vexa_eval_many_ex(m_e, n, cols, bulk.strides.data(), results + at, &options, report, err);
-        }, [&](const std::vector<double>& point, vexa_error* err) {
+        }, [&](std::size_t i, vexa_error* err) {
             double value = 0.0;
-            return vexa_eval_ex(m_e, point.data(), &value, &options, err);
+            return vexa_eval_ex(m_e, PointOf(bulk, i).data(), &value, &options, err);
         }, [&](std::size_t i) { return std::isnan(results[i]); });
     }
 
@@ -208,10 +209,46 @@ public:
                                       vexa_error* err) {
             return vexa_gradient_many(m_e, k, cols, bulk.strides.data(), nullptr, out + at * per, &options, report,
                                       err);
-        }, [&](const std::vector<double>& point, vexa_error* err) {
+        }, [&](std::size_t i, vexa_error* err) {
             std::vector<double> g(per);
-            return vexa_gradient(m_e, point.data(), g.data(), err);
+            return vexa_gradient(m_e, PointOf(bulk, i).data(), g.data(), err);
         }, [&](std::size_t i) { return per > 0 && std::isnan(out[i * per]); });
+    }
+
+    // Columns of values of any shape: flat arrays, each held for every
+    // point (held[k]: its one value) or holding the points' values side by
+    // side; out holds each point's result_rows x result_cols elements.
+    py::object evalManyShaped(const py::list& columns, const std::vector<bool>& held, const std::vector<int>& rows,
+                              const std::vector<int>& cols, int result_rows, int result_cols, const py::array& out,
+                              bool strict, int threads) const
+    {
+        double* results = Out(out);
+        if (result_rows < 1 || result_cols < 1)
+            throw py::value_error("the result's shape has a side below 1");
+        const std::size_t per = static_cast<std::size_t>(result_rows) * static_cast<std::size_t>(result_cols);
+        const std::size_t n = static_cast<std::size_t>(out.size()) / per;
+        if (static_cast<std::size_t>(out.size()) != n * per)
+            throw py::value_error("the output's size is no multiple of the result's elements");
+        Bulk bulk(*this, columns, held, rows, cols, n);
+        const vexa_options options = {strict ? 1 : 0, threads};
+        return Chunked(bulk, [&](std::size_t k, const double* const* at_cols, std::size_t at, vexa_report* report,
+                                    vexa_error* err) {
+            return vexa_eval_many_shaped(m_e, k, at_cols, bulk.strides.data(), bulk.rows.data(), bulk.cols.data(),
+                                         result_rows, result_cols, results + at * per, &options, report, err);
+        }, [&](std::size_t i, vexa_error* err) {
+            // The tree's own word on the point, which names where it failed.
+            std::vector<vexa_value> in;
+            for (std::size_t c = 0; c < bulk.data.size(); ++c)
+                in.push_back({bulk.rows[c], bulk.cols[c],
+                              const_cast<double*>(bulk.data[c] + static_cast<std::ptrdiff_t>(i) * bulk.strides[c])});
+            std::vector<double> value(per);
+            vexa_value result = {0, 0, value.data()};
+            const int status = vexa_eval_value(m_e, in.data(), &result, value.size(), err);
+            // Another shape (or a buffer too small for it) is a failure the bulk call tells.
+            return status == VEXA_OK && (result.rows != result_rows || result.cols != result_cols) ? VEXA_E_SHAPE
+                   : status == VEXA_E_TOO_SMALL                                                   ? VEXA_E_SHAPE
+                                                                                                  : status;
+        }, [&](std::size_t i) { return std::isnan(results[i * per]); });
     }
 
     std::unique_ptr<Handle> derivative(int index) const
@@ -256,11 +293,33 @@ private:
                 }
             }
         }
+        // Flat columns of rows[k] x cols[k] values: one held, or n side by side.
+        Bulk(const Handle& h, const py::list& columns, const std::vector<bool>& isHeld, const std::vector<int>& r,
+             const std::vector<int>& c, std::size_t points)
+            : n(points), rows(r), cols(c)
+        {
+            h.needCount(columns.size());
+            if (isHeld.size() != columns.size() || rows.size() != columns.size() || cols.size() != columns.size())
+                throw py::value_error("a shape and a holding for each column");
+            for (std::size_t k = 0; k < columns.size(); ++k) {
+                if (rows[k] < 1 || cols[k] < 1)
+                    throw py::value_error("a column's shape has a side below 1");
+                arrays.push_back(columns[k].cast<Array>());
+                const Array& a = arrays.back();
+                const std::size_t each = static_cast<std::size_t>(rows[k]) * static_cast<std::size_t>(cols[k]);
+                const std::size_t want = isHeld[k] ? each : each * n;
+                if (a.ndim() != 1 || static_cast<std::size_t>(a.size()) != want || (!isHeld[k] && want / each != n))
+                    throw py::value_error("a shaped column holds one value, or one for each of the points");
+                data.push_back(a.data());
+                strides.push_back(isHeld[k] ? 0 : static_cast<ptrdiff_t>(each));
+            }
+        }
         std::size_t n = 0;
         std::vector<Array> arrays;
         std::vector<double> held;
         std::vector<const double*> data;
         std::vector<ptrdiff_t> strides;
+        std::vector<int> rows, cols;  // shaped columns only
     };
 
     // Many points in chunks, each with the interpreter lock released, so that
@@ -289,7 +348,7 @@ private:
         for (std::size_t at = 0; at < n;) {
             const std::size_t k = std::min(chunk, n - at);
             for (std::size_t c = 0; c < cols.size(); ++c)
-                cols[c] = bulk.strides[c] ? bulk.data[c] + at : bulk.data[c];
+                cols[c] = bulk.data[c] + static_cast<std::ptrdiff_t>(at) * bulk.strides[c];
             vexa_report report = {0, 0};
             vexa_error err{};
             int status;
@@ -307,9 +366,10 @@ private:
                     // never a point outside the chunk, whatever is reported
                     const std::size_t told =
                         err.position > 0 && static_cast<std::size_t>(err.position) < k ? err.position : 0;
-                    first = at + FirstFailed(bulk, at, told, one, nan);
-                    firstStatus = one(PointOf(bulk, first), &firstErr);
-                    if (firstStatus == VEXA_OK) {  // the bulk call's own word, then
+                    first = at + FirstFailed(at, told, one, nan);
+                    firstStatus = one(first, &firstErr);
+                    // the bulk call's own word, then (the tree may be busy on another thread)
+                    if (firstStatus == VEXA_OK || firstStatus == VEXA_E_SHAPE || firstStatus == VEXA_E_BUSY) {
                         firstErr = err;
                         firstErr.position = -1;  // a point's index there, not a place in the text
                     }
@@ -334,7 +394,7 @@ private:
     // the chunk from at) that has no value: a NaN that a single call refuses.
     // A NaN there may also be a value; at most 32 are tried.
     template <typename One, typename IsNan>
-    static std::size_t FirstFailed(const Bulk& bulk, std::size_t at, std::size_t reported, One one, IsNan nan)
+    static std::size_t FirstFailed(std::size_t at, std::size_t reported, One one, IsNan nan)
     {
         int tried = 0;
         for (std::size_t i = 0; i < reported && tried < 32; ++i) {
@@ -342,7 +402,7 @@ private:
                 continue;
             ++tried;
             vexa_error err;
-            if (one(PointOf(bulk, at + i), &err) != VEXA_OK)
+            if (one(at + i, &err) != VEXA_OK)
                 return i;
         }
         return reported;
@@ -395,6 +455,7 @@ PYBIND11_MODULE(_vexa, m)
         .def("eval", &Handle::eval)
         .def("eval_value", &Handle::evalValue)
         .def("eval_many", &Handle::evalMany)
+        .def("eval_many_shaped", &Handle::evalManyShaped)
         .def("gradient", &Handle::gradient)
         .def("gradient_many", &Handle::gradientMany)
         .def("derivative", &Handle::derivative)

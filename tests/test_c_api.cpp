@@ -202,6 +202,113 @@ TEST(CApi, ManyPointsEqualOnePointBitForBit)
     EXPECT_EQ(again[4], 3 * 3 * 2);
 }
 
+// Every element of every point as vexa_eval_value gives it, NaN throughout
+// where that has no value of the shape asked for; the first failure told as
+// the scalar bulk call tells it.
+TEST(CApi, ManyShapedPointsEqualOnePointValues)
+{
+    const size_t n = 130;  // more than two blocks, for two threads
+    std::vector<double> vs(3 * n), ks(n), m = {1, 2, 3, 4, 5, 6, 7, 8, 9}, f = {0.5, -1, 2};
+    for (size_t i = 0; i < vs.size(); ++i)
+        vs[i] = std::sin(static_cast<double>(i)) * 3;
+    for (size_t i = 0; i < n; ++i)
+        ks[i] = i % 40 == 7 ? 0.0 : 1.0 + static_cast<double>(i) / 8;
+    struct Case {
+        const char* text;
+        const char* params;
+        std::vector<const double*> columns;
+        std::vector<ptrdiff_t> strides;  // empty: NULL
+        std::vector<int> rows, cols;
+        int result_rows, result_cols;
+        int status, code;
+        size_t failed, thrown;
+        int position;
+    } cases[] = {
+        // 1/k throws at k = 0: points 7, 47, 87, 127.
+        {"V*(1/k)+V", "V,k", {vs.data(), ks.data()}, {}, {1, 1}, {3, 1}, 1, 3, VEXA_E_POINTS, -10001, 4, 4, 7},
+        {"R%F", "R,F", {vs.data(), f.data()}, {3, 0}, {1, 1}, {3, 3}, 1, 3, VEXA_OK, 0, 0, 0, -1},
+        {"u*M*(1/k)", "u,M,k", {vs.data(), m.data(), ks.data()}, {3, 0, 1}, {1, 3, 1}, {3, 3, 1}, 1, 3, VEXA_E_POINTS,
+         -10001, 4, 4, 7},
+        {"M*M+M", "M", {vs.data()}, {2}, {2}, {2}, 2, 2, VEXA_OK, 0, 0, 0, -1},
+        {"R%F", "R,F", {vs.data(), f.data()}, {3, 0}, {1, 1}, {3, 3}, 3, 3, VEXA_E_POINTS, VEXA_E_SHAPE, n, 0, 0},
+        {"(u%v)*w", "u,v,w", {vs.data(), f.data(), f.data()}, {3, 0, 0}, {1, 1, 1}, {3, 3, 3}, 1, 3, VEXA_E_POINTS,
+         -10001, n, n, 0},
+        {"k*2", "k", {ks.data()}, {}, {}, {}, 1, 1, VEXA_OK, 0, 0, 0, -1},
+    };
+    for (int threads : {1, 2}) {
+        for (const Case& c : cases) {
+            SCOPED_TRACE(std::string(c.text) + " threads " + std::to_string(threads));
+            Expr x(c.text, c.params);
+            ASSERT_TRUE(x.e);
+            const size_t per = static_cast<size_t>(c.result_rows) * static_cast<size_t>(c.result_cols);
+            std::vector<double> results(n * per, -7);
+            const vexa_options options = {0, threads};
+            vexa_report report;
+            vexa_error err;
+            EXPECT_EQ(vexa_eval_many_shaped(x.e, n, c.columns.data(), c.strides.empty() ? nullptr : c.strides.data(),
+                                            c.rows.empty() ? nullptr : c.rows.data(),
+                                            c.cols.empty() ? nullptr : c.cols.data(), c.result_rows, c.result_cols,
+                                            results.data(), &options, &report, &err),
+                      c.status)
+                << err.message;
+            EXPECT_EQ(err.code, c.code) << err.message;
+            EXPECT_EQ(err.position, c.position);
+            EXPECT_EQ(report.failed, c.failed);
+            EXPECT_EQ(report.thrown, c.thrown);
+            for (size_t i = 0; i < n; ++i) {
+                std::vector<vexa_value> in;
+                for (size_t k = 0; k < c.columns.size(); ++k) {
+                    const int r = c.rows.empty() ? 1 : c.rows[k], l = c.cols.empty() ? 1 : c.cols[k];
+                    const ptrdiff_t stride = c.strides.empty() ? r * l : c.strides[k];
+                    in.push_back({r, l, const_cast<double*>(c.columns[k] + static_cast<ptrdiff_t>(i) * stride)});
+                }
+                double one[9];
+                vexa_value result = {0, 0, one};
+                const bool has = vexa_eval_value(x.e, in.data(), &result, 9, nullptr) == VEXA_OK &&
+                                 result.rows == c.result_rows && result.cols == c.result_cols;
+                for (size_t e = 0; e < per; ++e) {
+                    const double got = results[i * per + e];
+                    EXPECT_TRUE(has ? SameBits(got, one[e]) : std::isnan(got)) << i << " " << e;
+                }
+            }
+        }
+    }
+}
+
+// Shapes the language has not, missing data and reaches no buffer can match
+// are refused before a value is written.
+TEST(CApi, ManyShapedPointsRefuseWhatCannotBeRight)
+{
+    Expr x("R*k", "R,k");
+    ASSERT_TRUE(x.e);
+    const double r[] = {1, 2, 3}, k = 2;
+    struct Case {
+        int rows, cols, result_rows, result_cols;
+        size_t n;
+        ptrdiff_t stride;
+        bool data;
+    } cases[] = {
+        {3, 1, 1, 3, 2, 3, true},   {1, 3, 3, 1, 2, 3, true},      {0, 3, 1, 3, 2, 3, true},
+        {1, 3, 1, 0, 2, 3, true},   {1, 3, 1, 3, 2, 3, false},     {1, 3, 1, 3, static_cast<size_t>(-1), 3, true},
+        {1, 3, 1, 3, 3, PTRDIFF_MAX / 2, true}, {1, 3, 3, 3, static_cast<size_t>(PTRDIFF_MAX) / 64, 0, true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::to_string(c.rows) + "x" + std::to_string(c.cols) + " n " + std::to_string(c.n));
+        const double* columns[] = {c.data ? r : nullptr, &k};
+        const ptrdiff_t strides[] = {c.stride, 0};
+        const int rows[] = {c.rows, 1}, cols[] = {c.cols, 1};
+        double out[3] = {-7, -7, -7};
+        vexa_report report = {5, 5};
+        vexa_error err;
+        EXPECT_EQ(vexa_eval_many_shaped(x.e, c.n, columns, strides, rows, cols, c.result_rows, c.result_cols, out,
+                                        nullptr, &report, &err),
+                  VEXA_E_ARGUMENT);
+        EXPECT_EQ(err.code, VEXA_E_ARGUMENT);
+        EXPECT_EQ(out[0], -7);
+        EXPECT_EQ(report.failed, 0u);
+    }
+}
+
 TEST(CApi, ExactGradientAndDerivative)
 {
     Expr x("x*x*y+STEP(x,0,0,1,y)", "x,y");
@@ -415,6 +522,25 @@ TEST(CApi, HandleWithoutFormServesManyThreads)
     for (std::thread& th : threads)
         th.join();
     EXPECT_EQ(failures, std::vector<int>(4, 0));
+
+    // Vectors through the tree alone, point by point, failures told alike.
+    const std::string scaled = names.back() + "(k)*V";
+    Expr s(scaled.c_str(), "k,V");
+    ASSERT_TRUE(s.e) << s.err.message;
+    const double ks[] = {0, 1}, vee[] = {1, 2, 3};
+    const double* shaped[] = {ks, vee};
+    const ptrdiff_t strides[] = {1, 0};
+    const int rows[] = {1, 1}, cols[] = {1, 3};
+    double out[18];
+    EXPECT_EQ(vexa_eval_many_shaped(s.e, 2, shaped, strides, rows, cols, 1, 3, out, nullptr, nullptr, &err), VEXA_OK)
+        << err.message;
+    EXPECT_EQ(out[5], 3 * (1.0 + kLevels));
+    vexa_report report;
+    EXPECT_EQ(vexa_eval_many_shaped(s.e, 2, shaped, strides, rows, cols, 3, 3, out, nullptr, &report, &err),
+              VEXA_E_POINTS);
+    EXPECT_EQ(err.code, VEXA_E_SHAPE);
+    EXPECT_EQ(report.failed, 2u);
+    EXPECT_TRUE(std::isnan(out[17]));
     for (auto it = names.rbegin(); it != names.rend(); ++it)
         vexa_unregister(it->c_str(), nullptr);
 }

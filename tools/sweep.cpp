@@ -81,6 +81,7 @@ std::string FailureText(const vexa::PointFailure& f) {
     case vexa::Failure::kNotScalar: return "the result is not a scalar";
     case vexa::Failure::kRefused: return "a function refused its arguments";
     case vexa::Failure::kNoGradient: return "the exact derivative cannot follow this point";
+    case vexa::Failure::kWrongShape: return "the result has another shape than the one asked for";
     default: return "no value";
     }
 }

@@ -26,6 +26,7 @@ module vexa
   integer(c_int), parameter :: VEXA_E_ARGUMENT = -20012
   integer(c_int), parameter :: VEXA_E_MEMORY = -20013
   integer(c_int), parameter :: VEXA_E_INTERNAL = -20014
+  integer(c_int), parameter :: VEXA_E_SHAPE = -20015
   integer(c_int), parameter :: VEXA_BUILTIN = 1
   integer(c_int), parameter :: VEXA_REGISTERED = 2
 

@@ -59,7 +59,7 @@
  * Threads. The library starts no thread of its own except where a bulk call
  * is asked to split its points (vexa_options.threads).
  *   - Any number of threads may at once call vexa_eval, vexa_eval_ex,
- *     vexa_eval_many(_ex), vexa_gradient(_many), vexa_param_count,
+ *     vexa_eval_many(_ex), vexa_eval_many_shaped, vexa_gradient(_many), vexa_param_count,
  *     vexa_param_name and vexa_can_plot on the same vexa_expr: these run
  *     on a compiled form of the expression that is only read, each call in
  *     scratch memory of its own. Where no form could be made (registered
@@ -108,6 +108,7 @@ typedef struct vexa_error {
 #define VEXA_E_ARGUMENT (-20012)     /* a null handle or pointer, an index or shape out of range */
 #define VEXA_E_MEMORY (-20013)       /* memory ran out; nothing was changed */
 #define VEXA_E_INTERNAL (-20014)     /* anything else the library stopped on (the message says what) */
+#define VEXA_E_SHAPE (-20015)        /* a point's value has another shape than the one asked for */
 
 /* Parsing. params: the host's comma-separated parameter names, or NULL. */
 VEXA_API vexa_expr* vexa_parse(const char* text, const char* params, vexa_error* err); /* NULL on error */
@@ -177,6 +178,24 @@ typedef struct vexa_report {
 VEXA_API int vexa_eval_many_ex(vexa_expr* e, size_t n, const double* const* columns, const ptrdiff_t* strides,
                                double* results, const vexa_options* options, vexa_report* report,
                                vexa_error* err);
+
+/* Many points with values of any shape: point j of parameter i is the
+   rows[i] x cols[i] doubles, row-major, from columns[i] + j * strides[i]
+   (strides NULL: each parameter's values side by side, rows[i] * cols[i]
+   apart; a stride of 0 holds one value for every point; rows and cols NULL:
+   every parameter a number). results + j * result_rows * result_cols gets
+   point j's value, each what vexa_eval_value gives. A point without a value
+   of that shape gets NaN in all its elements (err->code VEXA_E_SHAPE where
+   the shape differs), and the call then returns VEXA_E_POINTS as
+   vexa_eval_many_ex does. A shape the language has not (a column vector,
+   a side below 1) and a count or stride no buffer could match are refused
+   with VEXA_E_ARGUMENT before anything is written. Vectors and matrices are
+   evaluated by the tree, ordinarily: options->strict counts only where
+   every parameter and the result are numbers. */
+VEXA_API int vexa_eval_many_shaped(vexa_expr* e, size_t n, const double* const* columns, const ptrdiff_t* strides,
+                                   const int* rows, const int* cols, int result_rows, int result_cols,
+                                   double* results, const vexa_options* options, vexa_report* report,
+                                   vexa_error* err);
 
 /* Exact partial derivatives at one point, grad[k] = d value / d parameter k
    (vexa_param_count of them), by reverse-mode differentiation of the

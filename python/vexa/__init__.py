@@ -7,6 +7,12 @@
     >>> e(TIME=numpy.linspace(0, 2, 5)).shape       # arrays: one value per point
     (5,)
 
+Parameters declared with shapes take vectors and matrices, one per point:
+
+    >>> f = vexa.Expression("R%F", params="R,F", shapes={"R": (3,), "F": (3,)})
+    >>> f(R=numpy.eye(3), F=(0, 0, 1)).shape           # 3 points of a 1 x 3 row
+    (3, 3)
+
 An array call evaluates the compiled form of the expression over all points
 with the interpreter lock released; values are bit for bit those of a call
 per point. The exact gradient (reverse mode) is ``e.gradient(...)``; the
@@ -18,6 +24,7 @@ Points without a value follow numpy: a call with numbers raises
 """
 
 import collections
+import collections.abc
 import numbers
 import os
 import pickle
@@ -243,6 +250,28 @@ def _warn(summary, shape):
         warnings.warn(EvaluationWarning(failed, total, index, code, reason, shape, position), stacklevel=3)
 
 
+def _shape_of(name, shape):
+    """The trailing axes of a shaped parameter's values, checked: (n,) a
+    1 x n row, (m, n) an m x n matrix."""
+    try:
+        axes = tuple(shape)
+    except TypeError:
+        raise TypeError(f"shapes: the shape of {name!r} is a tuple such as (3,) or (3, 3), not {shape!r}") from None
+    if not 1 <= len(axes) <= 2 or not all(isinstance(a, numbers.Integral) and not isinstance(a, bool) and a >= 1
+                                         for a in axes):
+        raise ValueError(f"shapes: the shape of {name!r} is (n,) or (m, n) of positive whole numbers, not {shape!r}")
+    axes = tuple(int(a) for a in axes)
+    if len(axes) == 2 and axes[0] > 1 and axes[1] == 1:
+        raise ValueError(f"shapes: {name!r} would be a column vector {axes}, which the language has not")
+    if int(np.prod(axes, dtype=np.int64)) > 0x7FFFFFFF:
+        raise ValueError(f"shapes: {name!r} of shape {axes} has more elements than a value can hold")
+    return axes
+
+
+def _rows_cols(axes):
+    return (1, 1) if not axes else (1, axes[0]) if len(axes) == 1 else axes
+
+
 def _columns(arrays):
     """The broadcast shape of arrays and one column per array: a number held
     for every point, or a flat contiguous array of all the points."""
@@ -271,13 +300,18 @@ class Expression:
     per core.
     """
 
-    __slots__ = ("_handle", "_names", "_text", "_params", "_chain", "_calls", "_strict", "_threads")
+    __slots__ = ("_handle", "_names", "_text", "_params", "_chain", "_calls", "_strict", "_threads", "_shapes")
 
-    def __init__(self, text, params=None, *, strict=True, threads=1):
+    def __init__(self, text, params=None, *, shapes=None, strict=True, threads=1):
         """Parses text (raises ParseError, or ValueError/TypeError for a
         parameter list or setting that cannot be right); emits a TextWarning
         for each piece of a text that parses but is probably not read as
-        meant."""
+        meant.
+
+        shapes maps parameter names to the shape of their values: (n,) a
+        1 x n row vector, (m, n) an m x n matrix. Calls then read the
+        trailing axes of such a parameter's array as its value and the
+        leading ones as points."""
         if not isinstance(text, str):
             raise TypeError("the text is a str")
         self.strict = strict
@@ -293,6 +327,12 @@ class Expression:
             raise
         self._calls = tuple(_registry.get(name) or _Definition(name, None, None, (), ())
                             for name in self._handle.registered_calls())
+        self._shapes = {}
+        if shapes is not None:
+            if not isinstance(shapes, collections.abc.Mapping):
+                raise TypeError("shapes maps parameter names to shapes, such as {'R': (3,)}")
+            for name, shape in shapes.items():
+                self._shapes[self._index(name)] = _shape_of(name, shape)
         for message, position in _vexa.review(text, self._params):
             warnings.warn(TextWarning(message, position), stacklevel=2)
 
@@ -328,6 +368,11 @@ class Expression:
     def text(self):
         """The text as it was parsed."""
         return self._text
+
+    @property
+    def shapes(self):
+        """The declared shapes of parameters' values, by name."""
+        return {self._names[i]: axes for i, axes in sorted(self._shapes.items())}
 
     @property
     def can_plot(self):
@@ -386,9 +431,15 @@ class Expression:
         for this call. The keywords out and strict, spelled so, are this
         call's; a parameter of either name is given by position or in
         upper case.
+
+        A parameter declared in shapes takes arrays whose trailing axes are
+        its value; the result's shape is the points' followed by the
+        value's, as the first point with a value has it.
         """
         strict = self._strict_of(strict)
         values = self._bind(args, kwargs)
+        if self._shapes:
+            return self._call_shaped([np.asarray(v, dtype=np.float64) for v in values], out, strict)
         if out is None:
             if all(type(v) is float or type(v) is int for v in values):
                 return self._handle.eval(values, strict)
@@ -404,6 +455,50 @@ class Expression:
         _warn(summary, shape)
         return result
 
+    # How many points are tried for a value whose shape gives the result's.
+    _SHAPE_TRIES = 16
+
+    def _call_shaped(self, arrays, out, strict):
+        axes = [self._shapes.get(i, ()) for i in range(len(arrays))]
+        leading = []
+        for name, a, t in zip(self._names, arrays, axes):
+            if a.ndim < len(t) or a.shape[a.ndim - len(t):] != t:
+                raise ValueError(f"{name} has shape {a.shape}; its values have shape {t}, after any axes of points")
+            leading.append(a.shape[:a.ndim - len(t)])
+        shape = np.broadcast_shapes(*leading)
+        total = int(np.prod(shape, dtype=np.int64))
+        if total == 0:
+            # no point to find the result's shape from: no axes added
+            return _target(out, shape)
+        spread = [np.broadcast_to(a, shape + t) for a, t in zip(arrays, axes)]
+        first, error = None, None
+        for flat in range(min(total, self._SHAPE_TRIES)):
+            at = np.unravel_index(flat, shape) if shape else ()
+            try:
+                first = self._handle.eval_value([np.ascontiguousarray(a[at]) for a in spread])
+                break
+            except EvaluationError as e:
+                error = error or e
+        if first is None and total == 1:
+            raise error
+        if first is None:
+            raise EvaluationError(error.code, f"the first {min(total, self._SHAPE_TRIES)} points have no value, so "
+                                  f"the result's shape is not known: {error.message}", error.position)
+        result_axes = () if isinstance(first, float) else first.shape
+        if not shape and out is None:
+            return first
+        result = _target(out, shape + result_axes)
+        held = [int(np.prod(lead, dtype=np.int64)) == 1 for lead in leading]
+        columns = [np.ascontiguousarray(a).reshape(-1) if h else np.ascontiguousarray(b).reshape(-1)
+                   for a, b, h in zip(arrays, spread, held)]
+        shapes = [_rows_cols(t) for t in axes]
+        rows, cols = _rows_cols(result_axes)
+        summary = self._handle.eval_many_shaped(_apart_from(columns, result), held, [r for r, _ in shapes],
+                                                [c for _, c in shapes], rows, cols, result.reshape(-1), strict,
+                                                self._bulk_threads())
+        _warn(summary, shape)
+        return result
+
     def gradient(self, *args, out=None, strict=None, **kwargs):
         """Exact partial derivatives in the final parameter order: shape
         (number of parameters,) for numbers, the broadcast shape followed by
@@ -416,6 +511,8 @@ class Expression:
         """
         if strict is not None and not _strict_flag(strict):
             raise ValueError("the exact gradient is always strict: strict=False cannot be honoured")
+        if self._shapes:
+            raise TypeError("the exact gradient takes numbers; this expression has shaped parameters")
         values = self._arrays(args, kwargs)
         if out is None and all(v.ndim == 0 for v in values):
             return self._handle.gradient([float(v) for v in values])
@@ -457,7 +554,7 @@ class Expression:
         d = Expression.__new__(Expression)
         d._adopt(self._handle.derivative(index))
         d._text, d._params, d._chain, d._calls = self._text, self._params, self._chain + (index,), self._calls
-        d._strict, d._threads = self._strict, self._threads
+        d._strict, d._threads, d._shapes = self._strict, self._threads, dict(self._shapes)
         return d
 
     def dump(self):
@@ -470,15 +567,17 @@ class Expression:
 
     def __repr__(self):
         """The call that rebuilds the expression (registered functions aside)."""
-        text = f"vexa.Expression({self._text!r}, params={self._params!r})"
+        shapes = f", shapes={self.shapes!r}" if self._shapes else ""
+        text = f"vexa.Expression({self._text!r}, params={self._params!r}{shapes})"
         return text + "".join(f".derivative({i})" for i in self._chain)
 
     def __reduce__(self):
         """Text, parameter list, derivative chain, settings and the
         definitions of the registered functions called, which unpickling
-        registers where they are missing."""
+        registers where they are missing; shapes where any are declared."""
         _check_picklable(self._calls)
-        return _rebuild, (self._text, self._params, self._chain, self._calls, self.strict, self.threads)
+        fields = (self._text, self._params, self._chain, self._calls, self.strict, self.threads)
+        return _rebuild, fields + ((self.shapes,) if self._shapes else ())
 
 
 def _check_picklable(calls):
@@ -498,11 +597,13 @@ def _ensure_registered(calls):
         register(d.name, _rebuild(d.text, d.params, d.chain, d.calls, False, 1))
 
 
-def _rebuild(text, params, chain, calls, strict, threads):
+def _rebuild(text, params, chain, calls, strict, threads, shapes=None):
     _ensure_registered(calls)
     e = Expression(text, params, strict=strict, threads=threads)
     for index in chain:
         e = e.derivative(index)
+    # shapes name the final parameters, which a derivative shares
+    e._shapes = {e._index(name): _shape_of(name, axes) for name, axes in (shapes or {}).items()}
     return e
 
 

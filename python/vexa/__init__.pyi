@@ -1,4 +1,4 @@
-from typing import Any, Callable, Iterable, List, NamedTuple, Optional, Sequence, Tuple, Union, overload
+from typing import Any, Callable, Dict, Iterable, List, Mapping, NamedTuple, Optional, Sequence, Tuple, Union, overload
 
 import numpy as np
 import numpy.typing as npt
@@ -53,7 +53,8 @@ class Function(NamedTuple):
 
 
 class Expression:
-    def __init__(self, text: str, params: _Params = ..., *, strict: bool = ..., threads: int = ...) -> None: ...
+    def __init__(self, text: str, params: _Params = ..., *, shapes: Optional[Mapping[str, Tuple[int, ...]]] = ...,
+                 strict: bool = ..., threads: int = ...) -> None: ...
     @property
     def strict(self) -> bool: ...
     @strict.setter
@@ -66,6 +67,8 @@ class Expression:
     def params(self) -> List[str]: ...
     @property
     def text(self) -> str: ...
+    @property
+    def shapes(self) -> Dict[str, Tuple[int, ...]]: ...
     @property
     def can_plot(self) -> bool: ...
     @overload

@@ -72,6 +72,8 @@ Failure OutcomeFailure(const vexa::Outcome& o)
         return {VEXA_E_NO_GRADIENT, VEXA_E_NO_GRADIENT, -1,
                 "no exact gradient here: part of the expression runs only as a tree at this point (a cross "
                 "product or a vector value)"};
+    case Failure::kWrongShape:
+        return {VEXA_E_SHAPE, VEXA_E_SHAPE, -1, "the value has another shape than the one asked for"};
     default:
         return {VEXA_E_INTERNAL, VEXA_E_INTERNAL, -1, "the evaluation failed for a reason not known here"};
     }
@@ -107,9 +109,9 @@ void ExplainValues(const vexa_expr& e, const VEXA_Data* values, Failure& f, bool
     }
 }
 
-void Explain(const vexa_expr& e, const double* point, Failure& f, bool position)
+void ExplainFree(const vexa_expr& e, const VEXA_Data* values, Failure& f, bool position)
 {
-    if (!e.calc || (!point && !e.names.empty()))
+    if (!e.calc || (!values && !e.names.empty()))
         return;
     // Only a tree no other thread works on; otherwise the general message stays.
     if (e.tree_taken.exchange(true, std::memory_order_acquire))
@@ -118,10 +120,17 @@ void Explain(const vexa_expr& e, const double* point, Failure& f, bool position)
         const vexa_expr& e;
         ~Release() { e.tree_taken.store(false, std::memory_order_release); }
     } release{e};
+    ExplainValues(e, values, f, position);
+}
+
+void Explain(const vexa_expr& e, const double* point, Failure& f, bool position)
+{
+    if (!point && !e.names.empty())
+        return;
     std::vector<VEXA_Data> values;
     for (std::size_t k = 0; k < e.names.size(); ++k)
         values.push_back(VEXA_Data(point[k]));
-    ExplainValues(e, values.data(), f, position);
+    ExplainFree(e, values.data(), f, position);
 }
 
 void Clear(vexa_error* err)

@@ -71,6 +71,8 @@ Failure OutcomeFailure(const vexa::Outcome& o);
 void Explain(const vexa_expr& e, const double* point, Failure& f, bool position);
 // The same for values of any shape, by a caller that holds the tree.
 void ExplainValues(const vexa_expr& e, const VEXA_Data* values, Failure& f, bool position);
+// The same for values of any shape, where the tree is free.
+void ExplainFree(const vexa_expr& e, const VEXA_Data* values, Failure& f, bool position);
 
 void Clear(vexa_error* err);
 void Record(vexa_error* err, const Failure& f);

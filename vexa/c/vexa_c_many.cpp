@@ -100,11 +100,9 @@ bool Explainable(vexa::Failure f)
     throw f;
 }
 
-std::vector<double> PointOf(const std::vector<vexa::Column>& columns, std::size_t i);
-
-template <typename PointOutcome>
-void Tell(const vexa::Report& report, std::size_t n, vexa_report* out, PointOutcome at,
-          const vexa_expr* explain = nullptr, const std::vector<vexa::Column>* columns = nullptr)
+// explain(index, f) names the cause of a point's failure in f, where it can.
+template <typename PointOutcome, typename Explainer>
+void Tell(const vexa::Report& report, std::size_t n, vexa_report* out, PointOutcome at, Explainer explain)
 {
     if (out) {
         out->failed = report.failed;
@@ -114,8 +112,8 @@ void Tell(const vexa::Report& report, std::size_t n, vexa_report* out, PointOutc
         return;
     const vexa::PointFailure first = FirstToTell(report, n, at);
     vexa_c::Failure f = vexa_c::OutcomeFailure({0.0, first.failure, first.code});
-    if (explain && columns && Explainable(first.failure))
-        vexa_c::Explain(*explain, PointOf(*columns, first.index).data(), f, false);
+    if (Explainable(first.failure))
+        explain(first.index, f);
     f.message = std::to_string(report.failed) + " of " + std::to_string(n) + " points have no value; point " +
                 std::to_string(first.index) + ": " + f.message;
     f.status = VEXA_E_POINTS;
@@ -125,12 +123,56 @@ void Tell(const vexa::Report& report, std::size_t n, vexa_report* out, PointOutc
     throw f;
 }
 
+void NoExplanation(std::size_t, vexa_c::Failure&) {}
+
 std::vector<double> PointOf(const std::vector<vexa::Column>& columns, std::size_t i)
 {
     std::vector<double> point(columns.size());
     for (std::size_t k = 0; k < columns.size(); ++k)
         point[k] = columns[k].data[static_cast<std::ptrdiff_t>(i) * columns[k].stride];
     return point;
+}
+
+// The columns' explanation of point i, for Tell.
+auto ExplainPoint(const vexa_expr& x, const std::vector<vexa::Column>& columns)
+{
+    return [&x, &columns](std::size_t i, vexa_c::Failure& f) {
+        vexa_c::Explain(x, PointOf(columns, i).data(), f, false);
+    };
+}
+
+std::vector<vexa::ShapedColumn> ShapedColumnsOf(const vexa_expr& e, size_t n, const double* const* columns,
+                                                const ptrdiff_t* strides, const int* rows, const int* cols)
+{
+    const std::size_t count = e.names.size();
+    if (count > 0 && !columns)
+        Fail(VEXA_E_ARGUMENT, "no parameter columns");
+    std::vector<vexa::ShapedColumn> out(count);
+    for (std::size_t k = 0; k < count; ++k) {
+        const int r = rows ? rows[k] : 1, c = cols ? cols[k] : 1;
+        const std::string which = "parameter " + std::to_string(k) + " (" + e.names[k] + ")";
+        const std::string why = vexa_compiled::ShapeRefused(r, c);
+        if (!why.empty())
+            Fail(VEXA_E_ARGUMENT, which + ": " + why);
+        if (!columns[k] && n > 0)
+            Fail(VEXA_E_ARGUMENT, "no values for " + which);
+        // The shape was checked: the product fits.
+        const std::ptrdiff_t stride = strides ? strides[k] : static_cast<std::ptrdiff_t>(r) * c;
+        out[k] = {columns[k], stride, r, c};
+    }
+    return out;
+}
+
+std::vector<VEXA_Data> ValuesOf(const std::vector<vexa::ShapedColumn>& columns, std::size_t i)
+{
+    std::vector<VEXA_Data> values;
+    for (const vexa::ShapedColumn& c : columns) {
+        const double* at = c.data + static_cast<std::ptrdiff_t>(i) * c.stride;
+        values.emplace_back(c.rows, c.cols);
+        std::copy(at, at + static_cast<std::size_t>(c.rows) * static_cast<std::size_t>(c.cols),
+                  values.back().getValue());
+    }
+    return values;
 }
 
 }  // namespace
@@ -187,20 +229,67 @@ int vexa_eval_many_ex(vexa_expr* e, size_t n, const double* const* columns, cons
             vexa_c::TreeTurn turn(x);
             const vexa::Report r = vexa::EvaluateMany(x.calc.get(), static_cast<int>(cols.size()), n, cols.data(),
                                                       results, opts);
-            Tell(r, n, report, [&](std::size_t) { return vexa::Outcome{0.0, vexa::Failure::kNull, 0}; });
+            Tell(r, n, report, [&](std::size_t) { return vexa::Outcome{0.0, vexa::Failure::kNull, 0}; },
+                 NoExplanation);
             return;
         }
         const vexa::Report r = x.form->EvaluateMany(n, cols.data(), results, opts);
         Tell(r, n, report, [&](std::size_t i) {
             vexa_c::WorkspaceUse ws(x);
             return x.form->Evaluate(PointOf(cols, i).data(), ws.get(), opts.strict);
-        }, &x, &cols);
+        }, ExplainPoint(x, cols));
     });
 }
 
 int vexa_eval_many(vexa_expr* e, size_t n, const double* const* columns, double* results, vexa_error* err)
 {
     return vexa_eval_many_ex(e, n, columns, nullptr, results, nullptr, nullptr, err);
+}
+
+int vexa_eval_many_shaped(vexa_expr* e, size_t n, const double* const* columns, const ptrdiff_t* strides,
+                          const int* rows, const int* cols, int result_rows, int result_cols, double* results,
+                          const vexa_options* options, vexa_report* report, vexa_error* err)
+{
+    if (report)
+        *report = {0, 0};
+    return Status(err, [&] {
+        vexa_expr& x = Checked(e);
+        const std::string refused = vexa_compiled::ShapeRefused(result_rows, result_cols);
+        if (!refused.empty())
+            Fail(VEXA_E_ARGUMENT, "the result: " + refused);
+        PointsNeeded(n, results);
+        const std::vector<vexa::ShapedColumn> shaped = ShapedColumnsOf(x, n, columns, strides, rows, cols);
+        const std::string why = vexa_compiled::ShapedPointsBeyondReach(n, static_cast<int>(shaped.size()),
+                                                                       shaped.data(), result_rows, result_cols);
+        if (!why.empty())
+            Fail(VEXA_E_ARGUMENT, why);
+        const vexa::Options opts = OptionsOf(options);
+        const int count = static_cast<int>(shaped.size());
+        if (!x.form) {
+            vexa_c::TreeTurn turn(x);
+            const vexa::Report r = vexa::EvaluateShapedMany(x.calc.get(), count, n, shaped.data(), result_rows,
+                                                            result_cols, results, opts);
+            Tell(r, n, report, [&](std::size_t) { return vexa::Outcome{0.0, vexa::Failure::kNull, 0}; },
+                 NoExplanation);
+            return;
+        }
+        const vexa::Report r = x.form->EvaluateShapedMany(n, shaped.data(), result_rows, result_cols, results, opts);
+        Tell(r, n, report, [&](std::size_t i) {
+            // Point i again, alone on this thread.
+            std::vector<vexa::ShapedColumn> at = shaped;
+            for (vexa::ShapedColumn& c : at)
+                c.data += static_cast<std::ptrdiff_t>(i) * c.stride;
+            std::vector<double> out(static_cast<std::size_t>(result_rows) * static_cast<std::size_t>(result_cols));
+            vexa::Options one = opts;
+            one.threads = 1;
+            const vexa::Report r1 = x.form->EvaluateShapedMany(1, at.data(), result_rows, result_cols, out.data(), one);
+            return r1.ok() ? vexa::Outcome{out[0], vexa::Failure::kNone, 0}
+                           : vexa::Outcome{out[0], r1.first.front().failure, r1.first.front().code};
+        }, [&](std::size_t i, vexa_c::Failure& f) {
+            const std::vector<VEXA_Data> values = ValuesOf(shaped, i);
+            vexa_c::ExplainFree(x, values.data(), f, false);
+        });
+    });
 }
 
 int vexa_gradient(vexa_expr* e, const double* params, double* grad, vexa_error* err)
@@ -243,7 +332,7 @@ int vexa_gradient_many(vexa_expr* e, size_t n, const double* const* columns, con
             vexa_c::WorkspaceUse ws(x);
             std::vector<double> grad(cols.size());
             return form.Gradient(PointOf(cols, i).data(), grad.data(), ws.get());
-        }, &x, &cols);
+        }, ExplainPoint(x, cols));
     });
 }
 

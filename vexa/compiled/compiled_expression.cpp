@@ -53,9 +53,9 @@ Outcome EvaluateCalculator(ICalculator* calc, std::vector<VEXA_Data>& values, co
     return {DataAccess::Scalar(result), Failure::kNone, 0};
 }
 
-// What calc->Evaluate gives at params, from the workspace's own copy of the
-// tree (made on first need: most forms never need it).
-Outcome TreeOutcome(Space& s, const double* params)
+// The workspace's own copy of the tree, made on first need: most forms
+// never need it.
+Expression* PrivateTree(Space& s)
 {
     if (!s.tree) {
         std::string why;
@@ -64,7 +64,63 @@ Outcome TreeOutcome(Space& s, const double* params)
         if (!s.tree)
             throw std::logic_error("vexa: the private copy of a compiled expression cannot be copied: " + why);
     }
-    return EvaluateCalculator(s.tree, s.values, params, s.form.params);
+    return s.tree;
+}
+
+// What calc->Evaluate gives at params, from the workspace's copy of the tree.
+Outcome TreeOutcome(Space& s, const double* params)
+{
+    return EvaluateCalculator(PrivateTree(s), s.values, params, s.form.params);
+}
+
+// values[k] = point's value of column k, reusing each value's storage while
+// the shape stays.
+void GatherShaped(const ShapedColumn* columns, int count, std::size_t point, std::vector<VEXA_Data>& values)
+{
+    values.resize(static_cast<std::size_t>(count));
+    for (int k = 0; k < count; ++k) {
+        const ShapedColumn& c = columns[k];
+        const double* at = c.data + static_cast<std::ptrdiff_t>(point) * c.stride;
+        VEXA_Data& v = values[static_cast<std::size_t>(k)];
+        if (c.rows == 1 && c.cols == 1) {
+            DataAccess::AssignScalar(v, *at);
+            continue;
+        }
+        int rows = 0, cols = 0;
+        v.getDataInfo(rows, cols);
+        if (v.getType() == DT_NULL || rows != c.rows || cols != c.cols)
+            v = VEXA_Data(c.rows, c.cols);
+        std::memcpy(v.getValue(), at, static_cast<std::size_t>(c.rows) * static_cast<std::size_t>(c.cols) * sizeof(double));
+    }
+}
+
+// calc->Evaluate with values: its rows x cols elements go to out, or NaN
+// in all of them where it has none of that shape.
+Outcome EvaluateShaped(ICalculator* calc, std::vector<VEXA_Data>& values, int rows, int cols, double* out)
+{
+    const std::size_t size = static_cast<std::size_t>(rows) * static_cast<std::size_t>(cols);
+    VEXA_Data result;
+    Outcome o{0.0, Failure::kNone, 0};
+    try {
+        calc->Evaluate(static_cast<int>(values.size()), values.data(), result);
+    } catch (int code) {
+        o = Failed(Failure::kThrown, code);
+    }
+    if (o.ok()) {
+        int r = 0, c = 0;
+        result.getDataInfo(r, c);
+        if (result.getType() == DT_NULL)
+            o = Failed(Failure::kNull);
+        else if (r != rows || c != cols)
+            o = Failed(Failure::kWrongShape);
+    }
+    if (!o.ok()) {
+        std::fill(out, out + size, kNaN);
+        return o;
+    }
+    std::memcpy(out, result.getValue(), size * sizeof(double));
+    o.value = out[0];
+    return o;
 }
 
 // The answer at a point the program stopped at. At a zero divisor the tree
@@ -214,6 +270,49 @@ void EvaluateRange(Space& s, std::size_t begin, std::size_t end, const Column* c
     }
 }
 
+void ShapedRange(Space& s, std::size_t begin, std::size_t end, const ShapedColumn* columns, int rows, int cols,
+                 double* results, const Options& options, Report& report)
+{
+    Expression* tree = PrivateTree(s);
+    const std::size_t per = static_cast<std::size_t>(rows) * static_cast<std::size_t>(cols);
+    std::vector<VEXA_Data> values;
+    for (std::size_t i = begin; i < end; ++i) {
+        GatherShaped(columns, s.form.params, i, values);
+        const Outcome o = EvaluateShaped(tree, values, rows, cols, results + i * per);
+        if (!o.ok())
+            Note(report, options.max_reported, i, o);
+    }
+}
+
+bool AllNumbers(const ShapedColumn* columns, int count, int rows, int cols)
+{
+    for (int k = 0; k < count; ++k) {
+        if (columns[k].rows != 1 || columns[k].cols != 1)
+            return false;
+    }
+    return rows == 1 && cols == 1;
+}
+
+// The shaped call's word for a number where the call asked for a number.
+void AsWrongShape(Report& report)
+{
+    const int from = static_cast<int>(Failure::kNotScalar), to = static_cast<int>(Failure::kWrongShape);
+    report.by_kind[to] += report.by_kind[from];
+    report.by_kind[from] = 0;
+    for (PointFailure& p : report.first) {
+        if (p.failure == Failure::kNotScalar)
+            p.failure = Failure::kWrongShape;
+    }
+}
+
+std::vector<Column> ScalarColumns(const ShapedColumn* columns, int count)
+{
+    std::vector<Column> out(static_cast<std::size_t>(count));
+    for (int k = 0; k < count; ++k)
+        out[static_cast<std::size_t>(k)] = {columns[k].data, columns[k].stride};
+    return out;
+}
+
 void GradientRange(Space& s, std::size_t begin, std::size_t end, const Column* columns, double* values,
                    double* grads, const Options& options, Report& report)
 {
@@ -361,6 +460,23 @@ Report CompiledExpression::EvaluateMany(std::size_t n, const Column* columns, do
     });
 }
 
+Report CompiledExpression::EvaluateShapedMany(std::size_t n, const ShapedColumn* columns, int rows, int cols,
+                                              double* results, const Options& options) const
+{
+    const int count = m_form->params;
+    vexa_compiled::CheckShapedPoints(n, count, columns, rows, cols);
+    // Numbers throughout are EvaluateMany's points, programs and strictness included.
+    if (AllNumbers(columns, count, rows, cols)) {
+        const std::vector<Column> scalar = ScalarColumns(columns, count);
+        Report report = EvaluateMany(n, scalar.data(), results, options);
+        AsWrongShape(report);
+        return report;
+    }
+    return Split(*m_form, n, options, [&](Space& s, std::size_t begin, std::size_t end, Report& report) {
+        ShapedRange(s, begin, end, columns, rows, cols, results, options, report);
+    });
+}
+
 Report CompiledExpression::GradientMany(std::size_t n, const Column* columns, double* values, double* grads,
                                         const Options& options) const
 {
@@ -391,6 +507,31 @@ Report EvaluateMany(ICalculator* calc, int params, std::size_t n, const Column* 
         Gather(columns, count, i, point.data());
         const Outcome o = calc ? EvaluateCalculator(calc, values, point.data(), count) : Failed(Failure::kNull);
         results[i] = o.value;
+        if (!o.ok())
+            Note(report, options.max_reported, i, o);
+    }
+    return report;
+}
+
+Report EvaluateShapedMany(ICalculator* calc, int params, std::size_t n, const ShapedColumn* columns, int rows,
+                          int cols, double* results, const Options& options)
+{
+    const int count = std::max(params, 0);
+    vexa_compiled::CheckShapedPoints(n, count, columns, rows, cols);
+    if (std::unique_ptr<CompiledExpression> form = CompiledExpression::Make(calc, params))
+        return form->EvaluateShapedMany(n, columns, rows, cols, results, options);
+    Report report;
+    const std::size_t per = static_cast<std::size_t>(rows) * static_cast<std::size_t>(cols);
+    std::vector<VEXA_Data> values;
+    for (std::size_t i = 0; i < n; ++i) {
+        double* out = results + i * per;
+        Outcome o = Failed(Failure::kNull);
+        if (calc) {
+            GatherShaped(columns, count, i, values);
+            o = EvaluateShaped(calc, values, rows, cols, out);
+        } else {
+            std::fill(out, out + per, kNaN);
+        }
         if (!o.ok())
             Note(report, options.max_reported, i, o);
     }

@@ -39,8 +39,9 @@ enum class Failure : int {
     kRefused = 4,     // strict: a built-in refused its arguments, or a null value arose inside
     kNoGradient = 5,  // the exact gradient cannot follow the point: part of the expression
                       // runs only as a tree there (a cross product, a vector value)
+    kWrongShape = 6,  // EvaluateShapedMany: the result's shape is not the one asked for
 };
-const int kFailureKinds = 6;
+const int kFailureKinds = 7;
 
 // The answer at one point: value is NaN unless failure is kNone.
 struct Outcome {
@@ -86,6 +87,17 @@ struct Column {
     static Column Held(const double* v) { return {v, 0}; }
 };
 
+// One parameter's values of any shape at the points: point i's value is the
+// rows x cols doubles, row-major, from data + i * stride (a stride of 0 holds
+// one value for every point). A 1 x 1 column is a number; the language has
+// no column vectors, so cols is 1 only with rows 1.
+struct ShapedColumn {
+    const double* data;
+    std::ptrdiff_t stride;
+    int rows;
+    int cols;
+};
+
 class Workspace;
 
 // An immutable compiled form of an expression, which any number of threads
@@ -125,6 +137,20 @@ public:
     // std::length_error before anything is written; so in GradientMany.
     Report EvaluateMany(std::size_t n, const Column* columns, double* results,
                         const Options& options = Options()) const;
+
+    // results + i * rows * cols receives point i's value, rows x cols
+    // doubles, row-major; columns has paramCount() entries of any shape, and
+    // results must not overlap them. Each point is what Evaluate gives with
+    // VEXA_Data parameters of those shapes. A point whose value has another
+    // shape (kWrongShape), is null or throws gets NaN in all its elements
+    // and is reported. Vectors and matrices are evaluated by the tree, so
+    // strict applies only where every column and the result are numbers
+    // (the call is then EvaluateMany's). A shape the language has not
+    // (rows or cols below 1, a column vector, too many elements) is refused
+    // with std::invalid_argument, a count or stride no buffer could match
+    // with std::length_error, both before anything is written.
+    Report EvaluateShapedMany(std::size_t n, const ShapedColumn* columns, int rows, int cols, double* results,
+                              const Options& options = Options()) const;
 
     // The value and every first partial derivative, grad[k] = d value / d
     // parameter k, by reverse-mode differentiation of the program: exact to
@@ -178,6 +204,10 @@ private:
 // thread (options.threads is then ignored).
 VEXA_API Report EvaluateMany(ICalculator* calc, int params, std::size_t n, const Column* columns, double* results,
                              const Options& options = Options());
+
+// EvaluateShapedMany for any calculator, in the same way.
+VEXA_API Report EvaluateShapedMany(ICalculator* calc, int params, std::size_t n, const ShapedColumn* columns,
+                                   int rows, int cols, double* results, const Options& options = Options());
 
 }  // namespace vexa
 
