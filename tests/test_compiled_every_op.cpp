@@ -133,4 +133,37 @@ TEST(CompiledEveryOp, TreeInterpreterAndMachineCodeAgreeBitForBit)
     }
 }
 
+// Machine code is made for at most 256 parameters; more stay with the
+// interpreter, with the same answers.
+TEST(CompiledEveryOp, ParameterCountsBeyondTheLimitStayWithTheInterpreter)
+{
+    for (const int count : {256, 257}) {
+        // Names are letters only: waa, wab, ...
+        auto name = [](int k) { return std::string{'w', static_cast<char>('a' + k / 26), static_cast<char>('a' + k % 26)}; };
+        std::wstring list;
+        for (int k = 0; k < count; ++k) {
+            const std::string n = name(k);
+            list += (k ? L"," : L"") + std::wstring(n.begin(), n.end());
+        }
+        const Case c = {name(0) + "*2+" + name(count - 1) + "/" + name(1), list.c_str(), -1};
+        Calc tree = Make(c, false);
+        Calc calc = Make(c, true);
+        ASSERT_TRUE(tree && calc) << count;
+        std::vector<double> point(static_cast<std::size_t>(count));
+        for (int k = 0; k < count; ++k)
+            point[static_cast<std::size_t>(k)] = 0.5 * k - 3;
+        form_test::Reference(calc.get(), point);
+        const auto interpreterPath = ExpressionAccess::FastPath(*static_cast<Expression*>(calc.get()));
+        for (int i = 0; i < 70; ++i) {
+            point[1] = i - 35.0;  // through a zero divisor, which the tree refuses
+            const vexa::Outcome t = form_test::Reference(tree.get(), point);
+            const vexa::Outcome m = form_test::Reference(calc.get(), point);
+            ASSERT_TRUE(Same(m, t)) << count << " parameters, run " << i << ": " << Show(m) << ", tree " << Show(t);
+        }
+        EXPECT_EQ(ExpressionAccess::FastPath(*static_cast<Expression*>(calc.get())) != interpreterPath,
+                  form_test::MakesMachineCode() && count <= 256)
+            << count << " parameters";
+    }
+}
+
 }  // namespace
