@@ -4,6 +4,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #endif
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
 
 #include <cstdlib>
 #include <cstring>
@@ -129,7 +132,35 @@ std::size_t CodeResidentKiB()
     return kib;
 }
 
+// Whether the system takes back a page of a memory file when asked: an
+// emulator (qemu-user) may ignore the request and answer that it did.
+bool PunchingFrees()
+{
+#if defined(__linux__)
+    const long page = sysconf(_SC_PAGESIZE);
+    const int fd = memfd_create("vexa-probe", MFD_CLOEXEC);
+    bool freed = false;
+    if (fd >= 0 && page > 0 && ftruncate(fd, page) == 0) {
+        const std::size_t size = static_cast<std::size_t>(page);
+        void* p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+        if (p != MAP_FAILED) {
+            volatile unsigned char* bytes = static_cast<unsigned char*>(p);
+            bytes[0] = 1;
+            freed = madvise(p, size, MADV_REMOVE) == 0 && bytes[0] == 0;
+            munmap(p, size);
+        }
+    }
+    if (fd >= 0)
+        close(fd);
+    return freed;
+#else
+    return true;
+#endif
+}
+
 TEST_F(ExecutableArena, EmptiedPagesGoBackWhileTheirChunkStays) {
+    if (!PunchingFrees())
+        GTEST_SKIP() << "this system does not take pages of memory files back (qemu-user ignores the request)";
     Calc model = form_test::Parse("x*2+1", L"x");
     ASSERT_TRUE(model);
     const std::size_t start = CodeResidentKiB();
@@ -196,7 +227,8 @@ TEST_F(ExecutableArena, RefusedPlatformCallsEndInTheInterpreter) {
             EXPECT_EQ(grad, k);
         }
         const ArenaStats during = ExecutableArenaStats();
-        EXPECT_EQ(during.programs - before.programs, c.places ? 80u : 0u);
+        const std::size_t perExpression = form_test::MakesGradientCode() ? 2 : 1;
+        EXPECT_EQ(during.programs - before.programs, c.places ? 40 * perExpression : 0u);
         EXPECT_EQ(during.single, before.single);
         forms.clear();
         calcs.clear();
@@ -228,7 +260,8 @@ TEST_F(ExecutableArena, GradientCodeIsMadeOnceWhenFirstAskedFor) {
         });
     for (std::thread& t : threads)
         t.join();
-    EXPECT_EQ(ExecutableArenaStats().programs, programs + 1);
+    const std::size_t made = form_test::MakesGradientCode() ? 1 : 0;
+    EXPECT_EQ(ExecutableArenaStats().programs, programs + made);
     double again[2];
     {
         vexa::Workspace ws(*form);
@@ -240,7 +273,7 @@ TEST_F(ExecutableArena, GradientCodeIsMadeOnceWhenFirstAskedFor) {
         EXPECT_EQ(form_test::Bits(grads[2 * t]), form_test::Bits(again[0]));
         EXPECT_EQ(form_test::Bits(grads[2 * t + 1]), form_test::Bits(again[1]));
     }
-    EXPECT_EQ(ExecutableArenaStats().programs, programs + 1);
+    EXPECT_EQ(ExecutableArenaStats().programs, programs + made);
     form.reset();
     EXPECT_EQ(ExecutableArenaStats().programs, programs);
 }

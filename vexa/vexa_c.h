@@ -246,7 +246,8 @@ VEXA_API int vexa_unregister(const char* name, vexa_error* err);
 /* The library's version, "MAJOR.MINOR.PATCH" (static storage). */
 VEXA_API const char* vexa_version(void);
 /* The machine code the library generates for compiled expressions:
-   "x86-64 (System V)", or "none" where every compiled program runs in the
+   "x86-64 (System V)", "AArch64" (Linux; there gradients run in the
+   interpreter), or "none" where every compiled program runs in the
    library's interpreter. The build decides (static storage). */
 VEXA_API const char* vexa_machine_code(void);
 

@@ -16,6 +16,9 @@
 #if defined(__linux__)
 #define VEXA_HAS_DOUBLE_MAP 1
 #endif
+#if defined(__aarch64__)
+#define VEXA_NEVER_REUSE_CODE_ADDRESSES 1
+#endif
 
 // How the arena keeps code from ever being writable where it runs.
 //
@@ -51,6 +54,18 @@
 // kept and tried again on later calls instead of being forgotten. A Windows
 // build would do the same with a section mapped twice (CreateFileMapping,
 // MapViewOfFile with FILE_MAP_WRITE and with FILE_MAP_EXECUTE|FILE_MAP_READ).
+//
+// On AArch64 no executable address is ever used for a second program. The
+// instruction cache is cleaned through the executable view after each copy,
+// which the processor needs; but an emulator (qemu-user) that translates
+// code notices changes only through writes it sees at that address, and
+// the writable view is another address: a second program where a first
+// one ran would run the first one's translation. So there a chunk whose
+// programs are all released goes on being filled after them, not from its
+// start again, and the executable view of a chunk that goes is replaced by
+// an inaccessible reservation (its memory returns, its addresses stay
+// taken) instead of being unmapped. Reservations of neighbouring chunks
+// merge into one mapping; the cost is address space only.
 namespace vexa_platform {
 
 struct ArenaChunk {
@@ -105,6 +120,7 @@ private:
 
     bool Fails(unsigned kind) const { return (m_faults & kind) != 0; }
     bool Unmap(unsigned char*& at, std::size_t size);
+    bool Retract(unsigned char*& at, std::size_t size);
     bool Protect(unsigned char* at, std::size_t size, int prot);
 
     ArenaChunk* NewShared(std::size_t size);
@@ -160,6 +176,22 @@ bool Arena::Unmap(unsigned char*& at, std::size_t size)
     return true;
 }
 
+// The executable view's unmapping: see the top of the file.
+bool Arena::Retract(unsigned char*& at, std::size_t size)
+{
+#if VEXA_NEVER_REUSE_CODE_ADDRESSES
+    if (!at)
+        return true;
+    if (Fails(kFailUnmap) || mmap(at, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED | MAP_NORESERVE,
+                                  -1, 0) == MAP_FAILED)
+        return false;
+    at = nullptr;
+    return true;
+#else
+    return Unmap(at, size);
+#endif
+}
+
 bool Arena::Protect(unsigned char* at, std::size_t size, int prot)
 {
     return !Fails(kFailProtect) && mprotect(at, size, prot) == 0;
@@ -184,7 +216,7 @@ void Arena::Unlink(ArenaChunk* c)
 void Arena::Drop(ArenaChunk* c)
 {
     const bool write = Unmap(c->write, c->size);
-    const bool exec = Unmap(c->exec, c->size);
+    const bool exec = Retract(c->exec, c->size);
     if (!write || !exec) {
         if (!c->stuck)
             ++m_stuck;
@@ -376,10 +408,13 @@ void Arena::Release(ArenaChunk* c, unsigned char* at, std::size_t size)
     }
     if (--c->live != 0)
         return;
-    if (c == m_current)
+    if (c == m_current) {
+#if !VEXA_NEVER_REUSE_CODE_ADDRESSES
         c->used = 0;  // no program left to run there: fill it again
-    else
+#endif
+    } else {
         Drop(c);
+    }
 }
 
 ArenaStats Arena::Stats()

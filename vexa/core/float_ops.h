@@ -35,6 +35,34 @@ inline double Quotient(double first, double second)
     return first;
 }
 
+#elif defined(__GNUC__) && defined(__aarch64__)
+
+// The AArch64 machine code computes with these very instructions, first
+// operand first.
+inline double Sum(double first, double second)
+{
+    __asm__("fadd %d0, %d0, %d1" : "+w"(first) : "w"(second));
+    return first;
+}
+
+inline double Difference(double first, double second)
+{
+    __asm__("fsub %d0, %d0, %d1" : "+w"(first) : "w"(second));
+    return first;
+}
+
+inline double Product(double first, double second)
+{
+    __asm__("fmul %d0, %d0, %d1" : "+w"(first) : "w"(second));
+    return first;
+}
+
+inline double Quotient(double first, double second)
+{
+    __asm__("fdiv %d0, %d0, %d1" : "+w"(first) : "w"(second));
+    return first;
+}
+
 #else
 
 inline double Sum(double first, double second) { return first + second; }

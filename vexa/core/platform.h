@@ -113,9 +113,52 @@ private:
     unsigned m_saved;
     bool m_changed;
 };
+#elif defined(__aarch64__) && defined(__GNUC__)
+// FPCR's fields that change a double's result or trap: the trap enables
+// (bits 8-12 and 15), flush-to-zero (24), the default NaN (25) and the
+// rounding (22-23). The default has them all clear.
+const unsigned long long kFpcrControls = 0x9F00ull | 3ull << 22 | 1ull << 24 | 1ull << 25;
+
+inline unsigned long long ReadFpcr()
+{
+    unsigned long long fpcr;
+    __asm__ volatile("mrs %0, fpcr" : "=r"(fpcr));
+    return fpcr;
+}
+
+inline void WriteFpcr(unsigned long long fpcr)
+{
+    __asm__ volatile("msr fpcr, %0" : : "r"(fpcr));
+}
+
+inline bool DefaultFloatEnvironment()
+{
+    return (ReadFpcr() & kFpcrControls) == 0;
+}
+
+// As on x86-64; the flags live in FPSR, which this leaves alone.
+class DefaultFloatScope {
+public:
+    DefaultFloatScope() : m_saved(ReadFpcr()), m_changed((m_saved & kFpcrControls) != 0)
+    {
+        if (m_changed)
+            WriteFpcr(m_saved & ~kFpcrControls);
+    }
+    ~DefaultFloatScope()
+    {
+        if (m_changed)
+            WriteFpcr(m_saved);
+    }
+    DefaultFloatScope(const DefaultFloatScope&) = delete;
+    DefaultFloatScope& operator=(const DefaultFloatScope&) = delete;
+
+private:
+    unsigned long long m_saved;
+    bool m_changed;
+};
 #else
-// Elsewhere the environment is not inspected yet (an AArch64 version would
-// read FPCR): the host is trusted to keep the default.
+// Elsewhere the environment is not inspected yet: the host is trusted to
+// keep the default.
 inline bool DefaultFloatEnvironment()
 {
     return true;

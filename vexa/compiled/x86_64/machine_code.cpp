@@ -182,8 +182,9 @@ std::unique_ptr<MachineCode> MachineCode::Make(const Program& program, int count
     return code;
 }
 
-#else
+#elif !(defined(__aarch64__) && defined(__linux__))
 
+// (Linux AArch64 has its own, in vexa/compiled/aarch64/.)
 std::unique_ptr<MachineCode> MachineCode::Make(const Program&, int, double*, CallSpace*, const Layout&, const Exits&)
 {
     return nullptr;

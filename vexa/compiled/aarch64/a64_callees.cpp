@@ -1,0 +1,73 @@
+#include "vexa/compiled/aarch64/a64_callees.h"
+
+#include <utility>
+
+#include "vexa/calc/operation_math.h"
+
+namespace vexa_compiled {
+namespace a64 {
+
+namespace {
+
+// A built-in's function with its arguments in d registers, a series' after
+// its lead arguments as (const double*, int).
+template <Op op, typename Indices>
+struct ValueCall;
+
+template <Op op, std::size_t... I>
+struct ValueCall<op, std::index_sequence<I...>> {
+    static double Of(decltype(I, double())... a)
+    {
+        const double v[] = {a...};
+        return Math<op>::Value(v, static_cast<int>(sizeof...(I)));
+    }
+    static double Series(decltype(I, double())... a, const double* c, int m)
+    {
+        double v[kMostArguments] = {a...};
+        for (int k = 0; k < m; ++k)
+            v[sizeof...(I) + static_cast<std::size_t>(k)] = c[k];
+        return Math<op>::Value(v, static_cast<int>(sizeof...(I)) + m);
+    }
+};
+
+// d0..d7 carry floating-point arguments under the procedure call standard.
+constexpr int kMostDArguments = 8;
+
+template <class F>
+std::uint64_t Address(F* f)
+{
+    return reinterpret_cast<std::uint64_t>(f);
+}
+
+template <Op op>
+std::uint64_t ValueFunctionOf(int& lead)
+{
+    constexpr vexa_ops::Row row = kRows[op];
+    if constexpr (row.kind == vexa_ops::Kind::kSeries) {
+        // x, x0 and, for the Fourier series, w lead.
+        lead = row.fewest - 1;
+        return Address(&ValueCall<op, std::make_index_sequence<row.fewest - 1>>::Series);
+    } else if constexpr ((IsBuiltin(op) || op == kPow) && row.fewest == row.most && row.most <= kMostDArguments) {
+        return Address(&ValueCall<op, std::make_index_sequence<row.most>>::Of);
+    } else {
+        return 0;
+    }
+}
+
+}  // namespace
+
+CallTarget CallTargetOf(Op op)
+{
+    CallTarget t;
+    switch (op) {
+#define VEXA_A64_CALLEE_CASE(Name, ...) \
+    case k##Name: t.value = ValueFunctionOf<k##Name>(t.lead); break;
+        VEXA_OPERATIONS(VEXA_A64_CALLEE_CASE)
+#undef VEXA_A64_CALLEE_CASE
+    default: break;
+    }
+    return t;
+}
+
+}  // namespace a64
+}  // namespace vexa_compiled
