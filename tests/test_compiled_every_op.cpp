@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "compiled_form_util.h"
+#include "compiled_expression_util.h"
 #include "vexa/calc/expression_access.h"
 #include "vexa/calc/operations.h"
 
