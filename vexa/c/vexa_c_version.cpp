@@ -17,6 +17,8 @@ const char* vexa_machine_code(void)
     // The same condition under which the compiled form emits code at all.
 #if defined(__x86_64__) && (defined(__unix__) || defined(__APPLE__))
     return "x86-64 (System V)";
+#elif defined(__x86_64__) && defined(_WIN32)
+    return "x86-64 (Windows)";
 #else
     return "none";
 #endif

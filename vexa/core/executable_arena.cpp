@@ -48,9 +48,10 @@
 // number is capped, past which the interpreter runs, so that they never use
 // up the host's mappings. Every refused call ends in a null answer, memory
 // mapped on the way is unmapped, and a mapping that cannot be unmapped is
-// kept and tried again on later calls instead of being forgotten. A Windows
-// build would do the same with a section mapped twice (CreateFileMapping,
-// MapViewOfFile with FILE_MAP_WRITE and with FILE_MAP_EXECUTE|FILE_MAP_READ).
+// kept and tried again on later calls instead of being forgotten. Windows
+// has its own arena (executable_arena_windows.cpp).
+#if !defined(_WIN32)
+
 namespace vexa_platform {
 
 struct ArenaChunk {
@@ -407,7 +408,8 @@ void Arena::SetFaults(unsigned faults)
 
 }  // namespace
 
-unsigned char* PlaceCode(const unsigned char* code, std::size_t size, ArenaChunk*& chunk)
+unsigned char* PlaceCode(const unsigned char* code, std::size_t size, const unsigned char*, std::size_t,
+                         ArenaChunk*& chunk)
 {
     return Arena::Get().Place(code, size, chunk);
 }
@@ -429,7 +431,7 @@ void SetExecutableArenaFaults(unsigned faults)
 
 #else
 
-unsigned char* PlaceCode(const unsigned char*, std::size_t, ArenaChunk*&)
+unsigned char* PlaceCode(const unsigned char*, std::size_t, const unsigned char*, std::size_t, ArenaChunk*&)
 {
     return nullptr;
 }
@@ -446,3 +448,5 @@ void SetExecutableArenaFaults(unsigned) {}
 #endif
 
 }  // namespace vexa_platform
+
+#endif

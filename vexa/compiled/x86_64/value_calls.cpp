@@ -179,20 +179,30 @@ bool ValueLowering::Difference(const Instr& in, std::size_t at)
 bool ValueLowering::CallOther(const Instr& in, std::size_t at)
 {
     ArgumentCursor args(m_frame.convention());
-    int reg[6];
-    for (int& r : reg) {
-        if ((r = args.NextInt()) < 0)
+    Frame::IntArg arg[6];
+    for (Frame::IntArg& a : arg) {
+        if (!m_frame.NextIntArg(args, a))
             return false;
     }
     if (in.b > m_space->args.size() || in.b > static_cast<std::uint32_t>(std::numeric_limits<std::int32_t>::max()))
         return false;
     m_xmms.SpillAll(at);
-    m_em.MovImm64(reg[0], reinterpret_cast<std::uint64_t>(m_space));
-    m_em.MovImm64(reg[1], reinterpret_cast<std::uint64_t>(m_program.calls()[in.c]));
-    m_em.MovImm64(reg[2], reinterpret_cast<std::uint64_t>(Args(in)));
-    m_em.MovReg(reg[3], m_base);
-    m_em.MovImm32(reg[4], in.b);
-    m_em.Lea(reg[5], m_xmms.Home(in.d));
+    // Those on the stack first: setting them goes through rax only.
+    for (int pass = 0; pass < 2; ++pass) {
+        auto mine = [&](int k) { return (arg[k].reg < 0) == (pass == 0); };
+        if (mine(0))
+            m_frame.ArgImm64(arg[0], reinterpret_cast<std::uint64_t>(m_space));
+        if (mine(1))
+            m_frame.ArgImm64(arg[1], reinterpret_cast<std::uint64_t>(m_program.calls()[in.c]));
+        if (mine(2))
+            m_frame.ArgImm64(arg[2], reinterpret_cast<std::uint64_t>(Args(in)));
+        if (mine(3))
+            m_frame.ArgReg(arg[3], m_base);
+        if (mine(4))
+            m_frame.ArgImm32(arg[4], in.b);
+        if (mine(5))
+            m_frame.ArgLea(arg[5], m_xmms.Home(in.d));
+    }
     m_frame.Call(Address(CallCalculator));
     m_em.CmpImm32(rax, 0);
     const int done = m_em.NewLabel();
