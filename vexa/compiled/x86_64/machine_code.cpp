@@ -102,13 +102,15 @@ bool Write(Emitter& em, const Program& program, int count, double* registers, Ca
     HostData host(em, layout, {self, params, result, held, shape, scratch});
     // Takes the frame down and puts the evaluation's own arguments back where
     // a jump to C++ expects them.
+    // Code that calls nothing keeps them where they came, and may still have
+    // a frame (kept registers or xmm registers to give back).
     auto leave = [&] {
-        if (!calls)
-            return;
-        em.MovReg(frame.EntryArg(0), self);
-        em.MovImm32(frame.EntryArg(1), static_cast<std::uint32_t>(count));
-        em.MovReg(frame.EntryArg(2), params);
-        em.MovReg(frame.EntryArg(3), result);
+        if (calls) {
+            em.MovReg(frame.EntryArg(0), self);
+            em.MovImm32(frame.EntryArg(1), static_cast<std::uint32_t>(count));
+            em.MovReg(frame.EntryArg(2), params);
+            em.MovReg(frame.EntryArg(3), result);
+        }
         frame.Epilogue();
     };
     auto exit = [&](int label, FastEvaluate to) {
