@@ -48,8 +48,15 @@ add_test(NAME compiled_gradient_bits
 # The emitter and the frame are internal to the library (hidden): their tests
 # build their own copies.
 target_sources(test_compiled_emitter PRIVATE ${PROJECT_SOURCE_DIR}/vexa/compiled/x86_64/x64_emitter.cpp)
+# The frame's test runs its code from its own copy of the executable memory,
+# with the frame's description registered where the platform reads one.
 target_sources(test_compiled_frame PRIVATE ${PROJECT_SOURCE_DIR}/vexa/compiled/x86_64/x64_emitter.cpp
-                                           ${PROJECT_SOURCE_DIR}/vexa/compiled/x86_64/frame.cpp)
+                                           ${PROJECT_SOURCE_DIR}/vexa/compiled/x86_64/frame.cpp
+                                           ${PROJECT_SOURCE_DIR}/vexa/compiled/x86_64/unwind_info.cpp
+                                           ${PROJECT_SOURCE_DIR}/vexa/core/executable_memory.cpp
+                                           ${PROJECT_SOURCE_DIR}/vexa/core/executable_arena.cpp
+                                           ${PROJECT_SOURCE_DIR}/vexa/core/executable_arena_windows.cpp)
+target_compile_definitions(test_compiled_frame PRIVATE VEXA_BUILDING_LIBRARY)
 target_sources(test_compiled_a64_emitter PRIVATE ${PROJECT_SOURCE_DIR}/vexa/compiled/aarch64/a64_emitter.cpp)
 # Where the processor is AArch64 the emitter's functions are run, placed in
 # the test's own copy of the executable memory.

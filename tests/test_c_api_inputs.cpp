@@ -347,6 +347,8 @@ TEST(CApiInputs, VersionAndMachineCode)
     EXPECT_EQ(code, "x86-64 (System V)");
 #elif defined(__aarch64__) && defined(__linux__)
     EXPECT_EQ(code, "AArch64");
+#elif defined(__x86_64__) && defined(_WIN32)
+    EXPECT_EQ(code, "x86-64 (Windows)");
 #elif defined(_WIN32)
     EXPECT_EQ(code, "none");  // the interpreter runs there for now
 #else

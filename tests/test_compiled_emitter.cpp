@@ -87,6 +87,8 @@ bool Write(Emitter& em, const Case& c)
     else if (f == "CmpMemReg") em.CmpMemReg(m(1), r(0));
     else if (f == "MovsdLoad") em.MovsdLoad(r(0), m(1));
     else if (f == "MovsdStore") em.MovsdStore(m(1), r(0));
+    else if (f == "MovupdLoad") em.MovupdLoad(r(0), m(1));
+    else if (f == "MovupdStore") em.MovupdStore(m(1), r(0));
     else if (f == "UcomisdMem") em.Ucomisd(r(0), m(1));
     else if (f == "ArithMem") em.Arith(op, r(1), m(2));
     else if (f == "CmpMemImm32") em.CmpMemImm32(m(0), static_cast<std::int32_t>(a[2]));

@@ -59,10 +59,19 @@ public:
             _mm_setcsr(_mm_getcsr() | 0x8040);
 #endif
     }
-    ~InEnvironment() { std::fesetenv(&m_saved); }
+    ~InEnvironment()
+    {
+        std::fesetenv(&m_saved);
+#if defined(__x86_64__)
+        _mm_setcsr(m_mxcsr);  // not restored by every C library's fesetenv
+#endif
+    }
 
 private:
     std::fenv_t m_saved;
+#if defined(__x86_64__)
+    unsigned m_mxcsr = _mm_getcsr();
+#endif
 };
 
 // Compares with pow bit for bit, and the flags raised: the fast path may

@@ -2,6 +2,8 @@
 
 #include <cwchar>
 
+#include <cfenv>
+
 #include <clocale>
 #include <cmath>
 #include <limits>
@@ -14,6 +16,29 @@
 namespace {
 
 using namespace vexa_platform;
+
+#if defined(__x86_64__)
+// A check run for a program being made sees the default environment
+// whatever the host set, and leaves the host's SSE control exactly as it
+// was, even after changing the rounding itself (the C library's own
+// restore of the environment may not cover the SSE unit).
+TEST(CorePlatform, FlagCheckRestoresTheHostsSseControl) {
+    const unsigned hosts[] = {0x1F80u, 0x3F80u, 0x5F80u, 0x7F80u, 0x9FC0u};
+    for (unsigned host : hosts) {
+        const unsigned before = _mm_getcsr();
+        _mm_setcsr(host);
+        unsigned inside = 0;
+        vexa_platform::RaisesNoFlag([&] {
+            inside = _mm_getcsr() & ~vexa_platform::kMxcsrFlags;
+            std::fesetround(FE_TOWARDZERO);
+        });
+        const unsigned after = _mm_getcsr() & ~vexa_platform::kMxcsrFlags;
+        _mm_setcsr(before);
+        EXPECT_EQ(inside, vexa_platform::kDefaultMxcsr) << std::hex << host;
+        EXPECT_EQ(after, host & ~vexa_platform::kMxcsrFlags) << std::hex << host;
+    }
+}
+#endif
 
 TEST(CorePlatform, WToF) {
     const std::vector<testutil::CaseLine> cases = testutil::ReadCases("numbers.txt");

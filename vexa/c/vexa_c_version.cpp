@@ -19,6 +19,8 @@ const char* vexa_machine_code(void)
     return "x86-64 (System V)";
 #elif defined(__aarch64__) && defined(__linux__)
     return "AArch64";
+#elif defined(__x86_64__) && defined(_WIN32)
+    return "x86-64 (Windows)";
 #else
     return "none";
 #endif

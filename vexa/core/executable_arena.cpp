@@ -51,9 +51,8 @@
 // number is capped, past which the interpreter runs, so that they never use
 // up the host's mappings. Every refused call ends in a null answer, memory
 // mapped on the way is unmapped, and a mapping that cannot be unmapped is
-// kept and tried again on later calls instead of being forgotten. A Windows
-// build would do the same with a section mapped twice (CreateFileMapping,
-// MapViewOfFile with FILE_MAP_WRITE and with FILE_MAP_EXECUTE|FILE_MAP_READ).
+// kept and tried again on later calls instead of being forgotten. Windows
+// has its own arena (executable_arena_windows.cpp).
 //
 // On AArch64 no executable address is ever used for a second program. The
 // instruction cache is cleaned through the executable view after each copy,
@@ -66,6 +65,8 @@
 // an inaccessible reservation (its memory returns, its addresses stay
 // taken) instead of being unmapped. Reservations of neighbouring chunks
 // merge into one mapping; the cost is address space only.
+#if !defined(_WIN32)
+
 namespace vexa_platform {
 
 struct ArenaChunk {
@@ -442,7 +443,8 @@ void Arena::SetFaults(unsigned faults)
 
 }  // namespace
 
-unsigned char* PlaceCode(const unsigned char* code, std::size_t size, ArenaChunk*& chunk)
+unsigned char* PlaceCode(const unsigned char* code, std::size_t size, const unsigned char*, std::size_t,
+                         ArenaChunk*& chunk)
 {
     return Arena::Get().Place(code, size, chunk);
 }
@@ -464,7 +466,7 @@ void SetExecutableArenaFaults(unsigned faults)
 
 #else
 
-unsigned char* PlaceCode(const unsigned char*, std::size_t, ArenaChunk*&)
+unsigned char* PlaceCode(const unsigned char*, std::size_t, const unsigned char*, std::size_t, ArenaChunk*&)
 {
     return nullptr;
 }
@@ -481,3 +483,5 @@ void SetExecutableArenaFaults(unsigned) {}
 #endif
 
 }  // namespace vexa_platform
+
+#endif

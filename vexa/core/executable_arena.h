@@ -17,8 +17,10 @@ struct ArenaChunk;
 
 // Copies size bytes of code into the arena; answers its executable address
 // and the chunk that holds it, or null where no executable memory can be
-// had. Any thread.
-unsigned char* PlaceCode(const unsigned char* code, std::size_t size, ArenaChunk*& chunk);
+// had. unwind describes the code's frame where the platform's unwinder reads
+// one (see ExecutableMemory::Load). Any thread.
+unsigned char* PlaceCode(const unsigned char* code, std::size_t size, const unsigned char* unwind,
+                         std::size_t unwind_size, ArenaChunk*& chunk);
 // Gives back what PlaceCode answered. Any thread.
 void ReleaseCode(ArenaChunk* chunk, unsigned char* at, std::size_t size);
 
@@ -38,9 +40,9 @@ VEXA_API ArenaStats ExecutableArenaStats();
 // program asks for a chunk of its own, so that each call is reached. Zero
 // ends the faults (and the stuck mappings are then tried again).
 enum ArenaFault : unsigned {
-    kFailMap = 1,      // memfd_create, ftruncate, mmap
-    kFailProtect = 2,  // mprotect
-    kFailUnmap = 4,    // munmap
+    kFailMap = 1,      // memfd_create, ftruncate, mmap (VirtualAlloc)
+    kFailProtect = 2,  // mprotect (VirtualProtect, RtlAddFunctionTable)
+    kFailUnmap = 4,    // munmap (VirtualFree)
 };
 VEXA_API void SetExecutableArenaFaults(unsigned faults);
 

@@ -24,7 +24,11 @@ public:
 
     // Copies size bytes of code to an executable place aligned to 64 bytes;
     // false (holding nothing) where no executable memory can be had. Once.
-    bool Load(const unsigned char* code, std::size_t size);
+    // Where the platform's unwinder reads a table of the code's frames
+    // (Windows), unwind is the entry's description, registered for the
+    // whole code while it is held; elsewhere it is not needed.
+    bool Load(const unsigned char* code, std::size_t size, const unsigned char* unwind = nullptr,
+              std::size_t unwind_size = 0);
     // The code's first byte; null before a successful Load.
     unsigned char* data() const { return m_data; }
 

@@ -182,12 +182,27 @@ template <typename Compute>
 bool RaisesNoFlag(Compute&& compute)
 {
     // The host's environment comes back on every way out, an exception's too.
+    // MinGW-w64's fesetenv gives back the x87 control word only, leaving the
+    // SSE unit in the last rounding mode set here (every later sum of the
+    // host and of the tree rounding so): the SSE control is saved apart.
     struct Restore {
         std::fenv_t saved;
+#if defined(__x86_64__) || defined(_M_X64)
+        unsigned mxcsr = _mm_getcsr();
+#endif
         Restore() { std::fegetenv(&saved); }
-        ~Restore() { std::fesetenv(&saved); }
+        ~Restore()
+        {
+            std::fesetenv(&saved);
+#if defined(__x86_64__) || defined(_M_X64)
+            _mm_setcsr(mxcsr);
+#endif
+        }
     } restore;
     std::fesetenv(FE_DFL_ENV);
+#if defined(__x86_64__) || defined(_M_X64)
+    _mm_setcsr(kDefaultMxcsr);
+#endif
     std::feclearexcept(FE_ALL_EXCEPT);
     compute();
     bool clean = std::fetestexcept(FE_ALL_EXCEPT) == 0;

@@ -38,6 +38,9 @@ struct CallConvention {
     int first_kept_xmm;
     // The stack pointer's alignment at every call.
     std::int32_t stack_align;
+    // Whether generated code is described to the system's unwinder by a
+    // table of its prologue (Windows); elsewhere nothing is registered.
+    bool unwind_table;
 };
 
 // Linux, the BSDs and macOS. rbp is taken last: a debugger or profiler walking
@@ -54,7 +57,33 @@ constexpr CallConvention kSystemV = {
     9,
     16,
     16,
+    false,
 };
+
+// Windows x64. Integer and double arguments share four positions, every
+// call leaves 32 bytes of shadow space, and xmm6-xmm15 are kept by a callee
+// in all 128 bits. rbp again last.
+constexpr CallConvention kWindowsX64 = {
+    {rcx, rdx, r8, r9, 0, 0},
+    4,
+    4,
+    true,
+    32,
+    {rbx, rsi, rdi, r12, r13, r14, r15, rbp},
+    8,
+    {rax, rcx, rdx, r8, r9, r10, r11, 0, 0},
+    7,
+    6,
+    16,
+    true,
+};
+
+// The convention of the platform the library is built for.
+#if defined(_WIN32)
+inline constexpr const CallConvention& kHost = kWindowsX64;
+#else
+inline constexpr const CallConvention& kHost = kSystemV;
+#endif
 
 // Where the next argument of a call goes, following the convention's
 // counting.
@@ -67,20 +96,32 @@ public:
     {
         const int k = m_cc.positional ? m_ints + m_xmms : m_ints;
         ++m_ints;
-        return k < m_cc.int_arg_count ? m_cc.int_args[k] : -1;
+        return Stacked(k < m_cc.int_arg_count ? m_cc.int_args[k] : -1);
     }
     // The xmm register of the next double argument; -1 past the last.
     int NextXmm()
     {
         const int k = m_cc.positional ? m_ints + m_xmms : m_xmms;
         ++m_xmms;
-        return k < m_cc.xmm_args ? k : -1;
+        return Stacked(k < m_cc.xmm_args ? k : -1);
     }
+    // The stack slot (8 bytes each, from the shadow space's end up) of the
+    // last argument answered -1: arguments past the registers go there in
+    // order under both countings.
+    int StackSlot() const { return m_stacked - 1; }
 
 private:
+    int Stacked(int reg)
+    {
+        if (reg < 0)
+            ++m_stacked;
+        return reg;
+    }
+
     const CallConvention& m_cc;
     int m_ints = 0;
     int m_xmms = 0;
+    int m_stacked = 0;
 };
 
 }  // namespace x64

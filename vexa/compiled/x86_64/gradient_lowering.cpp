@@ -219,16 +219,25 @@ bool GradientLowering::Builtin(const Unit::Step& step)
 bool GradientLowering::Called(const Unit::Step& step)
 {
     ArgumentCursor args(m_frame.convention());
-    int reg[5];
-    for (int& r : reg) {
-        if ((r = args.NextInt()) < 0)
+    Frame::IntArg arg[5];
+    for (Frame::IntArg& a : arg) {
+        if (!m_frame.NextIntArg(args, a))
             return false;
     }
-    m_em.MovImm64(reg[0], reinterpret_cast<std::uint64_t>(&m_unit));
-    m_em.MovReg(reg[1], m_regs.call);
-    m_em.MovImm64(reg[2], reinterpret_cast<std::uint64_t>(&step));
-    m_em.MovReg(reg[3], m_regs.regs);
-    m_em.MovReg(reg[4], m_regs.tape);
+    // Those on the stack first: setting them goes through rax only.
+    for (int pass = 0; pass < 2; ++pass) {
+        auto mine = [&](int k) { return (arg[k].reg < 0) == (pass == 0); };
+        if (mine(0))
+            m_frame.ArgImm64(arg[0], reinterpret_cast<std::uint64_t>(&m_unit));
+        if (mine(1))
+            m_frame.ArgReg(arg[1], m_regs.call);
+        if (mine(2))
+            m_frame.ArgImm64(arg[2], reinterpret_cast<std::uint64_t>(&step));
+        if (mine(3))
+            m_frame.ArgReg(arg[3], m_regs.regs);
+        if (mine(4))
+            m_frame.ArgReg(arg[4], m_regs.tape);
+    }
     m_frame.Call(Address(&CallStep));
     m_em.CmpImm32(rax, kGoes);
     m_em.Jump(kNotEqual, m_leave);

@@ -21,7 +21,7 @@ int RunsBeforeMachineCode()
     return runs;
 }
 
-#if defined(__x86_64__) && (defined(__unix__) || defined(__APPLE__))
+#if defined(__x86_64__) && (defined(__unix__) || defined(__APPLE__) || defined(_WIN32))
 
 namespace {
 
@@ -41,15 +41,13 @@ constexpr int kEntryArgs = 4;
 // instructions, the result, and the ways out to C++. False where the
 // program is not taken.
 bool Write(Emitter& em, const Program& program, int count, double* registers, CallSpace* space,
-           const Layout& layout, const Exits& exits)
+           const Layout& layout, const Exits& exits, std::vector<std::uint8_t>& unwind)
 {
     const std::vector<Instr>& code = program.code();
     const std::size_t registerCount = program.initialRegisters().size();
     if (count < 0 || count > kMaxCount || code.size() > kMaxInstructions || registerCount > kMaxRegisters)
         return false;
-    Frame frame(em, kSystemV, kEntryArgs);
-    if (!frame.Usable())
-        return false;
+    Frame frame(em, kHost, kEntryArgs);
     bool calls = false;
     for (const Instr& in : code) {
         if (in.op == kStop)
@@ -57,13 +55,13 @@ bool Write(Emitter& em, const Program& program, int count, double* registers, Ca
         calls = calls || ValueLowering::Calls(in);
     }
 
-    // Registers free where nothing is called; those that must outlive a call
-    // are kept ones instead. The scratch register serves the parameter copy
-    // only, before any call.
-    int base = frame.TakeFree();
-    int held = frame.TakeFree();
-    const int scratch = frame.TakeFree();
-    int shape = frame.TakeFree();
+    // Registers free where nothing is called (kept ones where the convention
+    // leaves too few); those that must outlive a call are kept ones instead.
+    // The scratch register serves the parameter copy only, before any call.
+    int base = frame.TakeAny();
+    int held = frame.TakeAny();
+    const int scratch = frame.TakeAny();
+    int shape = frame.TakeAny();
     int self = frame.EntryArg(0);
     int params = frame.EntryArg(2);
     int result = frame.EntryArg(3);
@@ -80,6 +78,7 @@ bool Write(Emitter& em, const Program& program, int count, double* registers, Ca
         return false;
 
     XmmAllocator xmms(em, 1, 15, XmmAllocator::kFurthestUse);
+    frame.UseXmms(15);
     xmms.Reset(registerCount, base, true);
     std::vector<std::uint32_t> ops;
     for (std::size_t i = 0; i < code.size(); ++i) {
@@ -103,13 +102,15 @@ bool Write(Emitter& em, const Program& program, int count, double* registers, Ca
     HostData host(em, layout, {self, params, result, held, shape, scratch});
     // Takes the frame down and puts the evaluation's own arguments back where
     // a jump to C++ expects them.
+    // Code that calls nothing keeps them where they came, and may still have
+    // a frame (kept registers or xmm registers to give back).
     auto leave = [&] {
-        if (!calls)
-            return;
-        em.MovReg(frame.EntryArg(0), self);
-        em.MovImm32(frame.EntryArg(1), static_cast<std::uint32_t>(count));
-        em.MovReg(frame.EntryArg(2), params);
-        em.MovReg(frame.EntryArg(3), result);
+        if (calls) {
+            em.MovReg(frame.EntryArg(0), self);
+            em.MovImm32(frame.EntryArg(1), static_cast<std::uint32_t>(count));
+            em.MovReg(frame.EntryArg(2), params);
+            em.MovReg(frame.EntryArg(3), result);
+        }
         frame.Epilogue();
     };
     auto exit = [&](int label, FastEvaluate to) {
@@ -163,7 +164,7 @@ bool Write(Emitter& em, const Program& program, int count, double* registers, Ca
     em.Bind(early);
     em.MovImm64(rax, Address(exits.general));
     em.Jmp(rax);
-    return true;
+    return frame.UnwindInfo(unwind);
 }
 
 }  // namespace
@@ -172,11 +173,12 @@ std::unique_ptr<MachineCode> MachineCode::Make(const Program& program, int count
                                                CallSpace* space, const Layout& layout, const Exits& exits)
 {
     Emitter em;
-    if (!Write(em, program, count, registers, space, layout, exits))
+    std::vector<std::uint8_t> unwind;
+    if (!Write(em, program, count, registers, space, layout, exits, unwind))
         return nullptr;
     const std::vector<std::uint8_t> bytes = em.Finish();
     std::unique_ptr<MachineCode> code(new MachineCode());
-    if (!code->m_memory.Load(bytes.data(), bytes.size()))
+    if (!code->m_memory.Load(bytes.data(), bytes.size(), unwind.data(), unwind.size()))
         return nullptr;
     code->m_entry = reinterpret_cast<FastEvaluate>(code->m_memory.data());
     return code;

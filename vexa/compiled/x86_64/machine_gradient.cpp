@@ -14,7 +14,7 @@
 
 namespace vexa_compiled {
 
-#if defined(__x86_64__) && (defined(__unix__) || defined(__APPLE__))
+#if defined(__x86_64__) && (defined(__unix__) || defined(__APPLE__) || defined(_WIN32))
 
 namespace {
 
@@ -35,15 +35,13 @@ std::int32_t Field(std::size_t offset)
 
 // The entry takes the GradientCall and answers kGoes, a StopReason or
 // kStepThrew.
-bool Write(Emitter& em, const Unit& u, int count)
+bool Write(Emitter& em, const Unit& u, int count, std::vector<std::uint8_t>& unwind)
 {
     const Program& p = *u.program;
     if (u.steps.size() > kMaxSteps || p.initialRegisters().size() > kMaxRegisters ||
         u.tape.size() > kMaxRegisters || count < p.neededParams() || count > kMaxCount)
         return false;
-    Frame frame(em, kSystemV, 1);
-    if (!frame.Usable())
-        return false;
+    Frame frame(em, kHost, 1);
     GradientRegisters regs;
     regs.regs = frame.TakeKept();
     regs.tape = frame.TakeKept();
@@ -54,6 +52,7 @@ bool Write(Emitter& em, const Unit& u, int count)
     frame.ReserveScratch();
     const int leave = em.NewLabel();  // eax holds the answer
     XmmAllocator xmms(em, 4, 12, XmmAllocator::kLeastRecent);
+    frame.UseXmms(12);
     GradientLowering lowering(em, frame, xmms, u, regs, leave);
 
     frame.Prologue();
@@ -72,7 +71,7 @@ bool Write(Emitter& em, const Unit& u, int count)
     em.Bind(leave);
     frame.Epilogue();
     em.Ret();
-    return true;
+    return frame.UnwindInfo(unwind);
 }
 
 }  // namespace
@@ -93,11 +92,12 @@ std::unique_ptr<GradientCode> GradientCode::Make(const Unit& u, int count)
     if (!u.program || RunsBeforeMachineCode() < 0)
         return nullptr;
     x64::Emitter em;
-    if (!Write(em, u, count))
+    std::vector<std::uint8_t> unwind;
+    if (!Write(em, u, count, unwind))
         return nullptr;
     const std::vector<std::uint8_t> bytes = em.Finish();
     std::unique_ptr<GradientCode> code(new GradientCode());
-    if (!code->m_memory.Load(bytes.data(), bytes.size()))
+    if (!code->m_memory.Load(bytes.data(), bytes.size(), unwind.data(), unwind.size()))
         return nullptr;
     code->m_entry = reinterpret_cast<Entry>(code->m_memory.data());
     return code;

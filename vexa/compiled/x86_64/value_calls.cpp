@@ -1,5 +1,6 @@
 #include "vexa/compiled/x86_64/value_lowering.h"
 
+#include <algorithm>
 #include <limits>
 
 // The value code's calls: built-ins over argument lists, central
@@ -35,33 +36,27 @@ bool ValueLowering::Call(const Instr& in, std::size_t at)
     return true;
 }
 
-// Argument values from index from on, into the scratch room (the caller
-// checked that they fit).
-void ValueLowering::WriteArgs(const Instr& in, std::uint32_t from)
+// Argument values from index from on, into the scratch room from byte at on
+// (the caller checked that they fit).
+void ValueLowering::WriteArgs(const Instr& in, std::uint32_t from, std::int32_t at)
 {
     const std::uint32_t* regs = Args(in);
     for (std::uint32_t k = from; k < in.b; ++k) {
         LoadTo(0, regs[k]);
-        m_em.MovsdStore(m_frame.Scratch(static_cast<std::int32_t>(8 * (k - from))), 0);
+        m_em.MovsdStore(m_frame.Scratch(at + static_cast<std::int32_t>(8 * (k - from))), 0);
     }
 }
 
-// Where the convention passes a call's lead xmm arguments and, for a series,
-// the array of the rest and its length; false where they do not all go in
-// registers.
-bool ValueLowering::PlaceArguments(const CallTarget& target, int lead, std::vector<int>& xmm, int& array,
-                                   int& length) const
+namespace {
+
+// The stack slots two integer arguments take (0 where both have registers):
+// an array passed with them starts above.
+std::uint32_t SlotsTaken(const Frame::IntArg& a, const Frame::IntArg& b)
 {
-    ArgumentCursor args(m_frame.convention());
-    xmm.assign(static_cast<std::size_t>(lead), -1);
-    for (int& x : xmm) {
-        if ((x = args.NextXmm()) < 0)
-            return false;
-    }
-    array = target.lead >= 0 ? args.NextInt() : 0;
-    length = target.lead >= 0 ? args.NextInt() : 0;
-    return array >= 0 && length >= 0;
+    return static_cast<std::uint32_t>(std::max(std::max(a.slot, b.slot) + 1, 0));
 }
+
+}  // namespace
 
 // False where the list does not fit the registers and scratch room the
 // call passes it in.
@@ -73,19 +68,41 @@ bool ValueLowering::List(const Instr& in, std::size_t at)
     if (!target.value || !m_frame.HasScratch() || in.b < static_cast<std::uint32_t>(n) ||
         in.b - static_cast<std::uint32_t>(n) > kScratchSlots)
         return false;
-    std::vector<int> xmm;
-    int array = 0;
-    int length = 0;
-    if (!PlaceArguments(target, n, xmm, array, length))
+    ArgumentCursor args(m_frame.convention());
+    // An xmm register, or -1 - the stack slot where the registers run out
+    // (a built-in taking every argument as a double).
+    std::vector<int> xmm(static_cast<std::size_t>(n));
+    for (int& x : xmm) {
+        if ((x = args.NextXmm()) < 0) {
+            if (target.lead >= 0 || args.StackSlot() >= static_cast<int>(kScratchSlots))
+                return false;
+            x = -1 - args.StackSlot();
+        }
+    }
+    Frame::IntArg array{0, -1}, length{0, -1};
+    if (target.lead >= 0 && (!m_frame.NextIntArg(args, array) || !m_frame.NextIntArg(args, length)))
+        return false;
+    const std::uint32_t below = SlotsTaken(array, length);
+    if (in.b - static_cast<std::uint32_t>(n) > kScratchSlots - below)
         return false;
     m_xmms.SpillAll(at);
     if (target.lead >= 0)
-        WriteArgs(in, static_cast<std::uint32_t>(n));
-    for (int k = 0; k < n; ++k)
-        LoadTo(xmm[static_cast<std::size_t>(k)], regs[k]);
+        WriteArgs(in, static_cast<std::uint32_t>(n), static_cast<std::int32_t>(8 * below));
+    // Those on the stack first: they pass through xmm0.
+    for (int k = 0; k < n; ++k) {
+        const int x = xmm[static_cast<std::size_t>(k)];
+        if (x < 0) {
+            LoadTo(0, regs[k]);
+            m_em.MovsdStore(m_frame.Scratch(8 * (-1 - x)), 0);
+        }
+    }
+    for (int k = 0; k < n; ++k) {
+        if (xmm[static_cast<std::size_t>(k)] >= 0)
+            LoadTo(xmm[static_cast<std::size_t>(k)], regs[k]);
+    }
     if (target.lead >= 0) {
-        m_em.Lea(array, m_frame.Scratch(0));
-        m_em.MovImm32(length, in.b - static_cast<std::uint32_t>(n));
+        m_frame.ArgLea(array, m_frame.Scratch(static_cast<std::int32_t>(8 * below)));
+        m_frame.ArgImm32(length, in.b - static_cast<std::uint32_t>(n));
     }
     m_frame.Call(target.value);
     DefineFromXmm0(in.d);
@@ -111,21 +128,29 @@ bool ValueLowering::CallShifted(const CallTarget& target, const Instr& in, int s
             m_em.ArithPool(0x5C, x, m_step);
         }
     };
-    std::vector<int> xmm;
-    int array = 0;
-    int length = 0;
-    if (!PlaceArguments(target, lead, xmm, array, length))
+    ArgumentCursor args(m_frame.convention());
+    std::vector<int> xmm(static_cast<std::size_t>(lead));
+    for (int& x : xmm) {
+        if ((x = args.NextXmm()) < 0)
+            return false;
+    }
+    Frame::IntArg array{0, -1}, length{0, -1};
+    if (target.lead >= 0 && (!m_frame.NextIntArg(args, array) || !m_frame.NextIntArg(args, length)))
+        return false;
+    // The array goes above the stack's arguments, below the first value.
+    const std::int32_t below = static_cast<std::int32_t>(8 * SlotsTaken(array, length));
+    if (below + 8 * (n - lead) > kFirstValue)
         return false;
     // A series takes the arguments after its leading ones as an array.
     for (int k = lead; k < n; ++k) {
         load(0, k);
-        m_em.MovsdStore(m_frame.Scratch(8 * (k - lead)), 0);
+        m_em.MovsdStore(m_frame.Scratch(below + 8 * (k - lead)), 0);
     }
     for (int k = 0; k < lead; ++k)
         load(xmm[static_cast<std::size_t>(k)], k);
     if (target.lead >= 0) {
-        m_em.Lea(array, m_frame.Scratch(0));
-        m_em.MovImm32(length, static_cast<std::uint32_t>(n - lead));
+        m_frame.ArgLea(array, m_frame.Scratch(below));
+        m_frame.ArgImm32(length, static_cast<std::uint32_t>(n - lead));
     }
     m_frame.Call(target.value);
     return true;
@@ -186,20 +211,30 @@ bool ValueLowering::Difference(const Instr& in, std::size_t at)
 bool ValueLowering::CallOther(const Instr& in, std::size_t at)
 {
     ArgumentCursor args(m_frame.convention());
-    int reg[6];
-    for (int& r : reg) {
-        if ((r = args.NextInt()) < 0)
+    Frame::IntArg arg[6];
+    for (Frame::IntArg& a : arg) {
+        if (!m_frame.NextIntArg(args, a))
             return false;
     }
     if (in.b > m_space->args.size() || in.b > static_cast<std::uint32_t>(std::numeric_limits<std::int32_t>::max()))
         return false;
     m_xmms.SpillAll(at);
-    m_em.MovImm64(reg[0], reinterpret_cast<std::uint64_t>(m_space));
-    m_em.MovImm64(reg[1], reinterpret_cast<std::uint64_t>(m_program.calls()[in.c]));
-    m_em.MovImm64(reg[2], reinterpret_cast<std::uint64_t>(Args(in)));
-    m_em.MovReg(reg[3], m_base);
-    m_em.MovImm32(reg[4], in.b);
-    m_em.Lea(reg[5], m_xmms.Home(in.d));
+    // Those on the stack first: setting them goes through rax only.
+    for (int pass = 0; pass < 2; ++pass) {
+        auto mine = [&](int k) { return (arg[k].reg < 0) == (pass == 0); };
+        if (mine(0))
+            m_frame.ArgImm64(arg[0], reinterpret_cast<std::uint64_t>(m_space));
+        if (mine(1))
+            m_frame.ArgImm64(arg[1], reinterpret_cast<std::uint64_t>(m_program.calls()[in.c]));
+        if (mine(2))
+            m_frame.ArgImm64(arg[2], reinterpret_cast<std::uint64_t>(Args(in)));
+        if (mine(3))
+            m_frame.ArgReg(arg[3], m_base);
+        if (mine(4))
+            m_frame.ArgImm32(arg[4], in.b);
+        if (mine(5))
+            m_frame.ArgLea(arg[5], m_xmms.Home(in.d));
+    }
     m_frame.Call(Address(CallCalculator));
     m_em.CmpImm32(rax, 0);
     const int done = m_em.NewLabel();

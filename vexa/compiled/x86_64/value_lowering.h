@@ -48,8 +48,7 @@ private:
     void Select(const Instr& in, std::size_t at);
     void PolynomialStep(const Instr& in, std::size_t at);
     bool List(const Instr& in, std::size_t at);
-    bool PlaceArguments(const CallTarget& target, int lead, std::vector<int>& xmm, int& array, int& length) const;
-    void WriteArgs(const Instr& in, std::uint32_t from);
+    void WriteArgs(const Instr& in, std::uint32_t from, std::int32_t at = 0);
     bool Difference(const Instr& in, std::size_t at);
     bool CallShifted(const CallTarget& target, const Instr& in, int shifted, bool up);
     bool CallOther(const Instr& in, std::size_t at);

@@ -223,6 +223,8 @@ void Emitter::SsePool(std::uint8_t prefix, std::uint8_t op, int reg, int constan
 void Emitter::MovsdLoad(int x, Mem m) { Sse(0xF2, 0x10, x, m); }
 void Emitter::MovsdStore(Mem m, int x) { Sse(0xF2, 0x11, x, m); }
 void Emitter::MovsdLoadPool(int x, int constant) { SsePool(0xF2, 0x10, x, constant); }
+void Emitter::MovupdLoad(int x, Mem m) { Sse(0x66, 0x10, x, m); }
+void Emitter::MovupdStore(Mem m, int x) { Sse(0x66, 0x11, x, m); }
 void Emitter::Movapd(int dst, int src) { SseReg(0x66, 0x28, dst, src); }
 void Emitter::Arith(std::uint8_t op, int x, int src) { SseReg(0xF2, op, x, src); }
 void Emitter::Arith(std::uint8_t op, int x, Mem m) { Sse(0xF2, op, x, m); }

@@ -64,6 +64,9 @@ public:
     void MovsdLoad(int x, Mem m);
     void MovsdStore(Mem m, int x);
     void MovsdLoadPool(int x, int constant);
+    // All 128 bits, at any alignment: a callee's kept xmm registers.
+    void MovupdLoad(int x, Mem m);
+    void MovupdStore(Mem m, int x);
     void Movapd(int dst, int src);
     void Arith(std::uint8_t op, int x, int src);  // op: 0x58 add, 0x59 mul, 0x5C sub, 0x5E div, 0x51 sqrt
     void Arith(std::uint8_t op, int x, Mem m);
@@ -76,6 +79,9 @@ public:
     void UcomisdPool(int x, int constant);
     void Cvttsd2si(int r, int x);  // 32-bit integer
     void Cvtsi2sd(int x, int r);
+
+    // Bytes written so far: the offset of the next instruction.
+    std::size_t Position() const { return m_code.size(); }
 
     // The finished code with its pool, every jump and pool address resolved.
     std::vector<std::uint8_t> Finish();
