@@ -13,7 +13,7 @@
 #include "vexa/calc/expression.h"
 #include "vexa/compiled/run/block_run.h"
 #include "vexa/compiled/form.h"
-#include "vexa/compiled/x86_64/machine_gradient.h"
+#include "vexa/compiled/machine_gradient.h"
 #include "vexa/compiled/point_bounds.h"
 #include "vexa/compiled/run/point_run.h"
 #include "vexa/compiled/snapshot.h"

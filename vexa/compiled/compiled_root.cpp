@@ -7,7 +7,7 @@
 #include "vexa/calc/expression_access.h"
 #include "vexa/compiled/program/compiler.h"
 #include "vexa/compiled/program/shaped_program.h"
-#include "vexa/compiled/x86_64/machine_code.h"
+#include "vexa/compiled/machine_code.h"
 #include "vexa/core/data_access.h"
 #include "vexa/core/inline_hints.h"
 #include "vexa/core/platform.h"

@@ -9,7 +9,7 @@
 #include "vexa/calc/expression_access.h"
 #include "vexa/compiled/program/compiler.h"
 #include "vexa/compiled/run/lanes.h"
-#include "vexa/compiled/x86_64/machine_gradient.h"
+#include "vexa/compiled/machine_gradient.h"
 #include "vexa/compiled/snapshot.h"
 #include "vexa/compiled/stack_room.h"
 #include "vexa/tree/owning_step_calculator.h"

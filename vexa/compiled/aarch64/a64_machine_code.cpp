@@ -6,7 +6,7 @@
 // (this code keeps x19..x24 and uses no d8..d15), sp a multiple of 16.
 // Calls of other calculators and central differences go through the same
 // C++ the x86-64 code calls.
-#include "vexa/compiled/x86_64/machine_code.h"
+#include "vexa/compiled/machine_code.h"
 
 #if defined(__aarch64__) && defined(__linux__)
 
@@ -15,7 +15,6 @@
 
 #include "vexa/compiled/aarch64/a64_emitter.h"
 #include "vexa/compiled/aarch64/a64_value_lowering.h"
-#include "vexa/compiled/x86_64/callees.h"
 
 namespace vexa_compiled {
 
@@ -210,7 +209,7 @@ bool Write(Emitter& em, const Program& program, int count, double* registers, Ca
     em.Bind(thrown);
     em.MovImm(x0, reinterpret_cast<std::uint64_t>(space));
     Epilogue(em);
-    em.MovImm(x16, Address(x64::Rethrow));
+    em.MovImm(x16, Address(Rethrow));
     em.Br(x16);
     em.Bind(early);
     em.MovImm(x16, Address(exits.general));

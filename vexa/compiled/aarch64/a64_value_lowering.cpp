@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "vexa/compiled/aarch64/a64_callees.h"
-#include "vexa/compiled/x86_64/callees.h"
+#include "vexa/compiled/machine_code.h"
 
 namespace vexa_compiled {
 namespace a64 {
@@ -282,7 +282,7 @@ bool ValueLowering::CallOther(const Instr& in)
     m_em.MovReg(x3, kBase);
     m_em.MovImm(x4, in.b);
     HomeAddress(x5, in.d);
-    m_em.MovImm(x17, reinterpret_cast<std::uint64_t>(&x64::CallCalculator));
+    m_em.MovImm(x17, reinterpret_cast<std::uint64_t>(&CallCalculator));
     m_em.Blr(x17);
     const int done = m_em.NewLabel();
     m_em.ScvtfW(d0, x0);
@@ -311,7 +311,7 @@ bool ValueLowering::Difference(const Instr& in)
     m_em.MovReg(x1, sp);
     m_em.MovImm(x2, in.b);
     HomeAddress(x3, in.d);
-    m_em.MovImm(x17, reinterpret_cast<std::uint64_t>(&x64::CallDifference));
+    m_em.MovImm(x17, reinterpret_cast<std::uint64_t>(&CallDifference));
     m_em.Blr(x17);
     m_em.ScvtfW(d0, x0);
     m_em.FCmpZero(d0);

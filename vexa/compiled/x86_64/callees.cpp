@@ -83,38 +83,6 @@ CallTarget CallTargetOf(Op op)
     return t;
 }
 
-int CallDifference(const DiffChain* chain, const double* args, int n, double* out)
-{
-    return CentralDifference(*chain, args, n, *out) ? 1 : 0;
-}
-
-// The arguments are read from their registers here, not copied by the code:
-// a call may pass any number of them.
-int CallCalculator(CallSpace* space, ICalculator* calc, const std::uint32_t* regs, const double* r, int n,
-                   double* out)
-{
-    try {
-        for (int k = 0; k < n; ++k)
-            DataAccess::AssignScalar(space->args[static_cast<std::size_t>(k)], r[regs[k]]);
-        VEXA_Data result;
-        vexa_calc::CallFunction(calc, n, space->args.data(), result);
-        if (!DataAccess::IsScalar(result))
-            return 1;
-        *out = DataAccess::Scalar(result);
-        return 0;
-    } catch (...) {
-        space->pending = std::current_exception();
-        return 2;
-    }
-}
-
-int Rethrow(CallSpace* space)
-{
-    std::exception_ptr e = space->pending;
-    space->pending = nullptr;
-    std::rethrow_exception(e);
-}
-
 int CallStep(const Unit* u, GradientCall* call, const Unit::Step* step, double* r, double* tape)
 {
     try {

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "vexa/compiled/program/program.h"
-#include "vexa/compiled/x86_64/machine_gradient.h"
+#include "vexa/compiled/machine_gradient.h"
 
 // The C++ functions generated code calls, and the one question the lowerings
 // ask about them. Each function computing a built-in wraps exactly the
@@ -29,21 +29,6 @@ struct CallTarget {
 };
 
 CallTarget CallTargetOf(Op op);
-
-// The evaluation of a central difference's chain over n arguments: 1 with
-// the value in *out, 0 where the tree must take over.
-int CallDifference(const DiffChain* chain, const double* args, int n, double* out);
-
-// A call of another calculator with the values of registers regs[0..n) of
-// r: 0 with the scalar in *out; 1: hand over to the tree; 2: it threw, and
-// the exception waits in space. space->args holds n (checked when the code
-// is made).
-int CallCalculator(CallSpace* space, ICalculator* calc, const std::uint32_t* regs, const double* r, int n,
-                   double* out);
-
-// Throws the exception waiting in space; reached by a jump once the code has
-// taken its frame down, so that it leaves from ordinary C++ frames.
-int Rethrow(CallSpace* space);
 
 // One step of the one-point runner; an exception it throws waits in call,
 // and the answer is then kStepThrew.

@@ -5,7 +5,7 @@
 
 #include "vexa/compiled/run/point_run.h"
 #include "vexa/compiled/x86_64/callees.h"
-#include "vexa/compiled/x86_64/machine_gradient.h"
+#include "vexa/compiled/machine_gradient.h"
 
 namespace vexa_compiled {
 namespace x64 {

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "vexa/compiled/x86_64/gradient_lowering.h"
-#include "vexa/compiled/x86_64/machine_gradient.h"
+#include "vexa/compiled/machine_gradient.h"
 
 // The gradient code's reverse sweep. The xmm registers hold adjoints here:
 // an adjoint giving way goes to its slot of the adjoint array, and one

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "vexa/compiled/machine_code.h"
 #include "vexa/compiled/program/program.h"
 
 // How the value code meets the host's values: the VEXA_Data parameters it
@@ -10,15 +11,6 @@
 // result it writes. Internal.
 namespace vexa_compiled {
 
-// Where the fields the machine code reads and writes lie.
-struct Layout {
-    std::int32_t param_count;  // ICalculator's held parameter count
-    std::int32_t params;       // ICalculator's held parameter array
-    std::int32_t value_size;   // sizeof(VEXA_Data)
-    std::int32_t value_shape;  // its rows, then its columns (two ints)
-    std::int32_t value_data;   // its element pointer
-    std::int32_t value_space;  // its inline elements
-};
 
 namespace x64 {
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "vexa/compiled/machine_code.h"
+
 // The value code's calls: built-ins over argument lists, central
 // differences and other calculators. Calls may change every xmm register,
 // so each one first sends home the values still needed.

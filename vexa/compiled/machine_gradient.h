@@ -7,9 +7,9 @@
 #include "vexa/compiled/form.h"
 #include "vexa/core/executable_memory.h"
 
-// The one-point run with its reverse sweep (vexa/compiled/point_run.cpp) as
-// x86-64 machine code: the four operations and their partials, and the
-// sweep, are written out; every other instruction is the runner's own step,
+// The one-point run with its reverse sweep (vexa/compiled/run/point_run.cpp)
+// as machine code (made by vexa/compiled/x86_64; elsewhere the runner runs):
+// the four operations and their partials, and the sweep, are written out; every other instruction is the runner's own step,
 // called. Same values, same partials, same reasons to stop. The code is
 // read-only and takes everything a thread owns as arguments, so any number of
 // threads may run it at once. Internal.

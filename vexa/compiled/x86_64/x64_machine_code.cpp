@@ -1,25 +1,16 @@
-#include "vexa/compiled/x86_64/machine_code.h"
+#include "vexa/compiled/machine_code.h"
 
-#include <cstdlib>
 #include <vector>
 
 #include "vexa/compiled/x86_64/call_convention.h"
 #include "vexa/compiled/x86_64/callees.h"
 #include "vexa/compiled/x86_64/frame.h"
+#include "vexa/compiled/x86_64/host_data.h"
 #include "vexa/compiled/x86_64/value_lowering.h"
 #include "vexa/compiled/x86_64/x64_emitter.h"
 #include "vexa/compiled/x86_64/xmm_allocator.h"
 
 namespace vexa_compiled {
-
-int RunsBeforeMachineCode()
-{
-    static const int runs = [] {
-        const char* text = std::getenv("VEXA_MACHINE_CODE_AFTER");
-        return text && *text ? std::atoi(text) : 64;
-    }();
-    return runs;
-}
 
 #if defined(__x86_64__) && (defined(__unix__) || defined(__APPLE__) || defined(_WIN32))
 

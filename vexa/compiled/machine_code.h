@@ -5,21 +5,31 @@
 #include <memory>
 
 #include "vexa/compiled/program/program.h"
-#include "vexa/compiled/x86_64/host_data.h"
 #include "vexa/core/executable_memory.h"
 
 class ICalculator;
 
-// A program turned into x86-64 machine code that performs a whole
+// A program turned into machine code for the processor the library runs
+// on (vexa/compiled/x86_64, vexa/compiled/aarch64) that performs a whole
 // evaluation of one Expression: it takes the host's parameters (scalars into
 // held scalars, as the parameter copy would), runs the instructions with the
-// values in xmm registers, and writes the scalar result, answering as
+// values in the processor's registers, and writes the scalar result, answering as
 // Evaluate would. Whatever it does not expect (another parameter count, a
 // value that is not a scalar) it leaves to the long way, by a jump; where
 // the program would hand over to the tree, it jumps to the tree; an
 // exception from a called calculator is carried past the machine code and
 // thrown again outside it. Internal to the library.
 namespace vexa_compiled {
+
+// Where the fields the machine code reads and writes lie.
+struct Layout {
+    std::int32_t param_count;  // ICalculator's held parameter count
+    std::int32_t params;       // ICalculator's held parameter array
+    std::int32_t value_size;   // sizeof(VEXA_Data)
+    std::int32_t value_shape;  // its rows, then its columns (two ints)
+    std::int32_t value_data;   // its element pointer
+    std::int32_t value_space;  // its inline elements
+};
 
 typedef bool (*FastEvaluate)(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result);
 
@@ -42,6 +52,22 @@ struct Exits {
     // answers true.
     bool (*assign)(VEXA_Data& result, double v);
 };
+
+// The C++ functions the machine code of every processor calls.
+// The evaluation of a central difference's chain over n arguments: 1 with
+// the value in *out, 0 where the tree must take over.
+int CallDifference(const DiffChain* chain, const double* args, int n, double* out);
+
+// A call of another calculator with the values of registers regs[0..n) of
+// r: 0 with the scalar in *out; 1: hand over to the tree; 2: it threw, and
+// the exception waits in space. space->args holds n (checked when the code
+// is made).
+int CallCalculator(CallSpace* space, ICalculator* calc, const std::uint32_t* regs, const double* r, int n,
+                   double* out);
+
+// Throws the exception waiting in space; reached by a jump once the code has
+// taken its frame down, so that it leaves from ordinary C++ frames.
+int Rethrow(CallSpace* space);
 
 class MachineCode {
 public:

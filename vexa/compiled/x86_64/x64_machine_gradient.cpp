@@ -1,4 +1,4 @@
-#include "vexa/compiled/x86_64/machine_gradient.h"
+#include "vexa/compiled/machine_gradient.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -8,7 +8,7 @@
 #include "vexa/compiled/x86_64/callees.h"
 #include "vexa/compiled/x86_64/frame.h"
 #include "vexa/compiled/x86_64/gradient_lowering.h"
-#include "vexa/compiled/x86_64/machine_code.h"
+#include "vexa/compiled/machine_code.h"
 #include "vexa/compiled/x86_64/x64_emitter.h"
 #include "vexa/compiled/x86_64/xmm_allocator.h"
 

@@ -1,0 +1,55 @@
+#include "vexa/compiled/machine_code.h"
+
+#include <cstdlib>
+#include <exception>
+
+#include "vexa/calc/callee.h"
+#include "vexa/calc/icalculator.h"
+#include "vexa/core/data_access.h"
+
+namespace vexa_compiled {
+
+using vexa_core::DataAccess;
+
+int RunsBeforeMachineCode()
+{
+    static const int runs = [] {
+        const char* text = std::getenv("VEXA_MACHINE_CODE_AFTER");
+        return text && *text ? std::atoi(text) : 64;
+    }();
+    return runs;
+}
+
+int CallDifference(const DiffChain* chain, const double* args, int n, double* out)
+{
+    return CentralDifference(*chain, args, n, *out) ? 1 : 0;
+}
+
+// The arguments are read from their registers here, not copied by the code:
+// a call may pass any number of them.
+int CallCalculator(CallSpace* space, ICalculator* calc, const std::uint32_t* regs, const double* r, int n,
+                   double* out)
+{
+    try {
+        for (int k = 0; k < n; ++k)
+            DataAccess::AssignScalar(space->args[static_cast<std::size_t>(k)], r[regs[k]]);
+        VEXA_Data result;
+        vexa_calc::CallFunction(calc, n, space->args.data(), result);
+        if (!DataAccess::IsScalar(result))
+            return 1;
+        *out = DataAccess::Scalar(result);
+        return 0;
+    } catch (...) {
+        space->pending = std::current_exception();
+        return 2;
+    }
+}
+
+int Rethrow(CallSpace* space)
+{
+    std::exception_ptr e = space->pending;
+    space->pending = nullptr;
+    std::rethrow_exception(e);
+}
+
+}  // namespace vexa_compiled
