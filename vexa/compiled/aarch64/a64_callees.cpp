@@ -3,32 +3,12 @@
 #include <utility>
 
 #include "vexa/calc/operation_math.h"
+#include "vexa/compiled/value_call.h"
 
 namespace vexa_compiled {
 namespace a64 {
 
 namespace {
-
-// A built-in's function with its arguments in d registers, a series' after
-// its lead arguments as (const double*, int).
-template <Op op, typename Indices>
-struct ValueCall;
-
-template <Op op, std::size_t... I>
-struct ValueCall<op, std::index_sequence<I...>> {
-    static double Of(decltype(I, double())... a)
-    {
-        const double v[] = {a...};
-        return Math<op>::Value(v, static_cast<int>(sizeof...(I)));
-    }
-    static double Series(decltype(I, double())... a, const double* c, int m)
-    {
-        double v[kMostArguments] = {a...};
-        for (int k = 0; k < m; ++k)
-            v[sizeof...(I) + static_cast<std::size_t>(k)] = c[k];
-        return Math<op>::Value(v, static_cast<int>(sizeof...(I)) + m);
-    }
-};
 
 // d0..d7 carry floating-point arguments under the procedure call standard.
 constexpr int kMostDArguments = 8;

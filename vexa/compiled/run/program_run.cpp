@@ -5,6 +5,7 @@
 #include "vexa/calc/icalculator.h"
 #include "vexa/compiled/program/builtin_ops.h"
 #include "vexa/compiled/program/program.h"
+#include "vexa/compiled/run/scalar_step.h"
 #include "vexa/core/data_access.h"
 #include "vexa/core/float_ops.h"
 #include "vexa/core/inline_hints.h"
@@ -75,15 +76,12 @@ bool CentralDifference(const DiffChain& chain, const double* args, int n, double
 
 namespace {
 
-enum class Next { kGo, kUseTree, kDone };
-
 // One instruction of op over the registers r: every built-in and operator by
 // its one formula of the table of operations, read from its operand shape.
 template <Op op>
 VEXA_FORCE_INLINE Next Execute(const Instr* ip, double* r, const std::uint32_t* argRegs, const Program& p,
                                CallSpace& space)
 {
-    constexpr Operands shape = OperandsOf(op);
     if constexpr (op == kNumDiff) {
         double v[kMaxArgs];
         const std::uint32_t* regs = argRegs + ip->a;
@@ -95,32 +93,8 @@ VEXA_FORCE_INLINE Next Execute(const Instr* ip, double* r, const std::uint32_t* 
         return CallCalculator(p.calls()[ip->c], argRegs + ip->a, static_cast<int>(ip->b), r, space, r[ip->d])
                    ? Next::kGo
                    : Next::kUseTree;
-    } else if constexpr (op == kReturn) {
-        return Next::kDone;
-    } else if constexpr (shape == Operands::kNone) {
-        return Next::kUseTree;
-    } else if constexpr (shape == Operands::kOne) {
-        const double* v = r + ip->a;
-        if (!Accepts<kRows[op].refusal>(v))
-            return Next::kUseTree;
-        r[ip->d] = Math<op>::Value(v, 1);
-        return Next::kGo;
-    } else if constexpr (shape == Operands::kTwo) {
-        const double v[2] = {r[ip->a], r[ip->b]};
-        if (!Accepts<kRows[op].refusal>(v))
-            return Next::kUseTree;
-        r[ip->d] = Math<op>::Value(v, 2);
-        return Next::kGo;
     } else {
-        // Lists of built-ins refuse nothing they were compiled for.
-        static_assert(kRows[op].refusal == Refusal::kNone, "a list built-in that refuses needs a stop here");
-        double v[kMaxArgs];
-        const std::uint32_t* regs = argRegs + ip->a;
-        const int n = static_cast<int>(ip->b);
-        for (int k = 0; k < n; ++k)
-            v[k] = r[regs[k]];
-        r[ip->d] = Math<op>::Value(v, n);
-        return Next::kGo;
+        return ScalarStep<op>(ip, r, argRegs);
     }
 }
 

@@ -1,5 +1,6 @@
 #include "vexa/calc/operation_math.h"
 #include "vexa/compiled/program/shaped_program.h"
+#include "vexa/compiled/run/scalar_step.h"
 #include "vexa/core/float_ops.h"
 #include "vexa/core/inline_hints.h"
 
@@ -12,41 +13,6 @@ using vexa_core::Product;
 using vexa_core::Quotient;
 using vexa_core::Sum;
 
-enum class Next { kGo, kUseTree, kDone };
-
-// A scalar instruction of the table: the row's formula over 1 x 1 operands,
-// read from its operand shape. Rows a shaped program never holds stop.
-template <Op op>
-VEXA_FORCE_INLINE Next Scalar(const ShapedInstr* ip, double* r, const std::uint32_t* argSlots)
-{
-    constexpr Operands shape = OperandsOf(op);
-    if constexpr (op == kReturn) {
-        return Next::kDone;
-    } else if constexpr (kRows[op].kind == Kind::kInternal) {
-        return Next::kUseTree;
-    } else if constexpr (shape == Operands::kOne) {
-        const double* v = r + ip->a;
-        if (!Accepts<kRows[op].refusal>(v))
-            return Next::kUseTree;
-        r[ip->d] = Math<op>::Value(v, 1);
-        return Next::kGo;
-    } else if constexpr (shape == Operands::kTwo) {
-        const double v[2] = {r[ip->a], r[ip->b]};
-        if (!Accepts<kRows[op].refusal>(v))
-            return Next::kUseTree;
-        r[ip->d] = Math<op>::Value(v, 2);
-        return Next::kGo;
-    } else {
-        static_assert(kRows[op].refusal == Refusal::kNone, "a list built-in that refuses needs a stop here");
-        double v[kMostArguments];
-        const std::uint32_t* slots = argSlots + ip->a;
-        const int n = static_cast<int>(ip->b);
-        for (int k = 0; k < n; ++k)
-            v[k] = r[slots[k]];
-        r[ip->d] = Math<op>::Value(v, n);
-        return Next::kGo;
-    }
-}
 
 // f over the elements 0 .. n-1, with the counts of rows and matrices of
 // three known to the compiler, which then unrolls them.
@@ -161,7 +127,7 @@ RunResult ShapedProgram::Run(double* r) const
     }                                      \
     ++ip;                                  \
     goto* kJump[ip->op];
-#define VEXA_SHAPED_TABLE_LABEL(Name, ...) VEXA_SHAPED_LABEL(Name, (Scalar<k##Name>(ip, r, argSlots)))
+#define VEXA_SHAPED_TABLE_LABEL(Name, ...) VEXA_SHAPED_LABEL(Name, (ScalarStep<k##Name>(ip, r, argSlots)))
 #define VEXA_SHAPED_OWN_LABEL(Name) VEXA_SHAPED_LABEL(Name, (Own<k##Name>(ip, r)))
     VEXA_OPERATIONS(VEXA_SHAPED_TABLE_LABEL)
     VEXA_SHAPED_OPERATIONS(VEXA_SHAPED_OWN_LABEL)
@@ -177,7 +143,7 @@ RunResult ShapedProgram::Run(double* r) const
         Next next = Next::kUseTree;
         switch (ip->op) {
 #define VEXA_SHAPED_CASE(Name, ...) \
-    case k##Name: next = Scalar<k##Name>(ip, r, argSlots); break;
+    case k##Name: next = ScalarStep<k##Name>(ip, r, argSlots); break;
             VEXA_OPERATIONS(VEXA_SHAPED_CASE)
 #undef VEXA_SHAPED_CASE
 #define VEXA_SHAPED_OWN_CASE(Name) \

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "vexa/calc/operation_math.h"
+#include "vexa/compiled/value_call.h"
 #include "vexa/calc/callee.h"
 #include "vexa/calc/icalculator.h"
 #include "vexa/compiled/run/builtin_gradient.h"
@@ -17,28 +18,6 @@ namespace x64 {
 namespace {
 
 using vexa_core::DataAccess;
-
-// The functions the code calls for a built-in, made from its one formula in
-// the table of operations: its arguments in xmm registers, those of a series
-// after its lead arguments as (const double*, int).
-template <Op op, typename Indices>
-struct ValueCall;
-
-template <Op op, std::size_t... I>
-struct ValueCall<op, std::index_sequence<I...>> {
-    static double Of(decltype(I, double())... a)
-    {
-        const double v[] = {a...};
-        return Math<op>::Value(v, static_cast<int>(sizeof...(I)));
-    }
-    static double Series(decltype(I, double())... a, const double* c, int m)
-    {
-        double v[kMostArguments] = {a...};
-        for (int k = 0; k < m; ++k)
-            v[sizeof...(I) + static_cast<std::size_t>(k)] = c[k];
-        return Math<op>::Value(v, static_cast<int>(sizeof...(I)) + m);
-    }
-};
 
 // Arguments the calling convention can pass in xmm registers.
 constexpr int kMostXmmArguments = 8;
