@@ -11,6 +11,7 @@
 #include "vexa/calc/calculator_access.h"
 #include "vexa/calc/operation_math.h"
 #include "vexa/compiled/program/builtin_ops.h"
+#include "vexa/compiled/program/post_order.h"
 #include "vexa/core/data_access.h"
 #include "vexa/core/platform.h"
 #include "vexa/tree/constant_param.h"
@@ -149,53 +150,13 @@ std::unique_ptr<Program> Compile(INode* root, ICalculator* owner)
     return compiler.Build(root);
 }
 
-// Post-order over the tree with a stack of its own: derivative trees run
-// thousands of levels deep, and this may run on a thread with a small stack.
 std::unique_ptr<Program> Compiler::Build(INode* root)
 {
-    struct Frame {
-        INode* node;
-        int next;
-    };
-    std::vector<Frame> frames;
     std::vector<std::uint32_t> values;
-    frames.push_back({root, 0});
-    while (!frames.empty()) {
-        INode* node = frames.back().node;
-        int children = 0;
-        INode* const* child = nullptr;
-        INode* pair[2];
-        const std::type_info& type = typeid(*node);
-        if (type == typeid(OperaterNode)) {
-            OperaterNode* op = static_cast<OperaterNode*>(node);
-            pair[0] = op->m_left;
-            pair[1] = op->m_right;
-            child = pair;
-            children = 2;
-        } else if (type == typeid(FunctionNode)) {
-            FunctionNode* call = static_cast<FunctionNode*>(node);
-            // Without a function or without arguments the tree evaluates
-            // none of them.
-            if (call->m_function && call->m_args && call->m_arg_count > 0) {
-                child = call->m_args;
-                children = call->m_arg_count;
-            }
-        }
-        Frame& frame = frames.back();
-        if (frame.next < children) {
-            INode* next = child[frame.next++];
-            if (!next)
-                return nullptr;
-            frames.push_back({next, 0});
-            continue;
-        }
-        std::uint32_t out;
-        if (!Finish(node, values.data() + values.size() - children, children, out))
-            return nullptr;
-        values.resize(values.size() - children);
-        values.push_back(out);
-        frames.pop_back();
-    }
+    if (!PostOrder(root, values, [this](INode* node, const std::uint32_t* args, int count, std::uint32_t& out) {
+            return Finish(node, args, count, out);
+        }))
+        return nullptr;
     // The program runs straight through: a step that always hands over to
     // the tree makes every run hand over.
     if (m_stops)

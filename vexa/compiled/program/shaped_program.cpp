@@ -7,6 +7,7 @@
 
 #include "vexa/calc/calculator_access.h"
 #include "vexa/compiled/program/builtin_ops.h"
+#include "vexa/compiled/program/post_order.h"
 #include "vexa/core/data_access.h"
 #include "vexa/tree/constant_param.h"
 #include "vexa/tree/function_node.h"
@@ -99,50 +100,13 @@ std::unique_ptr<ShapedProgram> ShapedProgram::Compile(INode* root, ICalculator* 
     return compiler.Build(root);
 }
 
-// Post-order with a stack of its own, as derivative trees run deep.
 std::unique_ptr<ShapedProgram> ShapedCompiler::Build(INode* root)
 {
-    struct Frame {
-        INode* node;
-        int next;
-    };
-    std::vector<Frame> frames;
     std::vector<Value> values;
-    frames.push_back({root, 0});
-    while (!frames.empty()) {
-        INode* node = frames.back().node;
-        int children = 0;
-        INode* const* child = nullptr;
-        INode* pair[2];
-        const std::type_info& type = typeid(*node);
-        if (type == typeid(OperaterNode)) {
-            OperaterNode* op = static_cast<OperaterNode*>(node);
-            pair[0] = op->m_left;
-            pair[1] = op->m_right;
-            child = pair;
-            children = 2;
-        } else if (type == typeid(FunctionNode)) {
-            FunctionNode* call = static_cast<FunctionNode*>(node);
-            if (!call->m_function || !call->m_args || call->m_arg_count < 1)
-                return nullptr;
-            child = call->m_args;
-            children = call->m_arg_count;
-        }
-        Frame& frame = frames.back();
-        if (frame.next < children) {
-            INode* next = child[frame.next++];
-            if (!next)
-                return nullptr;
-            frames.push_back({next, 0});
-            continue;
-        }
-        Value out;
-        if (!Finish(node, values.data() + values.size() - children, children, out))
-            return nullptr;
-        values.resize(values.size() - children);
-        values.push_back(out);
-        frames.pop_back();
-    }
+    if (!PostOrder(root, values, [this](INode* node, const Value* args, int count, Value& out) {
+            return Finish(node, args, count, out);
+        }))
+        return nullptr;
     ShapedProgram& p = *m_program;
     p.m_code.push_back({kReturn, 0, 0, 0, 0, 0, 0});
     p.m_result = values.back().slot;
@@ -164,8 +128,9 @@ bool ShapedCompiler::Finish(INode* node, const Value* args, int count, Value& ou
     }
     if (type == typeid(OperaterNode))
         return Operator(static_cast<OperaterNode*>(node)->m_kind, args[0], args[1], out);
+    // A call without function or arguments is the tree's.
     if (type == typeid(FunctionNode))
-        return Function(*static_cast<FunctionNode*>(node), args, count, out);
+        return count > 0 && Function(*static_cast<FunctionNode*>(node), args, count, out);
     return false;
 }
 
