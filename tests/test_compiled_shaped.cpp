@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cmath>
-#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
@@ -16,6 +15,7 @@
 #include <xmmintrin.h>
 #endif
 
+#include "test_util.h"
 #include "vexa/calc/expression_access.h"
 #include "vexa/compiled/program/shaped_program.h"
 #include "vexa/vexa.h"
@@ -247,13 +247,11 @@ TEST(ShapedProgram, AgreesWithTheTreeUnderEveryFloatingPointSetting)
 // shapes combine, and no other (cases in data/shaped_cover.txt).
 TEST(ShapedProgram, CoversExactlyTheShapesThatCombine)
 {
-    std::ifstream in(std::string(VEXA_TEST_DATA_DIR) + "/shaped_cover.txt");
-    ASSERT_TRUE(in.good());
     Generator g(7);
-    int cases = 0;
-    for (std::string line; std::getline(in, line);) {
-        if (line.empty() || line[0] == '#')
-            continue;
+    const std::vector<testutil::CaseLine> cases = testutil::ReadCases("shaped_cover.txt");
+    EXPECT_GT(cases.size(), 15u);
+    for (const testutil::CaseLine& c : cases) {
+        const std::string line = testutil::Narrow(c.fields[0]);
         ICalculator* calc = Parse(line.substr(2));
         ASSERT_TRUE(calc) << line;
         std::vector<VEXA_Data> values = MakeSet(g, 0);
@@ -264,9 +262,7 @@ TEST(ShapedProgram, CoversExactlyTheShapesThatCombine)
         }
         EXPECT_EQ(vexa_compiled::ShapedProgramSize(*static_cast<Expression*>(calc)) > 0, line[0] == '1') << line;
         calc->Release();
-        ++cases;
     }
-    EXPECT_GT(cases, 15);
 }
 
 // Division by a zero or NaN scalar stops the run where the tree throws, and
