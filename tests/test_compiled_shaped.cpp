@@ -15,6 +15,7 @@
 #include <xmmintrin.h>
 #endif
 
+#include "compiled_expression_util.h"
 #include "test_util.h"
 #include "vexa/calc/expression_access.h"
 #include "vexa/compiled/program/shaped_program.h"
@@ -113,30 +114,10 @@ private:
     std::mt19937 m_rng;
 };
 
-std::string Bits(const VEXA_Data& v)
-{
-    int rows = 0, cols = 0;
-    v.getDataInfo(rows, cols);
-    std::string s = std::to_string(v.getType()) + ":" + std::to_string(rows) + "x" + std::to_string(cols) + ":";
-    if (v.getType() != DT_NULL)
-        s.append(reinterpret_cast<const char*>(v.getValue()), sizeof(double) * static_cast<std::size_t>(rows * cols));
-    return s;
-}
-
 // Everything a host sees of one evaluation.
 std::string Outcome(ICalculator* calc, std::vector<VEXA_Data>& params, int count)
 {
-    VEXA_Data result;
-    std::string seen;
-    try {
-        seen = calc->Evaluate(count, params.data(), result) ? "true " : "false ";
-    } catch (int code) {
-        seen = "threw " + std::to_string(code) + " ";
-    }
-    seen += Bits(result);
-    for (int i = 0; i < calc->getParamCount(); ++i)
-        seen += "|" + Bits(calc->getParam(i));
-    return seen;
+    return form_test::Evaluated(calc, params, count, {calc});
 }
 
 // The sets an expression is evaluated over: most of the declared shapes (a
