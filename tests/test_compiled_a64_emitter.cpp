@@ -9,13 +9,12 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <fstream>
 #include <functional>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "test_util.h"
 #include "vexa/compiled/aarch64/a64_emitter.h"
 
 using namespace vexa_compiled::a64;
@@ -33,21 +32,14 @@ struct Case {
 
 std::vector<Case> Load()
 {
-    std::ifstream in(std::string(VEXA_TEST_DATA_DIR) + "/a64_encodings.txt");
     std::vector<Case> cases;
-    std::string text;
-    for (int line = 1; std::getline(in, text); ++line) {
-        if (text.empty() || text[0] == '#')
-            continue;
-        const std::size_t colon = text.find(" : ");
-        Case c{line, {}, {}, {}};
-        std::istringstream head(text.substr(0, colon));
-        head >> c.form;
-        for (std::string arg; head >> arg;)
-            c.args.push_back(arg);
-        std::istringstream tail(colon == std::string::npos ? "" : text.substr(colon + 3));
-        for (std::string byte; tail >> byte;)
-            c.bytes.push_back(static_cast<std::uint8_t>(std::strtoul(byte.c_str(), nullptr, 16)));
+    for (const testutil::CaseLine& l : testutil::ReadCases("a64_encodings.txt")) {
+        const std::vector<std::wstring> words = testutil::Words(l.fields[0]);
+        Case c{l.line, testutil::Narrow(words[0]), {}, {}};
+        for (std::size_t k = 1; k < words.size(); ++k)
+            c.args.push_back(testutil::Narrow(words[k]));
+        for (const std::wstring& byte : testutil::Words(l.fields.back()))
+            c.bytes.push_back(static_cast<std::uint8_t>(std::stoul(byte, nullptr, 16)));
         cases.push_back(c);
     }
     return cases;
