@@ -24,27 +24,11 @@ std::vector<std::string> Names(const vexa_expr* e)
     return names;
 }
 
-// The cases of one test in data/c_api_inputs.txt, their fields in UTF-8.
 std::vector<std::vector<std::string>> Cases(const char* test)
 {
-    std::vector<std::vector<std::string>> cases;
-    for (const testutil::CaseLine& c : testutil::ReadCases("c_api_inputs.txt")) {
-        if (testutil::Narrow(c.fields[0]) != test)
-            continue;
-        cases.emplace_back();
-        for (std::size_t k = 1; k < c.fields.size(); ++k)
-            cases.back().push_back(testutil::Narrow(c.fields[k]));
-    }
+    const auto cases = testutil::Section("c_api_inputs.txt", test);
     EXPECT_FALSE(cases.empty()) << test;
     return cases;
-}
-
-std::vector<double> Numbers(const std::string& words)
-{
-    std::vector<double> numbers;
-    for (const std::wstring& w : testutil::Words(vexa::FromUtf8(words)))
-        numbers.push_back(testutil::Number(w));
-    return numbers;
 }
 
 int Status(const std::string& name)
@@ -56,7 +40,7 @@ TEST(CApiInputs, ListedNamesKeepTheHostsOrder)
 {
     for (const auto& c : Cases("order")) {
         SCOPED_TRACE(c[0] + " | " + c[1]);
-        const std::vector<double> values = Numbers(c[3]);
+        const std::vector<double> values = testutil::Numbers(c[3]);
         const double value = std::stod(c[4]);
         vexa_error err;
         vexa_expr* e = vexa_parse(c[0].c_str(), c[1].c_str(), &err);

@@ -27,11 +27,8 @@ TEST(CompiledGradient, BuiltinsMatchAnalyticPartialsOnEverySideOfTheirKinks)
     for (const testutil::CaseLine& c : testutil::ReadCases("gradients.txt")) {
         const std::string text = testutil::Narrow(c.fields[0]);
         covered.insert(text.substr(0, text.find('(')));
-        std::vector<double> args, partialsByArg;
-        for (const std::wstring& w : testutil::Words(c.fields[1]))
-            args.push_back(testutil::Number(w));
-        for (const std::wstring& w : testutil::Words(c.fields[2]))
-            partialsByArg.push_back(testutil::Number(w));
+        const std::vector<double> args = testutil::Numbers(testutil::Narrow(c.fields[1]));
+        const std::vector<double> partialsByArg = testutil::Numbers(testutil::Narrow(c.fields[2]));
         // Argument k is the parameter named by letter k; IMPACT and BISTOP
         // take braced names, which come after the host's names.
         std::wstring names = L"a,b,c,d,e,f,g,h";
