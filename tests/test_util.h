@@ -74,16 +74,19 @@ struct Registered {
     Registered& operator=(const Registered&) = delete;
 };
 
+// A 1 x n row vector (n >= 2) holding the given elements.
+inline VEXA_Data RowVector(std::initializer_list<double> elements) {
+    VEXA_Data v(1, static_cast<int>(elements.size()));
+    double* out = v.getValue();
+    for (double e : elements)
+        *out++ = e;
+    return v;
+}
+
 // Trees built by hand, for what the parser never builds.
 inline INode* X(ICalculator* owner, int index) { return new VariableParam(owner, index); }
 inline INode* C(double v) { return new ConstantParam(VEXA_Data(v)); }
-inline INode* Vec3(double a, double b, double c) {
-    VEXA_Data v(1, 3);
-    v.getValue()[0] = a;
-    v.getValue()[1] = b;
-    v.getValue()[2] = c;
-    return new ConstantParam(v);
-}
+inline INode* Vec3(double a, double b, double c) { return new ConstantParam(RowVector({a, b, c})); }
 inline INode* Bin(int kind, INode* l, INode* r) { return new OperaterNode(kind, l, r); }
 inline ICalculator* Builtin(const wchar_t* name) {
     VEXA_WString key(name);
