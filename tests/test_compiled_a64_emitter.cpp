@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <vector>
@@ -78,30 +79,23 @@ const std::map<std::string, Write>& Forms()
     using E = Emitter;
     static const std::map<std::string, Write> forms = [] {
         std::map<std::string, Write> f;
-        const auto d3 = [&](void (E::*op)(DReg, DReg, DReg)) {
-            return [op](E& e, const Args& a) { (e.*op)(Dr(a[0]), Dr(a[1]), Dr(a[2])); };
-        };
-        const auto d2 = [&](void (E::*op)(DReg, DReg)) {
-            return [op](E& e, const Args& a) { (e.*op)(Dr(a[0]), Dr(a[1])); };
-        };
-        const auto x3 = [&](void (E::*op)(XReg, XReg, XReg)) {
-            return [op](E& e, const Args& a) { (e.*op)(X(a[0]), X(a[1]), X(a[2])); };
-        };
-        const auto imm = [&](void (E::*op)(XReg, XReg, std::uint32_t)) {
-            return [op](E& e, const Args& a) { (e.*op)(X(a[0]), X(a[1]), static_cast<std::uint32_t>(N(a[2]))); };
-        };
-        f["FAdd"] = d3(&E::FAdd);
-        f["FSub"] = d3(&E::FSub);
-        f["FMul"] = d3(&E::FMul);
-        f["FDiv"] = d3(&E::FDiv);
-        f["FSqrt"] = d2(&E::FSqrt);
-        f["FAbs"] = d2(&E::FAbs);
-        f["FNeg"] = d2(&E::FNeg);
-        f["FMov"] = d2(&E::FMov);
-        f["FrintZ"] = d2(&E::FrintZ);
-        f["FrintA"] = d2(&E::FrintA);
-        f["FrintM"] = d2(&E::FrintM);
-        f["FrintP"] = d2(&E::FrintP);
+        using D3 = void (E::*)(DReg, DReg, DReg);
+        using D2 = void (E::*)(DReg, DReg);
+        using X3 = void (E::*)(XReg, XReg, XReg);
+        using Imm = void (E::*)(XReg, XReg, std::uint32_t);
+        for (const auto& [name, op] : std::initializer_list<std::pair<const char*, D3>>{
+                 {"FAdd", &E::FAdd}, {"FSub", &E::FSub}, {"FMul", &E::FMul}, {"FDiv", &E::FDiv}})
+            f[name] = [op = op](E& e, const Args& a) { (e.*op)(Dr(a[0]), Dr(a[1]), Dr(a[2])); };
+        for (const auto& [name, op] : std::initializer_list<std::pair<const char*, D2>>{
+                 {"FSqrt", &E::FSqrt}, {"FAbs", &E::FAbs}, {"FNeg", &E::FNeg}, {"FMov", &E::FMov},
+                 {"FrintZ", &E::FrintZ}, {"FrintA", &E::FrintA}, {"FrintM", &E::FrintM}, {"FrintP", &E::FrintP}})
+            f[name] = [op = op](E& e, const Args& a) { (e.*op)(Dr(a[0]), Dr(a[1])); };
+        for (const auto& [name, op] : std::initializer_list<std::pair<const char*, X3>>{
+                 {"AddReg", &E::AddReg}, {"SubReg", &E::SubReg}})
+            f[name] = [op = op](E& e, const Args& a) { (e.*op)(X(a[0]), X(a[1]), X(a[2])); };
+        for (const auto& [name, op] : std::initializer_list<std::pair<const char*, Imm>>{
+                 {"AddImm", &E::AddImm}, {"SubImm", &E::SubImm}})
+            f[name] = [op = op](E& e, const Args& a) { (e.*op)(X(a[0]), X(a[1]), static_cast<std::uint32_t>(N(a[2]))); };
         f["FCmp"] = [](E& e, const Args& a) { e.FCmp(Dr(a[0]), Dr(a[1])); };
         f["FCmpZero"] = [](E& e, const Args& a) { e.FCmpZero(Dr(a[0])); };
         f["FCsel"] = [](E& e, const Args& a) { e.FCsel(Dr(a[0]), Dr(a[1]), Dr(a[2]), C(a[3])); };
@@ -111,10 +105,6 @@ const std::map<std::string, Write>& Forms()
         f["ScvtfW"] = [](E& e, const Args& a) { e.ScvtfW(Dr(a[0]), X(a[1])); };
         f["MovImm"] = [](E& e, const Args& a) { e.MovImm(X(a[0]), static_cast<std::uint64_t>(N(a[1]))); };
         f["MovReg"] = [](E& e, const Args& a) { e.MovReg(X(a[0]), X(a[1])); };
-        f["AddImm"] = imm(&E::AddImm);
-        f["SubImm"] = imm(&E::SubImm);
-        f["AddReg"] = x3(&E::AddReg);
-        f["SubReg"] = x3(&E::SubReg);
         f["CmpImm"] = [](E& e, const Args& a) { e.CmpImm(X(a[0]), static_cast<std::uint32_t>(N(a[1]))); };
         f["CmpReg"] = [](E& e, const Args& a) { e.CmpReg(X(a[0]), X(a[1])); };
         f["LdrX"] = [](E& e, const Args& a) { e.LdrX(X(a[0]), X(a[1]), N(a[2])); };
