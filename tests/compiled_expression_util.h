@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "vexa/calc/expression_access.h"
 #include "vexa/vexa.h"
 #include "vexa/vexa_c.h"
 
@@ -57,6 +58,16 @@ inline Calc Parse(const std::string& text, const wchar_t* list = L"x,y,z")
     if (calc)
         calc->Release();
     return nullptr;
+}
+
+// A copy of calc that only ever evaluates its tree: the reference every
+// compiled path is held to.
+inline Calc TreeOnly(ICalculator* calc)
+{
+    Expression* copy = static_cast<Expression*>(calc)->Copy();
+    if (copy)
+        vexa_calc::ExpressionAccess::SetCompilable(*copy, false);
+    return Calc(copy);
 }
 
 // Registers text under name for the life of the test program.

@@ -168,10 +168,7 @@ Calc Derived(const Case& c)
 
 Calc TreeOnly(const Case& c)
 {
-    Calc calc = Derived(c);
-    Expression* copy = static_cast<Expression*>(calc.get())->Copy();
-    ExpressionAccess::SetCompilable(*copy, false);
-    return Calc(copy);
+    return form_test::TreeOnly(Derived(c).get());
 }
 
 const std::vector<double> kWarmUp = {0.25, 0.5, 0.75};

@@ -23,7 +23,6 @@
 
 namespace {
 
-using vexa_calc::ExpressionAccess;
 using Dims = vexa_compiled::Shape;
 
 // The parameters: names and declared shapes, in the parser's order.
@@ -155,18 +154,16 @@ ICalculator* Parse(const std::string& text)
 
 void Agree(ICalculator* calc, Generator& g, const std::string& text, bool& ran)
 {
-    Expression* twin = static_cast<Expression*>(calc)->Copy();
-    ExpressionAccess::SetCompilable(*twin, false);
+    const form_test::Calc twin = form_test::TreeOnly(calc);
     for (int set = 0; set < 9; ++set) {
         std::vector<VEXA_Data> values = MakeSet(g, set);
         const int count = set == 8 ? kParams - 1 - g.Uniform(0, 3) : kParams;
         std::vector<VEXA_Data> copy = values;
         const std::string fast = Outcome(calc, values, count);
         ran = ran || vexa_compiled::ShapedProgramSize(*static_cast<Expression*>(calc)) > 0;
-        const std::string slow = Outcome(twin, copy, count);
+        const std::string slow = Outcome(twin.get(), copy, count);
         ASSERT_EQ(fast, slow) << text << " set " << set;
     }
-    twin->Release();
 }
 
 // Generated expressions and their derivatives, under the floating-point
@@ -253,8 +250,7 @@ TEST(ShapedProgram, StopsAndSignatureChangesGiveTheTreesOutcome)
 {
     ICalculator* calc = Parse("(U+V)/S+W*M/T");
     ASSERT_TRUE(calc);
-    Expression* twin = static_cast<Expression*>(calc)->Copy();
-    ExpressionAccess::SetCompilable(*twin, false);
+    const form_test::Calc twin = form_test::TreeOnly(calc);
     Generator g(11);
     const double divisors[] = {0.0, -0.0, NAN, 3.0};
     for (int round = 0; round < 24; ++round) {
@@ -267,10 +263,9 @@ TEST(ShapedProgram, StopsAndSignatureChangesGiveTheTreesOutcome)
                 values[i] = g.Make(1, 2);
         }
         std::vector<VEXA_Data> copy = values;
-        EXPECT_EQ(Outcome(calc, values, kParams), Outcome(twin, copy, kParams)) << round;
+        EXPECT_EQ(Outcome(calc, values, kParams), Outcome(twin.get(), copy, kParams)) << round;
     }
     EXPECT_EQ(vexa_compiled::ShapedProgramSize(*static_cast<Expression*>(calc)), 0u);
-    twin->Release();
     calc->Release();
 }
 
