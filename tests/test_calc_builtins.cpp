@@ -28,14 +28,8 @@ inline std::vector<VEXA_Data> Ones(int count) {
     return std::vector<VEXA_Data>(static_cast<std::size_t>(count), VEXA_Data(1.0));
 }
 
-// True when v is the 1 x 2 vector (7, 8) that tests start results with.
-inline bool IsSentinel(const VEXA_Data& v) {
-    int rows = 0;
-    int cols = 0;
-    v.getDataInfo(rows, cols);
-    return v.getType() == DT_VECTOR && rows == 1 && cols == 2 && v.getValue()[0] == 7.0 &&
-           v.getValue()[1] == 8.0;
-}
+// What results start as, to show a refusing call left them alone.
+const VEXA_Data kSentinel = RowVector({7.0, 8.0});
 
 struct Group {
     std::vector<std::wstring> names;
@@ -60,11 +54,11 @@ TEST(Builtins, ValuesFromTheDataFile) {
         std::vector<VEXA_Data> args;
         for (const std::wstring& w : Words(c.fields[1]))
             args.push_back(VEXA_Data(Number(w)));
-        VEXA_Data result = RowVector({7.0, 8.0});
+        VEXA_Data result = kSentinel;
         const bool ok = CallFunction(c.fields[0].c_str(), args, result);
         if (c.fields[2] == L"refused") {
             EXPECT_FALSE(ok);
-            EXPECT_TRUE(IsSentinel(result));
+            EXPECT_TRUE(result == kSentinel);
             continue;
         }
         ASSERT_TRUE(ok);
@@ -110,9 +104,9 @@ TEST(Builtins, VectorArguments) {
     const std::vector<std::vector<VEXA_Data>> refused = {
         {13.0}, {RowVector({3, 4})}, {RowVector({3, 4, 12, 1})}, {stale}, {RowVector({3, 4, 12}), 1.0}, {}};
     for (const std::vector<VEXA_Data>& args : refused) {
-        VEXA_Data untouched = RowVector({7.0, 8.0});
+        VEXA_Data untouched = kSentinel;
         EXPECT_FALSE(CallFunction(L"MAG", args, untouched)) << args.size();
-        EXPECT_TRUE(IsSentinel(untouched));
+        EXPECT_TRUE(untouched == kSentinel);
     }
 }
 
@@ -124,7 +118,7 @@ TEST(Builtins, CountsCoverEveryNameAndScalarOnesAreAcceptedExactlyWithinThem) {
         table.insert(g.names.begin(), g.names.end());
         for (const std::wstring& name : g.names) {
             for (int count = 0; count <= 36; ++count) {
-                VEXA_Data result = RowVector({7.0, 8.0});
+                VEXA_Data result = kSentinel;
                 const bool accepted = count >= g.least && count <= g.most;
                 EXPECT_EQ(CallFunction(name.c_str(), Ones(count), result), accepted) << Narrow(name) << count;
                 EXPECT_EQ(result.getType(), accepted ? DT_SCALAR : DT_VECTOR);
@@ -164,10 +158,10 @@ TEST(Builtins, ArgumentKinds) {
                     std::vector<VEXA_Data> args = Ones(series ? g.least + 1 : g.most);
                     args[static_cast<std::size_t>(pos)] = kinds[k];
                     const bool accepted = g.placeholder || (series && pos >= 2 && (k == 1 || k == 2));
-                    VEXA_Data result = RowVector({7.0, 8.0});
+                    VEXA_Data result = kSentinel;
                     EXPECT_EQ(CallFunction(name.c_str(), args, result), accepted)
                         << Narrow(name) << " position " << pos << " kind " << k;
-                    EXPECT_TRUE(accepted ? !g.placeholder || result.getValue()[0] == 12.0 : IsSentinel(result));
+                    EXPECT_TRUE(accepted ? !g.placeholder || result.getValue()[0] == 12.0 : result == kSentinel);
                 }
             }
         }
