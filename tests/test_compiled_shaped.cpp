@@ -138,18 +138,7 @@ std::vector<VEXA_Data> MakeSet(Generator& g, int set)
 // The tree of text over the parameters; null where the parser refuses it.
 ICalculator* Parse(const std::string& text)
 {
-    const std::wstring wide(text.begin(), text.end());
-    std::wstring names = kNames;
-    VexaParser parser;
-    ICalculator* calc = nullptr;
-    try {
-        if (parser.parse(wide.c_str(), &names[0], &calc) && parser.getParamsNum() == kParams)
-            return calc;
-    } catch (int) {
-    }
-    if (calc)
-        calc->Release();
-    return nullptr;
+    return form_test::Parse(text, kNames).release();
 }
 
 void Agree(ICalculator* calc, Generator& g, const std::string& text, bool& ran)
