@@ -46,18 +46,7 @@ inline bool MakesGradientCode()
 // Null where the text does not parse.
 inline Calc Parse(const std::string& text, const wchar_t* list = L"x,y,z")
 {
-    const std::wstring wide(text.begin(), text.end());
-    std::wstring names = list;
-    VexaParser parser;
-    ICalculator* calc = nullptr;
-    try {
-        if (parser.parse(wide.c_str(), &names[0], &calc))
-            return Calc(calc);
-    } catch (int) {
-    }
-    if (calc)
-        calc->Release();
-    return nullptr;
+    return Calc(vexa::TryParse(std::wstring(text.begin(), text.end()).c_str(), list).calc.release());
 }
 
 // A copy of calc that only ever evaluates its tree: the reference every

@@ -31,15 +31,13 @@ TEST(CompiledGradient, BuiltinsMatchAnalyticPartialsOnEverySideOfTheirKinks)
         const std::vector<double> partialsByArg = testutil::Numbers(testutil::Narrow(c.fields[2]));
         // Argument k is the parameter named by letter k; IMPACT and BISTOP
         // take braced names, which come after the host's names.
-        std::wstring names = L"a,b,c,d,e,f,g,h";
-        VexaParser parser;
-        ICalculator* parsed = nullptr;
-        ASSERT_TRUE(parser.parse(std::wstring(text.begin(), text.end()).c_str(), &names[0], &parsed)) << text;
-        Calc calc(parsed);
-        const int count = parser.getParamsNum();
+        vexa::ParseResult parsed = vexa::TryParse(std::wstring(text.begin(), text.end()).c_str(), L"a,b,c,d,e,f,g,h");
+        ASSERT_TRUE(parsed.calc) << text;
+        Calc calc(parsed.calc.release());
+        const int count = static_cast<int>(parsed.names.size());
         std::vector<double> point(static_cast<std::size_t>(count), 0.0), expected(point.size(), 0.0);
         for (int i = 0; i < count; ++i) {
-            const std::wstring name = static_cast<const wchar_t*>(parser.getParam(i));
+            const std::wstring& name = parsed.names[static_cast<std::size_t>(i)];
             const std::size_t k = static_cast<std::size_t>(name[name.size() == 1 ? 0 : 1] - L'a');
             const bool used = name.size() > 1 || text.find(std::string("{") + static_cast<char>(name[0])) == text.npos;
             point[static_cast<std::size_t>(i)] = k < args.size() ? args[k] : 0.0;
