@@ -209,7 +209,7 @@ def main():
             if not words.get(i):
                 sys.exit("no bytes for case %d: %s" % (i, text))
             data = b"".join(w.to_bytes(4, "little") for w in words[i])
-            f.write("%s : %s\n" % (text, " ".join("%02x" % b for b in data)))
+            f.write("%s | %s\n" % (text, " ".join("%02x" % b for b in data)))
     print("%d cases written to %s" % (len(cases), os.path.relpath(OUT, ROOT)))
 
 

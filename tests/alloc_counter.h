@@ -2,14 +2,15 @@
 #define VEXA_TESTS_ALLOC_COUNTER_H
 
 // Replaces the global allocation functions of a test program with counting
-// ones; the library's own allocations go through them too. Include in one
-// source file of a test program only.
+// ones, which can also be made to fail; the library's own allocations go
+// through them too. Include in one source file of a test program only.
 #include <cstdlib>
 #include <new>
 
 namespace alloc_counter {
 inline bool counting = false;
 inline long allocations = 0;
+inline long countdown = -1;  // the allocation that fails: 1 the next; <= 0 none
 
 // Out of line, so that the optimizer, seeing the replaced operator new, does
 // not take free here for a mismatched deallocation.
@@ -34,6 +35,8 @@ void* operator new(std::size_t size)
 {
     if (alloc_counter::counting)
         ++alloc_counter::allocations;
+    if (alloc_counter::countdown > 0 && --alloc_counter::countdown == 0)
+        throw std::bad_alloc();
     if (void* p = std::malloc(size == 0 ? 1 : size))
         return p;
     throw std::bad_alloc();

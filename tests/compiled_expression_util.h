@@ -5,6 +5,7 @@
 // the reference answer of Evaluate at a point, and generated expressions.
 
 #include <cmath>
+#include <cstdio>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -13,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "vexa/calc/expression_access.h"
 #include "vexa/vexa.h"
 #include "vexa/vexa_c.h"
 
@@ -44,18 +46,17 @@ inline bool MakesGradientCode()
 // Null where the text does not parse.
 inline Calc Parse(const std::string& text, const wchar_t* list = L"x,y,z")
 {
-    const std::wstring wide(text.begin(), text.end());
-    std::wstring names = list;
-    VexaParser parser;
-    ICalculator* calc = nullptr;
-    try {
-        if (parser.parse(wide.c_str(), &names[0], &calc))
-            return Calc(calc);
-    } catch (int) {
-    }
-    if (calc)
-        calc->Release();
-    return nullptr;
+    return Calc(vexa::TryParse(std::wstring(text.begin(), text.end()).c_str(), list).calc.release());
+}
+
+// A copy of calc that only ever evaluates its tree: the reference every
+// compiled path is held to.
+inline Calc TreeOnly(ICalculator* calc)
+{
+    Expression* copy = static_cast<Expression*>(calc)->Copy();
+    if (copy)
+        vexa_calc::ExpressionAccess::SetCompilable(*copy, false);
+    return Calc(copy);
 }
 
 // Registers text under name for the life of the test program.
@@ -102,6 +103,40 @@ inline std::string Show(const vexa::Outcome& o)
     char buf[96];
     std::snprintf(buf, sizeof buf, "%.17g (failure %d, code %d)", o.value, static_cast<int>(o.failure), o.code);
     return buf;
+}
+
+// A value as a host sees it, bit for bit: type, shape, each element's bits.
+inline std::string Seen(const VEXA_Data& v)
+{
+    int rows = 0, cols = 0;
+    v.getDataInfo(rows, cols);
+    std::string s = std::to_string(v.getType()) + ":" + std::to_string(rows) + "x" + std::to_string(cols);
+    for (int e = 0; v.getType() != DT_NULL && e < rows * cols; ++e) {
+        char buf[24];
+        std::snprintf(buf, sizeof buf, " %016llx", static_cast<unsigned long long>(Bits(v.getValue()[e])));
+        s += buf;
+    }
+    return s;
+}
+
+// Everything a host sees of one evaluation: the answer or the thrown code,
+// the result, and the parameters each of holders holds afterwards.
+inline std::string Evaluated(ICalculator* calc, std::vector<VEXA_Data>& params, int count,
+                             const std::vector<ICalculator*>& holders)
+{
+    VEXA_Data result;
+    std::string seen;
+    try {
+        seen = calc->Evaluate(count, params.data(), result) ? "true " : "false ";
+    } catch (int code) {
+        seen = "threw " + std::to_string(code) + " ";
+    }
+    seen += Seen(result);
+    for (ICalculator* holder : holders) {
+        for (int i = 0; i < holder->getParamCount(); ++i)
+            seen += " | " + Seen(holder->getParam(i));
+    }
+    return seen;
 }
 
 // Random expressions in x, y, z over every computing built-in, the

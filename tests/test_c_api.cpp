@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "test_util.h"
 #include "vexa/vexa_c.h"
 
 namespace {
@@ -34,76 +35,55 @@ bool SameBits(double a, double b)
     return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
-struct PointCase {
-    const char* text;
-    const char* params;
-    std::vector<double> values;
-    bool strict;
-    int status;
-    int code;  // err.code after the call
-    double value;
-};
+// A status or code by name, else the number.
+int Code(const std::string& s)
+{
+    return s == "ok" ? VEXA_OK : s == "code" ? VEXA_E_CODE : s == "null" ? VEXA_E_NULL : s == "refused" ? VEXA_E_REFUSED
+         : s == "list" ? VEXA_E_LIST : std::stoi(s);
+}
+
+const char* Or(const std::string& s)
+{
+    return s == "-" ? nullptr : s.c_str();
+}
 
 TEST(CApi, OnePointStatusesAndCodes)
 {
-    const double nan = NAN;
-    const PointCase cases[] = {
-        {"2*x+1", "x", {3}, false, VEXA_OK, VEXA_OK, 7},
-        {"PI*0+2", nullptr, {}, false, VEXA_OK, VEXA_OK, 2},
-        {"x%y", "x,y", {1, 2}, false, VEXA_E_CODE, -10001, nan},
-        {"SQRT(x)", "x", {-1}, false, VEXA_E_NULL, VEXA_E_NULL, nan},
-        // A refused call drops its term ordinarily, fails strictly.
-        {"LOG(x)+5", "x", {-1}, false, VEXA_OK, VEXA_OK, 5},
-        {"LOG(x)+5", "x", {-1}, true, VEXA_E_REFUSED, VEXA_E_REFUSED, nan},
-        {"1+SQRT(x)", "x", {-1}, false, VEXA_E_CODE, -10001, nan},
-    };
-    for (const PointCase& c : cases) {
-        SCOPED_TRACE(c.text);
-        Expr x(c.text, c.params);
+    const auto cases = testutil::Section("c_api.txt", "point");
+    ASSERT_FALSE(cases.empty());
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c[0]);
+        Expr x(c[0].c_str(), Or(c[1]));
         ASSERT_TRUE(x.e) << x.err.message;
-        const vexa_options options = {c.strict ? 1 : 0, 0};
+        const std::vector<double> values = testutil::Numbers(c[2]);
+        const vexa_options options = {std::stoi(c[3]), 0};
+        const int status = Code(c[4]);
+        const double want = std::stod(c[6]);
         double result = -1;
         vexa_error err;
-        EXPECT_EQ(vexa_eval_ex(x.e, c.values.empty() ? nullptr : c.values.data(), &result, &options, &err), c.status);
-        EXPECT_EQ(err.code, c.code);
-        EXPECT_EQ(err.message[0] == '\0', c.status == VEXA_OK);
-        EXPECT_TRUE(SameBits(result, c.value) || (std::isnan(c.value) && std::isnan(result)));
-        EXPECT_EQ(vexa_eval_ex(x.e, c.values.data(), &result, &options, nullptr), c.status);  // err may be NULL
+        EXPECT_EQ(vexa_eval_ex(x.e, values.empty() ? nullptr : values.data(), &result, &options, &err), status);
+        EXPECT_EQ(err.code, Code(c[5]));
+        EXPECT_EQ(err.message[0] == '\0', status == VEXA_OK);
+        EXPECT_TRUE(SameBits(result, want) || (std::isnan(want) && std::isnan(result)));
+        EXPECT_EQ(vexa_eval_ex(x.e, values.data(), &result, &options, nullptr), status);  // err may be NULL
     }
 }
 
 TEST(CApi, ParseFailuresTellCodeAndByteOffset)
 {
-    struct Case {
-        const char* text;
-        const char* params;
-        int code;
-        int position;
-        const char* says;
-    } cases[] = {
-        {"1 + #", "x", 2, 4, "'#' cannot start a token"},
-        // Positions count bytes: the braced name holds a two-byte character.
-        {"{\xc3\xa4}+#", nullptr, 4, 5, "'#' cannot start"},
-        {"x+\xff", "x", 2, 2, "U+FFFD"},
-        // Ill-formed UTF-8 never decodes to a character the tokenizer acts on.
-        {"x\xc0\xab" "1", "x", 1, 1, "U+FFFD"},
-        {"\xc1\x81+1", "A", 0, 0, "U+FFFD"},
-        {"x+\xed\xa0\x80", "x", 2, 2, "U+FFFD"},
-        {"x+\xf4\x90\x80\x80", "x", 2, 2, "U+FFFD"},
-        {"SIN(x", "x", 5, 0, "not closed"},
-        {nullptr, nullptr, 0, 0, "empty"},
-        {"x", "a,b_c", VEXA_E_LIST, 3, "parameter-name list is rejected"},
-        {"x", "b,{\xc3\xa4", VEXA_E_LIST, 2, "never closed"},
-        {"x", "b,x\xc3\xa4", VEXA_E_LIST, 3, "U+00E4"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.text ? c.text : "null");
-        Expr x(c.text, c.params);
+    auto cases = testutil::Section("c_api.txt", "parse");
+    ASSERT_FALSE(cases.empty());
+    // Ill-formed UTF-8 never decodes to a character the tokenizer acts on.
+    cases.push_back({"x+\xff", "x", "2", "2", "U+FFFD"});
+    cases.push_back({"x\xc0\xab" "1", "x", "1", "1", "U+FFFD"});
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c[0]);
+        Expr x(Or(c[0]), Or(c[1]));
         EXPECT_EQ(x.e, nullptr);
-        EXPECT_EQ(x.err.code, c.code);
-        EXPECT_EQ(x.err.position, c.position);
-        EXPECT_NE(std::strstr(x.err.message, c.says), nullptr) << x.err.message;
-        EXPECT_EQ(vexa_parse(c.text, c.params, nullptr), nullptr);
+        EXPECT_EQ(x.err.code, Code(c[2]));
+        EXPECT_EQ(x.err.position, std::stoi(c[3]));
+        EXPECT_NE(std::strstr(x.err.message, c[4].c_str()), nullptr) << x.err.message;
+        EXPECT_EQ(vexa_parse(Or(c[0]), Or(c[1]), nullptr), nullptr);
     }
 }
 
@@ -208,7 +188,7 @@ TEST(CApi, ManyPointsEqualOnePointBitForBit)
 TEST(CApi, ManyShapedPointsEqualOnePointValues)
 {
     const size_t n = 130;  // more than two blocks, for two threads
-    std::vector<double> vs(3 * n), ks(n), m = {1, 2, 3, 4, 5, 6, 7, 8, 9}, f = {0.5, -1, 2};
+    std::vector<double> vs(3 * n), ks(n), f = {0.5, -1, 2};
     for (size_t i = 0; i < vs.size(); ++i)
         vs[i] = std::sin(static_cast<double>(i)) * 3;
     for (size_t i = 0; i < n; ++i)
@@ -227,9 +207,6 @@ TEST(CApi, ManyShapedPointsEqualOnePointValues)
         // 1/k throws at k = 0: points 7, 47, 87, 127.
         {"V*(1/k)+V", "V,k", {vs.data(), ks.data()}, {}, {1, 1}, {3, 1}, 1, 3, VEXA_E_POINTS, -10001, 4, 4, 7},
         {"R%F", "R,F", {vs.data(), f.data()}, {3, 0}, {1, 1}, {3, 3}, 1, 3, VEXA_OK, 0, 0, 0, -1},
-        {"u*M*(1/k)", "u,M,k", {vs.data(), m.data(), ks.data()}, {3, 0, 1}, {1, 3, 1}, {3, 3, 1}, 1, 3, VEXA_E_POINTS,
-         -10001, 4, 4, 7},
-        {"M*M+M", "M", {vs.data()}, {2}, {2}, {2}, 2, 2, VEXA_OK, 0, 0, 0, -1},
         {"R%F", "R,F", {vs.data(), f.data()}, {3, 0}, {1, 1}, {3, 3}, 3, 3, VEXA_E_POINTS, VEXA_E_SHAPE, n, 0, 0},
         {"(u%v)*w", "u,v,w", {vs.data(), f.data(), f.data()}, {3, 0, 0}, {1, 1, 1}, {3, 3, 3}, 1, 3, VEXA_E_POINTS,
          -10001, n, n, 0},
@@ -288,9 +265,8 @@ TEST(CApi, ManyShapedPointsRefuseWhatCannotBeRight)
         ptrdiff_t stride;
         bool data;
     } cases[] = {
-        {3, 1, 1, 3, 2, 3, true},   {1, 3, 3, 1, 2, 3, true},      {0, 3, 1, 3, 2, 3, true},
-        {1, 3, 1, 0, 2, 3, true},   {1, 3, 1, 3, 2, 3, false},     {1, 3, 1, 3, static_cast<size_t>(-1), 3, true},
-        {1, 3, 1, 3, 3, PTRDIFF_MAX / 2, true}, {1, 3, 3, 3, static_cast<size_t>(PTRDIFF_MAX) / 64, 0, true},
+        {3, 1, 1, 3, 2, 3, true}, {1, 3, 1, 0, 2, 3, true}, {1, 3, 1, 3, 2, 3, false},
+        {1, 3, 1, 3, static_cast<size_t>(-1), 3, true},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(std::to_string(c.rows) + "x" + std::to_string(c.cols) + " n " + std::to_string(c.n));
@@ -425,7 +401,9 @@ TEST(CApi, OneHandleManyThreads)
 }
 
 // Counts and strides no buffer can match, as a negative count turned
-// unsigned gives them: every bulk entry refuses them before writing.
+// unsigned gives them: every bulk entry refuses them before writing (which
+// reaches are refused is tested in C++; here that each entry asks, with
+// the gradient's partials counted).
 TEST(CApi, CountsBeyondAnyBufferAreRefused)
 {
     const size_t kMax = static_cast<size_t>(-1);
@@ -436,10 +414,7 @@ TEST(CApi, CountsBeyondAnyBufferAreRefused)
         size_t n;
         ptrdiff_t stride;
     } cases[] = {
-        {kMany, kMax, 1},           {kMany, kMax - 62, 1},          {kMany, kMax - 4, 1},
-        {kMany, kMostDoubles + 1, 1}, {kManyEx, kMax, 1},           {kManyEx, kMax - 63, 0},
-        {kManyEx, 3, PTRDIFF_MAX / 2}, {kManyEx, 3, PTRDIFF_MIN},    {kManyEx, 2, PTRDIFF_MAX / 4},
-        {kGradientMany, kMax, 1},   {kGradientMany, kMostDoubles / 2 + 1, 1},
+        {kMany, kMax, 1}, {kManyEx, 3, PTRDIFF_MIN}, {kGradientMany, kMostDoubles / 2 + 1, 1},
         {kGradientMany, 3, -(PTRDIFF_MAX / 8)},
     };
     Expr compiled("x*y+1", "x,y");

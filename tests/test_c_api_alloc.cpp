@@ -3,37 +3,12 @@
 // the interface, and nothing leaks (the sanitizer build checks).
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <functional>
-#include <new>
 
-
+#include "alloc_counter.h"
 #include "vexa/vexa_c.h"
 
-namespace {
-long g_countdown = -1;  // the allocation that fails: 1 the next; <= 0 none
-
-// Out of line, so that the optimizer, seeing the replaced operator new, does
-// not take free here for a mismatched deallocation.
-__attribute__((noinline)) void FreeBlock(void* p)
-{
-    std::free(p);
-}
-}  // namespace
-
-void* operator new(std::size_t size)
-{
-    if (g_countdown > 0 && --g_countdown == 0)
-        throw std::bad_alloc();
-    if (void* p = std::malloc(size == 0 ? 1 : size))
-        return p;
-    throw std::bad_alloc();
-}
-void* operator new[](std::size_t size) { return operator new(size); }
-void operator delete(void* p) noexcept { FreeBlock(p); }
-void operator delete[](void* p) noexcept { FreeBlock(p); }
-void operator delete(void* p, std::size_t) noexcept { FreeBlock(p); }
-void operator delete[](void* p, std::size_t) noexcept { FreeBlock(p); }
+using alloc_counter::countdown;
 
 namespace {
 
@@ -43,15 +18,15 @@ void FailEachAllocation(const char* what, const std::function<int(vexa_error&)>&
 {
     for (long k = 1;; ++k) {
         vexa_error err;
-        g_countdown = k;
+        countdown = k;
         int status;
         try {
             status = call(err);
         } catch (...) {
             FAIL() << what << ": an exception escaped with allocation " << k << " failing";
         }
-        const bool reached = g_countdown == 0;
-        g_countdown = -1;
+        const bool reached = countdown == 0;
+        countdown = -1;
         if (!reached) {
             ASSERT_EQ(status, VEXA_OK) << what << ": " << err.message;
             return;
@@ -87,10 +62,10 @@ TEST(CApiMemory, EveryCallAnswersWhenMemoryRunsOut)
     FailEachAllocation("register", [&](vexa_error& err) {
         const int status = vexa_register("MCOPY", e, &err);
         if (status == VEXA_OK) {
-            const long pending = g_countdown;
-            g_countdown = -1;
+            const long pending = countdown;
+            countdown = -1;
             vexa_unregister("MCOPY", nullptr);
-            g_countdown = pending;
+            countdown = pending;
         }
         return status;
     });

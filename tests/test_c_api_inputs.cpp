@@ -1,6 +1,7 @@
 // What the C interface checks before the parser sees a host's input: the
 // parameter list (every name a text can contain, in the host's order; empty,
-// spaced and repeated names refused) and white space other than the space.
+// spaced and repeated names refused) and white space other than the space
+// (cases in data/c_api_inputs.txt).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "test_util.h"
 #include "vexa/parser/parse_diagnosis.h"
 #include "vexa/vexa_c.h"
 
@@ -22,52 +24,48 @@ std::vector<std::string> Names(const vexa_expr* e)
     return names;
 }
 
-struct OrderCase {
-    const char* text;
-    const char* params;
-    std::vector<std::string> names;
-    std::vector<double> values;  // in the order of names
-    double value;
-};
+std::vector<std::vector<std::string>> Cases(const char* test)
+{
+    const auto cases = testutil::Section("c_api_inputs.txt", test);
+    EXPECT_FALSE(cases.empty()) << test;
+    return cases;
+}
+
+int Status(const std::string& name)
+{
+    return name == "code" ? VEXA_E_CODE : name == "refused" ? VEXA_E_REFUSED : name == "null" ? VEXA_E_NULL : VEXA_OK;
+}
 
 TEST(CApiInputs, ListedNamesKeepTheHostsOrder)
 {
-    const OrderCase cases[] = {
-        {"K2*X2+K1*X1", "K1,X1,K2,X2", {"K1", "X1", "K2", "X2"}, {1, 2, 3, 4}, 14},
-        {"TIME*T0+H", "TIME,T0,H", {"TIME", "T0", "H"}, {2, 3, 1}, 7},
-        {"{DIST}*2+x", "x,{DIST}", {"x", "{DIST}"}, {1, 5}, 11},
-        {"x-y", "y", {"y", "x"}, {1, 5}, 4},
-        // Matched without regard to case, as the parser matches.
-        {"a*B1-c", "b1,A", {"b1", "A", "c"}, {2, 3, 1}, 5},
-        // A listed name the text does not use keeps its place.
-        {"x*10", "Q1,x,{V}", {"Q1", "x", "{V}"}, {7, 2, 9}, 20},
-        {"x/y", " x ,\ty ", {"x", "y"}, {6, 3}, 2},
-        {"A1+B", "B", {"B", "A1"}, {1, 2}, 3},
-        {"3", " \t", {}, {}, 3},
-    };
-    for (const OrderCase& c : cases) {
-        SCOPED_TRACE(std::string(c.text) + " | " + c.params);
+    for (const auto& c : Cases("order")) {
+        SCOPED_TRACE(c[0] + " | " + c[1]);
+        const std::vector<double> values = testutil::Numbers(c[3]);
+        const double value = std::stod(c[4]);
         vexa_error err;
-        vexa_expr* e = vexa_parse(c.text, c.params, &err);
+        vexa_expr* e = vexa_parse(c[0].c_str(), c[1].c_str(), &err);
         ASSERT_TRUE(e) << err.message;
-        EXPECT_EQ(Names(e), c.names);
+        std::string names;
+        for (const std::string& name : Names(e))
+            names += (names.empty() ? "" : " ") + name;
+        EXPECT_EQ(names, c[2]);
         double v = 0;
-        EXPECT_EQ(vexa_eval(e, c.values.data(), &v, &err), VEXA_OK) << err.message;
-        EXPECT_EQ(v, c.value);
+        EXPECT_EQ(vexa_eval(e, values.data(), &v, &err), VEXA_OK) << err.message;
+        EXPECT_EQ(v, value);
         // The bulk path and the tree read the same order.
         std::vector<const double*> columns;
-        for (const double& x : c.values)
+        std::vector<vexa_value> shaped;
+        for (const double& x : values) {
             columns.push_back(&x);
+            shaped.push_back({1, 1, const_cast<double*>(&x)});
+        }
         double many = 0;
         EXPECT_EQ(vexa_eval_many(e, 1, columns.data(), &many, &err), VEXA_OK) << err.message;
-        EXPECT_EQ(many, c.value);
-        std::vector<vexa_value> shaped;
-        for (const double& x : c.values)
-            shaped.push_back({1, 1, const_cast<double*>(&x)});
+        EXPECT_EQ(many, value);
         double out = 0;
         vexa_value result = {0, 0, &out};
         EXPECT_EQ(vexa_eval_value(e, shaped.data(), &result, 1, &err), VEXA_OK) << err.message;
-        EXPECT_EQ(out, c.value);
+        EXPECT_EQ(out, value);
         vexa_free(e);
     }
 }
@@ -93,74 +91,35 @@ TEST(CApiInputs, GradientsAndDerivativesFollowTheHostsOrder)
     vexa_free(e);
 }
 
-struct RefusedCase {
-    const char* params;
-    int position;  // bytes into the list
-    const char* says;
-};
-
 TEST(CApiInputs, MalformedListsAreRefused)
 {
-    const RefusedCase cases[] = {
-        {"x,", 2, "list ends with a comma"},
-        {"x,,y", 2, "two commas"},
-        {",x", 0, "starts with a comma"},
-        {"x y", 1, "holds a space"},
-        {"TIME AMP", 4, "holds a space"},
-        {"x,y,X", 4, "given twice"},
-        {"1X", 0, "begins with a letter"},
-        {"x_1", 1, "'_' cannot stand there"},
-        {"a}b", 1, "'}' cannot stand there"},
-        {"{A}B", 3, "cannot stand there"},
-        {"y,PI", 2, "named constant"},
-        {"SIN,y", 0, "name of a function"},
-        {"y,atan2", 2, "name of a function"},
-        {"\xc2\xa0x,x\xc3\xa4", 5, "U+00E4"},
-    };
-    for (const RefusedCase& c : cases) {
-        SCOPED_TRACE(c.params);
+    for (const auto& c : Cases("list")) {
+        SCOPED_TRACE(c[0]);
         vexa_error err;
-        EXPECT_EQ(vexa_parse("x+1", c.params, &err), nullptr);
+        EXPECT_EQ(vexa_parse("x+1", c[0].c_str(), &err), nullptr);
         EXPECT_EQ(err.code, VEXA_E_LIST);
-        EXPECT_EQ(err.position, c.position);
-        EXPECT_NE(std::strstr(err.message, c.says), nullptr) << err.message;
+        EXPECT_EQ(err.position, std::stoi(c[1]));
+        EXPECT_NE(std::strstr(err.message, c[2].c_str()), nullptr) << err.message;
         EXPECT_NE(std::strstr(err.message, "parameter-name list is rejected"), nullptr) << err.message;
     }
 }
 
-struct SpaceCase {
-    const char* text;
-    double x;
-    int status;
-    double value;
-    int position;
-};
-
 TEST(CApiInputs, OtherWhiteSpaceReadsAsSpaces)
 {
-    const SpaceCase cases[] = {
-        {"2*x\t+\r\n1", 3, VEXA_OK, 7, -1},
-        {"\xef\xbb\xbf" "x+1", 1, VEXA_OK, 2, -1},
-        {"x\xc2\xa0*\xc2\xa0" "4\n", 2, VEXA_OK, 8, -1},
-        {"IF(x\t:1,\n2,3)", 0, VEXA_OK, 2, -1},
-        // Positions still count bytes of the text as passed.
-        {"x\t+\xc2\xa0#", 1, VEXA_E_CODE, 0, 5},
-        // Only a mark at the start is white space.
-        {"x+\xef\xbb\xbf" "1", 1, VEXA_E_CODE, 0, 2},
-    };
-    for (const SpaceCase& c : cases) {
-        SCOPED_TRACE(c.text);
+    for (const auto& c : Cases("space")) {
+        SCOPED_TRACE(c[0]);
+        const double x = std::stod(c[1]);
         vexa_error err;
-        vexa_expr* e = vexa_parse(c.text, "x", &err);
-        if (c.status != VEXA_OK) {
+        vexa_expr* e = vexa_parse(c[0].c_str(), "x", &err);
+        if (c[2] == "fails") {
             EXPECT_EQ(e, nullptr);
-            EXPECT_EQ(err.position, c.position) << err.message;
+            EXPECT_EQ(err.position, std::stoi(c[3])) << err.message;
             continue;
         }
         ASSERT_TRUE(e) << err.message;
         double v = 0;
-        EXPECT_EQ(vexa_eval(e, &c.x, &v, &err), VEXA_OK) << err.message;
-        EXPECT_EQ(v, c.value);
+        EXPECT_EQ(vexa_eval(e, &x, &v, &err), VEXA_OK) << err.message;
+        EXPECT_EQ(v, std::stod(c[2]));
         vexa_free(e);
     }
 }
@@ -170,19 +129,12 @@ TEST(CApiInputs, RegisterRefusesNamesNoTextCanCall)
     vexa_error err;
     vexa_expr* e = vexa_parse("B+A", "A,B", &err);
     ASSERT_TRUE(e) << err.message;
-    const struct {
-        const char* name;
-        const char* says;
-    } refused[] = {
-        {"TIME", "keyword"},         {"CycleAngle", "upper-case"}, {"A B", "only the letters"},
-        {"\xff\xfe", "begins with a letter"}, {"offs", "upper-case"}, {"PI", "named constant"},
-        {"SIN", "built-in"},         {"ATAN2", "built-in"},         {"2X", "begins with a letter"},
-        {"X_1", "only the letters"}, {"{F}", "begins with a letter"},
-    };
+    std::vector<std::vector<std::string>> refused = Cases("register");
+    refused.push_back({"\xff\xfe", "begins with a letter"});
     for (const auto& c : refused) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(vexa_register(c.name, e, &err), VEXA_E_NOT_REGISTERED);
-        EXPECT_NE(std::strstr(err.message, c.says), nullptr) << err.message;
+        SCOPED_TRACE(c[0]);
+        EXPECT_EQ(vexa_register(c[0].c_str(), e, &err), VEXA_E_NOT_REGISTERED);
+        EXPECT_NE(std::strstr(err.message, c[1].c_str()), nullptr) << err.message;
     }
     ASSERT_EQ(vexa_register("OFFS2", e, &err), VEXA_OK) << err.message;
     EXPECT_EQ(vexa_register("OFFS2", e, &err), VEXA_E_NOT_REGISTERED);
@@ -218,27 +170,16 @@ TEST(CApiInputs, RegisterRefusesNamesNoTextCanCall)
     vexa_free(e);
 }
 
-struct CauseCase {
-    const char* text;
-    double x;
-    int strict;
-    int status;
-    int position;  // bytes into the text
-    const char* says;
-};
-
 TEST(CApiInputs, FailedEvaluationsNameTheirCause)
 {
-    const CauseCase cases[] = {
-        {"2*x/(x-1)", 1, 0, VEXA_E_CODE, 3, "division by zero in '2*x/(x-1)': the divisor 'x-1' is 0"},
-        // Bytes: the braced name before holds a two-byte character.
-        {"{\xc3\xa4}*0 + 1/x", 0, 0, VEXA_E_CODE, 10, "division by zero in '1/x'"},
-        {"1 + SQRT(x)", -1, 0, VEXA_E_CODE, 4, "SQRT refuses (-1), which leaves the operator '+' without"},
-        {"LOG(x) + 5", -1, 1, VEXA_E_REFUSED, 0, "strict evaluation: 'LOG(x)' has no value: LOG refuses (-1)"},
-        {"SQRT(x)", -1, 0, VEXA_E_NULL, 0, "SQRT refuses (-1)"},
-    };
-    for (const CauseCase& c : cases) {
-        SCOPED_TRACE(c.text);
+    for (const auto& row : Cases("cause")) {
+        SCOPED_TRACE(row[0]);
+        const struct {
+            const char* text;
+            double x;
+            int strict, status, position;
+            const char* says;
+        } c = {row[0].c_str(), std::stod(row[1]), std::stoi(row[2]), Status(row[3]), std::stoi(row[4]), row[5].c_str()};
         vexa_error err;
         vexa_expr* e = vexa_parse(c.text, "x", &err);
         ASSERT_TRUE(e) << err.message;
@@ -304,26 +245,13 @@ TEST(CApiInputs, ReviewOfTexts)
     vexa_error err;
     vexa_expr* offs = vexa_parse("B+A", "A,B", &err);
     ASSERT_EQ(vexa_register("ROFFS", offs, &err), VEXA_OK) << err.message;
-    const struct {
-        const char* text;
-        const char* params;
-        const char* lines;  // as told: byte offset, tab, message
-    } cases[] = {
-        {"2*x+1)/2", "x", "5\tthis ')' closes no '('"},
-        {"m*g + M*a", nullptr, "6\t'M' and 'm' are one parameter"},
-        // bytes: the braced name before holds a two-byte character
-        {"{\xc3\xa4}+ROFFS(5,1,2)", nullptr, "5\tROFFS is called with 3 arguments, but ROFFS takes 2 arguments\n"},
-        {"x\t+\t1 5", nullptr, "4\t'1 5' is read as the one number 15"},
-        {"b + T0*{V 1}", "{V 1},T0", ""},
-        {"2*x + 1", "x", ""},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.text);
-        const std::string told = Reviewed(c.text, c.params, &err);
-        if (*c.lines == '\0') {
+    for (const auto& c : Cases("review")) {
+        SCOPED_TRACE(c[0]);
+        const std::string told = Reviewed(c[0].c_str(), c[1] == "-" ? nullptr : c[1].c_str(), &err);
+        if (c[2].empty()) {
             EXPECT_EQ(told, "");
         } else {
-            EXPECT_EQ(told.compare(0, std::strlen(c.lines), c.lines), 0) << told;
+            EXPECT_EQ(told.compare(0, c[2].size(), c[2]), 0) << told;
             EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 1) << told;
         }
     }

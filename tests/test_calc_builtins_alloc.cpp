@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "alloc_counter.h"
-#include "builtin_call.h"
+#include "test_util.h"
 #include "vexa/vexa.h"
 
 namespace {
@@ -30,7 +30,7 @@ TEST(BuiltinAllocation, ComputingCallsAllocateNothingOfTheirOwn) {
         {L"BISTOP", {3.25, 2.0, 1.0, 3.0, 64.0, 2.0, 10.0, 0.5}},
         {L"CHEBY", std::vector<VEXA_Data>(33, VEXA_Data(0.5))},
         {L"FORSIN", std::vector<VEXA_Data>(34, VEXA_Data(0.5))},
-        {L"MAG", {RowVector({3.0, 4.0, 12.0})}},
+        {L"MAG", {testutil::RowVector({3.0, 4.0, 12.0})}},
     };
     for (const auto& call : calls) {
         // A spline name refuses everything, so its Evaluate costs exactly

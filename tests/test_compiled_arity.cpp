@@ -108,8 +108,7 @@ std::vector<double> Point(int i)
 bool EvaluatesAsTree(ICalculator* calc, const std::string& text)
 {
     Expression* e = static_cast<Expression*>(calc);
-    Calc twin(e->Copy());
-    ExpressionAccess::SetCompilable(*static_cast<Expression*>(twin.get()), false);
+    Calc twin = TreeOnly(calc);
     // One-step evaluations before machine code takes over: 64 unless the
     // environment says otherwise.
     const char* after = std::getenv("VEXA_MACHINE_CODE_AFTER");
@@ -132,8 +131,7 @@ void ManyAsTree(ICalculator* calc, const std::string& text, bool exactSlopes, co
     const auto form = vexa::CompiledExpression::Make(calc, 3);
     ASSERT_TRUE(form) << text;
     EXPECT_TRUE(form->runsAsProgram()) << text;
-    Calc twin(static_cast<Expression*>(calc)->Copy());
-    ExpressionAccess::SetCompilable(*static_cast<Expression*>(twin.get()), false);
+    Calc twin = TreeOnly(calc);
     const std::size_t n = 150;
     std::vector<double> x(n), y(n), z(n), results(n);
     for (std::size_t i = 0; i < n; ++i) {

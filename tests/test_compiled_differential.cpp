@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "compiled_expression_util.h"
 #include "vexa/calc/expression_access.h"
 #include "vexa/vexa.h"
 
@@ -104,103 +105,14 @@ private:
     std::mt19937 m_rng;
 };
 
-// Everything a host can see of one evaluation.
-struct Outcome {
-    bool answer = false;
-    int code = 0;
-    bool threw = false;
-    std::vector<std::string> seen;  // the result, then held parameters
-
-    bool operator==(const Outcome& o) const
-    {
-        return answer == o.answer && code == o.code && threw == o.threw && seen == o.seen;
-    }
-};
-
-std::string Bits(const VEXA_Data& v)
-{
-    int rows = 0, cols = 0;
-    v.getDataInfo(rows, cols);
-    std::string s = std::to_string(v.getType()) + ":" + std::to_string(rows) + "x" + std::to_string(cols);
-    if (v.getType() != DT_NULL) {
-        const double* p = v.getValue();
-        s.append(reinterpret_cast<const char*>(p), sizeof(double) * static_cast<std::size_t>(rows * cols));
-    }
-    return s;
-}
-
-std::string Show(const std::string& bits)
-{
-    std::string s = bits.substr(0, bits.find(':') + 4);
-    for (std::size_t i = s.size(); i + 8 <= bits.size(); i += 8) {
-        double d;
-        std::memcpy(&d, bits.data() + i, 8);
-        char buf[64];
-        std::snprintf(buf, sizeof buf, " %.17g", d);
-        s += buf;
-    }
-    return s;
-}
-
-std::string Show(const std::vector<VEXA_Data>& values)
-{
-    std::string s;
-    for (const VEXA_Data& v : values) {
-        char buf[64];
-        std::snprintf(buf, sizeof buf, " %.17g", v.getType() == DT_SCALAR ? v.getValue()[0] : -777.0);
-        s += buf;
-    }
-    return s;
-}
-
 class CompiledDifferential : public ::testing::Test {
 public:
     static void SetUpTestSuite()
     {
-        Register(L"FTWO", L"u*v+SQRT(u)", L"u,v");
-        Register(L"GINV", L"1/u-u", L"u");
+        form_test::Register(L"FTWO", "u*v+SQRT(u)", L"u,v");
+        form_test::Register(L"GINV", "1/u-u", L"u");
     }
-
-    static void TearDownTestSuite()
-    {
-        for (ICalculator* c : s_registered)
-            c->Release();
-        s_registered.clear();
-    }
-
-    static void Register(const wchar_t* name, const wchar_t* text, const wchar_t* list)
-    {
-        VexaParser parser;
-        ICalculator* calc = nullptr;
-        std::wstring names = list;
-        ASSERT_TRUE(parser.parse(text, &names[0], &calc));
-        VEXA_WString key(name);
-        ASSERT_TRUE(FunctionFactory::getInstance()->Register(key, calc));
-        s_registered.push_back(calc);
-    }
-
-    static Outcome Evaluate(ICalculator* calc, std::vector<VEXA_Data>& params, int count)
-    {
-        Outcome o;
-        VEXA_Data result;
-        try {
-            o.answer = calc->Evaluate(count, params.data(), result);
-        } catch (int code) {
-            o.threw = true;
-            o.code = code;
-        }
-        o.seen.push_back(Bits(result));
-        for (ICalculator* c : s_registered) {
-            for (int i = 0; i < c->getParamCount(); ++i)
-                o.seen.push_back(Bits(c->getParam(i)));
-        }
-        return o;
-    }
-
-    static std::vector<ICalculator*> s_registered;
 };
-
-std::vector<ICalculator*> CompiledDifferential::s_registered;
 
 VEXA_Data MakeValue(AnyCallCaseGenerator& g)
 {
@@ -223,9 +135,16 @@ VEXA_Data MakeValue(AnyCallCaseGenerator& g)
 }
 
 // Evaluates calc (compiled) and its twin (tree only) on the same values and
-// requires the same outcome; returns whether the program produced it.
+// requires the same outcome, the parameters the registered functions hold
+// included; counts in compiled whether the program produced it.
 void Compare(ICalculator* calc, ICalculator* twin, AnyCallCaseGenerator& g, int params, const std::string& text, int& compiled)
 {
+    std::vector<ICalculator*> registered;
+    for (const wchar_t* name : {L"FTWO", L"GINV"}) {
+        VEXA_WString key(name);
+        registered.push_back(FunctionFactory::getInstance()->CreateFunction(key));
+        ASSERT_TRUE(registered.back());
+    }
     for (int set = 0; set < 6; ++set) {
         std::vector<VEXA_Data> values;
         const bool scalars = set < 4;
@@ -233,15 +152,14 @@ void Compare(ICalculator* calc, ICalculator* twin, AnyCallCaseGenerator& g, int 
             values.push_back(scalars ? VEXA_Data(g.Value()) : MakeValue(g));
         const int count = set == 5 && params > 0 ? params - 1 : params;
         std::vector<VEXA_Data> copy = values;
-        const Outcome fast = CompiledDifferential::Evaluate(calc, values, count);
-        const Outcome slow = CompiledDifferential::Evaluate(twin, copy, count);
-        ASSERT_TRUE(fast == slow) << text << " set " << set << " codes " << fast.code << "/" << slow.code
-                                  << " answers " << fast.answer << "/" << slow.answer << "\n"
-                                  << Show(fast.seen[0]) << "\n" << Show(slow.seen[0]) << "\n" << Show(values);
-        // The held parameters must read back the same as well.
-        for (int i = 0; i < calc->getParamCount(); ++i)
-            ASSERT_EQ(Bits(calc->getParam(i)), Bits(twin->getParam(i))) << text;
+        std::vector<ICalculator*> holders = registered;
+        holders.push_back(calc);
+        const std::string fast = form_test::Evaluated(calc, values, count, holders);
+        holders.back() = twin;
+        ASSERT_EQ(fast, form_test::Evaluated(twin, copy, count, holders)) << text << " set " << set;
     }
+    for (ICalculator* r : registered)
+        r->Release();
     if (ExpressionAccess::RunsCompiled(*static_cast<Expression*>(calc)))
         ++compiled;
 }
@@ -254,36 +172,21 @@ TEST_F(CompiledDifferential, ProgramAndTreeAgreeBitForBit)
     int parsed = 0, compiled = 0, derived = 0;
     for (int round = 0; round < 2500; ++round) {
         const std::string text = g.Expression(g.Uniform(1, 5));
-        const std::wstring wide(text.begin(), text.end());
-        VexaParser parser;
-        ICalculator* calc = nullptr;
-        wchar_t list[] = L"x,y,z";
-        try {
-            if (!parser.parse(wide.c_str(), list, &calc))
-                continue;
-        } catch (int) {
-            if (calc)
-                calc->Release();
+        vexa::ParseResult r = vexa::TryParse(std::wstring(text.begin(), text.end()).c_str(), L"x,y,z");
+        if (!r.calc)
             continue;
-        }
+        ICalculator* calc = r.calc.get();
+        const int params = static_cast<int>(r.names.size());
         ++parsed;
-        Expression* e = static_cast<Expression*>(calc);
-        Expression* twin = e->Copy();
-        ExpressionAccess::SetCompilable(*twin, false);
-        Compare(e, twin, g, parser.getParamsNum(), text, compiled);
+        Compare(calc, form_test::TreeOnly(calc).get(), g, params, text, compiled);
 
-        ICalculator* d = e->getDerivativeCalculator(g.Uniform(0, 2));
+        ICalculator* d = calc->getDerivativeCalculator(g.Uniform(0, 2));
         if (d) {
-            Expression* dtwin = static_cast<Expression*>(d)->Copy();
-            ExpressionAccess::SetCompilable(*dtwin, false);
             int ignored = 0;
-            Compare(d, dtwin, g, parser.getParamsNum(), "d " + text, ignored);
+            Compare(d, form_test::TreeOnly(d).get(), g, params, "d " + text, ignored);
             ++derived;
-            dtwin->Release();
             d->Release();
         }
-        twin->Release();
-        calc->Release();
         if (HasFatalFailure())
             return;
     }

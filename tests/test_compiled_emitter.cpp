@@ -6,13 +6,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "test_util.h"
 #include "vexa/compiled/x86_64/x64_emitter.h"
 
 using namespace vexa_compiled::x64;
@@ -28,28 +26,17 @@ struct Case {
 
 std::vector<Case> Load()
 {
-    std::ifstream in(std::string(VEXA_TEST_DATA_DIR) + "/x64_encodings.txt");
     std::vector<Case> cases;
-    std::string text;
-    for (int line = 1; std::getline(in, text); ++line) {
-        if (text.empty() || text[0] == '#')
-            continue;
-        const std::size_t colon = text.find(" : ");
-        if (colon == std::string::npos) {
-            ADD_FAILURE() << "line " << line << " has no bytes";
-            continue;
-        }
-        Case c{line, {}, {}, {}};
-        std::istringstream head(text.substr(0, colon));
-        head >> c.form;
-        std::string arg;
-        while (head >> arg)
+    for (const testutil::CaseLine& l : testutil::ReadCases("x64_encodings.txt")) {
+        const std::vector<std::wstring> words = testutil::Words(l.fields[0]);
+        Case c{l.line, testutil::Narrow(words[0]), {}, {}};
+        // SSE operations name their opcode in hexadecimal.
+        for (std::size_t k = 1; k < words.size(); ++k)
             c.args.push_back(static_cast<long long>(
-                std::strtoull(arg.c_str(), nullptr, c.form.find("Arith") == 0 && c.args.empty() ? 16 : 0)));
-        std::istringstream tail(text.substr(colon + 3));
-        std::string byte;
-        while (tail >> byte)
-            c.bytes.push_back(static_cast<std::uint8_t>(std::strtoul(byte.c_str(), nullptr, 16)));
+                std::stoull(words[k], nullptr, c.form.find("Arith") == 0 && k == 1 ? 16 : 0)));
+        EXPECT_EQ(l.fields.size(), 2u) << "line " << l.line << " has no bytes";
+        for (const std::wstring& byte : testutil::Words(l.fields.back()))
+            c.bytes.push_back(static_cast<std::uint8_t>(std::stoul(byte, nullptr, 16)));
         cases.push_back(c);
     }
     return cases;
@@ -117,17 +104,6 @@ bool Write(Emitter& em, const Case& c)
     return true;
 }
 
-std::string Hex(const std::vector<std::uint8_t>& bytes)
-{
-    std::string s;
-    char b[4];
-    for (std::uint8_t x : bytes) {
-        std::snprintf(b, sizeof b, "%02x ", x);
-        s += b;
-    }
-    return s;
-}
-
 TEST(X64Emitter, EveryFormAndRegisterEncodesAsTheTableSays)
 {
     const std::vector<Case> cases = Load();
@@ -145,7 +121,7 @@ TEST(X64Emitter, EveryFormAndRegisterEncodesAsTheTableSays)
                 EXPECT_EQ(out[i], 0xCC) << "line " << c.line;
             out.resize(c.bytes.size());
         }
-        EXPECT_EQ(Hex(out), Hex(c.bytes)) << "line " << c.line << ": " << c.form;
+        EXPECT_EQ(out, c.bytes) << "line " << c.line << ": " << c.form;
     }
 }
 

@@ -79,12 +79,7 @@ Calc Make(const Case& c, bool compilable)
     Calc calc = form_test::Parse(c.text, c.list);
     if (calc && c.derivative >= 0)
         calc = Calc(calc->getDerivativeCalculator(c.derivative));
-    if (calc && !compilable) {
-        Calc copy(static_cast<Expression*>(calc.get())->Copy());
-        ExpressionAccess::SetCompilable(*static_cast<Expression*>(copy.get()), false);
-        return copy;
-    }
-    return calc;
+    return calc && !compilable ? form_test::TreeOnly(calc.get()) : std::move(calc);
 }
 
 TEST(CompiledEveryOp, TreeInterpreterAndMachineCodeAgreeBitForBit)

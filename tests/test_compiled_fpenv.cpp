@@ -1,6 +1,7 @@
 // Every compiled path against the tree under the floating-point settings a
 // host may choose: the four rounding modes with flush-to-zero and
-// denormals-are-zero off and on, and unmasked traps. The paths are the
+// denormals-are-zero off and on, unmasked traps, and an x87 control word
+// the paths must ignore (cases in data/fpenv_cases.txt). The paths are the
 // interpreter and the machine code behind Evaluate, and the one-point, bulk
 // and gradient runners of CompiledExpression; each must give the tree's
 // bits, and none may trap where the tree does not.
@@ -28,6 +29,7 @@
 #endif
 
 #include "compiled_expression_util.h"
+#include "test_util.h"
 #include "vexa/calc/expression_access.h"
 
 #if VEXA_FPENV_TESTS
@@ -42,54 +44,18 @@ using vexa_calc::ExpressionAccess;
 
 const double kSub = 1e-310;  // subnormal
 
+// An expression, and the parameter it is differentiated by (-1: none).
 struct Case {
-    const char* text;
-    int derivative;  // -1: the expression itself, else d / d parameter
+    std::string text;
+    int derivative;
 };
 
-// The failures first, then constants the compiler folds, selections
-// that compare subnormals, divisions on masked-off lanes, and a little of
-// everything else.
-const Case kCases[] = {
-    {"MIN(x,1)", -1},
-    {"MAX(x,-1)+MIN(y,x)", -1},
-    {"TAN(x)^MIN(2.5E-320,x)", -1},
-    {"1/x", -1},
-    {"STEP(x,1,0,1,1)", -1},
-    {"HAVSIN(x,2,0,2,1)", -1},
-    {"ATAN2(x,x)", -1},
-    {"x*y-y*x", 0},
-    {"SIN(x)*y-x*y", 0},
-    {"x^2/y-MIN(x,y)", 1},
-    {"MAX(x,y)*z", 0},
-    {"1/3*x+0.1*3", -1},
-    {"x*1E-300*1E-10+y", -1},
-    {"EXP(-745.1+x)-y*1E-310", -1},
-    {"STEP5(x,0,0,1,1)+STEP(y,0,-1,0,2)", -1},
-    {"ABS(x)-x+SIGN(y,x)", -1},
-    {"IF(x:1/y,0,1/z)", -1},
-    {"MOD(x,y)+POLY(z,0,1,2,3)", -1},
-    {"SQRT(x)+LOG(y)+ASIN(z)", -1},
-    {"CHEBY(x,0,1,2)*FORCOS(y,0,1,2,3)", -1},
-    {"DX(SIN(x)*y)", -1},
-    // Identities that do not hold in every environment, a subnormal
-    // divisor and logarithm folded, a slope that overflows where the value
-    // does not, a selection whose slope compares a NaN.
-    {"x-0", -1},
-    {"x*1+y/1", -1},
-    {"x/1E-310", -1},
-    {"LOG(1E-310)+x", -1},
-    {"TANH(y*800)+z", -1},
-    {"ABS(x)*y", -1},
-    {"MIN(1E-310,-1)*x+MIN(x,y)", -1},
-    // Exact zero sums, whose sign follows the rounding.
-    {"(1-1)+x", -1},
-    {"MOD(3,1.5)+x", -1},
-    // The C library's pow(5, 6) is not 15625 when rounding downward.
-    {"5^6*x+COS(2.41)*y", -1},
-    // Out of the 32-bit range AINT answers without converting.
-    {"AINT(x*1E10)+ANINT(y*1E10)", -1},
-};
+const std::vector<Case> kCases = [] {
+    std::vector<Case> cases;
+    for (const testutil::CaseLine& c : testutil::ReadCases("fpenv_cases.txt"))
+        cases.push_back({testutil::Narrow(c.fields[0]), std::stoi(testutil::Narrow(c.fields[1]))});
+    return cases;
+}();
 
 const std::vector<std::vector<double>> kPoints = {
     {0.0, 0.0, 0.0},    {-0.0, 1.0, 2.0},     {kSub, -kSub, 3.0}, {-kSub, 0.5, 1.0},  {0.1, 0.2, 0.3},
@@ -98,17 +64,27 @@ const std::vector<std::vector<double>> kPoints = {
 };
 
 // One environment: the control register (MXCSR without its flags, or
-// FPCR), or unmasked traps set through fenv as a host would (x87 too).
+// FPCR), unmasked traps set through fenv as a host would, or the x87
+// control word at single precision rounding toward zero (no part of any
+// path: it must change nothing).
+enum class Set { kControl, kTraps, kX87 };
 struct Env {
-    const char* name;
+    std::string name;
     unsigned control;
-    bool traps;
+    Set set;
 };
 
 #if VEXA_FPENV_X86
 const unsigned kFlagBits = 0x3Fu;
 unsigned GetControl() { return _mm_getcsr(); }
 void SetControl(unsigned control) { _mm_setcsr(control); }
+// MXCSR: exceptions masked, the rounding in bits 13-14, flush-to-zero and
+// denormals-are-zero together and each alone.
+const unsigned kDefault = 0x1F80u, kRoundingShift = 13, kFlush = 0x8040u;
+const char* const kRounding[] = {"nearest", "down", "up", "toward zero"};
+const Env kOthers[] = {{"FTZ", kDefault | 0x8000u, Set::kControl},
+                       {"DAZ", kDefault | 0x0040u, Set::kControl},
+                       {"x87 single precision", kDefault, Set::kX87}};
 #else
 const unsigned kFlagBits = 0;  // FPCR holds none: they are in FPSR
 unsigned GetControl()
@@ -122,48 +98,23 @@ void SetControl(unsigned control)
     const std::uint64_t fpcr = control;
     __asm__ volatile("msr fpcr, %0" : : "r"(fpcr));
 }
-#endif
-
-#if VEXA_FPENV_X86
-std::vector<Env> Environments()
-{
-    static const char* const kRounding[] = {"nearest", "down", "up", "toward zero"};
-    std::vector<Env> envs;
-    for (int flush = 0; flush < 2; ++flush) {
-        for (unsigned r = 0; r < 4; ++r) {
-            if (!flush && !r)
-                continue;  // the default
-            static std::vector<std::string> names;
-            names.push_back(std::string(kRounding[r]) + (flush ? ", FTZ+DAZ" : ""));
-            envs.push_back({names.back().c_str(), 0x1F80u | r << 13 | (flush ? 0x8040u : 0u), false});
-        }
-    }
-    // Each of flush-to-zero and denormals-are-zero alone.
-    envs.push_back({"FTZ", 0x1F80u | 0x8000u, false});
-    envs.push_back({"DAZ", 0x1F80u | 0x0040u, false});
-    return envs;
-}
-#else
 // FPCR: the rounding in bits 22-23, flush-to-zero (inputs and results) in
 // bit 24, the default NaN for every NaN result in bit 25.
+const unsigned kDefault = 0, kRoundingShift = 22, kFlush = 1u << 24;
+const char* const kRounding[] = {"nearest", "up", "down", "toward zero"};
+const Env kOthers[] = {{"default NaN", 1u << 25, Set::kControl}, {"FZ, default NaN", 3u << 24, Set::kControl}};
+#endif
+
 std::vector<Env> Environments()
 {
-    static const char* const kRounding[] = {"nearest", "up", "down", "toward zero"};
-    std::vector<Env> envs;
-    for (int flush = 0; flush < 2; ++flush) {
-        for (unsigned r = 0; r < 4; ++r) {
-            if (!flush && !r)
-                continue;  // the default
-            static std::vector<std::string> names;
-            names.push_back(std::string(kRounding[r]) + (flush ? ", FZ" : ""));
-            envs.push_back({names.back().c_str(), r << 22 | (flush ? 1u << 24 : 0u), false});
-        }
+    std::vector<Env> envs(std::begin(kOthers), std::end(kOthers));
+    for (unsigned flush = 0; flush < 2; ++flush) {
+        for (unsigned r = flush ? 0 : 1; r < 4; ++r)  // not the default
+            envs.push_back({std::string(kRounding[r]) + (flush ? ", flushing" : ""),
+                            kDefault | r << kRoundingShift | (flush ? kFlush : 0u), Set::kControl});
     }
-    envs.push_back({"default NaN", 1u << 25, false});
-    envs.push_back({"FZ, default NaN", 3u << 24, false});
     return envs;
 }
-#endif
 
 // Sets an environment for its life and restores the one before, flags
 // cleared so that none is pending when traps are unmasked.
@@ -173,19 +124,29 @@ public:
     {
         fegetenv(&m_saved);
         feclearexcept(FE_ALL_EXCEPT);
-        if (env.traps)
+        if (env.set == Set::kTraps)
             feenableexcept(FE_DIVBYZERO | FE_INVALID | FE_OVERFLOW);
         else
             SetControl(env.control);
+#if VEXA_FPENV_X86
+        __asm__ volatile("fnstcw %0" : "=m"(m_x87));
+        const std::uint16_t single = static_cast<std::uint16_t>((m_x87 & ~0x0300u) | 0x0C00u);
+        if (env.set == Set::kX87)
+            __asm__ volatile("fnclex\n\tfldcw %0" : : "m"(single));
+#endif
     }
     ~EnvScope()
     {
+#if VEXA_FPENV_X86
+        __asm__ volatile("fnclex\n\tfldcw %0" : : "m"(m_x87));
+#endif
         feclearexcept(FE_ALL_EXCEPT);
         fesetenv(&m_saved);
     }
 
 private:
     fenv_t m_saved;
+    std::uint16_t m_x87 = 0;
 };
 
 // The calculators of one case: the tree alone, and one whose Evaluate runs
@@ -207,23 +168,26 @@ Calc Derived(const Case& c)
 
 Calc TreeOnly(const Case& c)
 {
-    Calc calc = Derived(c);
-    Expression* copy = static_cast<Expression*>(calc.get())->Copy();
-    ExpressionAccess::SetCompilable(*copy, false);
-    return Calc(copy);
+    return form_test::TreeOnly(Derived(c).get());
 }
 
 const std::vector<double> kWarmUp = {0.25, 0.5, 0.75};
 
-// Made in the default environment, evaluated often enough there for the
-// machine code to exist.
-Calcs Make(const Case& c)
+// Evaluated often enough for the machine code to exist, then made and warmed
+// up again in the default environment: what a path computes once (the
+// constants it folds, its machine code) must follow the default environment
+// whatever the host had set at that moment.
+Calcs Make(const Case& c, const Env* under = nullptr)
 {
     Calcs m{TreeOnly(c), Derived(c), Derived(c), nullptr};
-    form_test::Reference(m.interpreted.get(), kWarmUp);
-    for (int i = 0; i <= 200; ++i)
-        form_test::Reference(m.machine.get(), kWarmUp);
-    m.form = vexa::CompiledExpression::Make(m.tree.get(), 3);
+    for (int round = under ? 0 : 1; round < 2; ++round) {
+        std::unique_ptr<EnvScope> scope(round == 0 ? new EnvScope(*under) : nullptr);
+        form_test::Reference(m.interpreted.get(), kWarmUp);
+        for (int i = 0; i <= 200; ++i)
+            form_test::Reference(m.machine.get(), kWarmUp);
+        if (!m.form)
+            m.form = vexa::CompiledExpression::Make(m.tree.get(), 3);
+    }
     return m;
 }
 
@@ -296,7 +260,7 @@ std::string Compare(const Case& c, Calcs& m, const std::vector<std::vector<doubl
         const vexa::Outcome& t = tree[i];
         char where[96];
         std::snprintf(where, sizeof where, " at (%g, %g, %g)", p[0], p[1], p[2]);
-        const std::string what = std::string(c.text) + (c.derivative >= 0 ? " (derivative)" : "") + where;
+        const std::string what = c.text + (c.derivative >= 0 ? " (derivative)" : "") + where;
         g_stage = "interpreter";
         const vexa::Outcome interpreted = Reference(m.interpreted.get(), p);
         g_stage = "machine code";
@@ -345,6 +309,7 @@ std::string Compare(const Case& c, Calcs& m, const std::vector<std::vector<doubl
 
 TEST(CompiledFloatEnvironment, EveryPathGivesTheTreesBitsInEveryEnvironment)
 {
+    ASSERT_GT(kCases.size(), 30u);
     for (const Case& c : kCases) {
         Calcs m = Make(c);
         ASSERT_TRUE(m.tree && m.interpreted && m.machine && m.form) << c.text;
@@ -367,26 +332,12 @@ TEST(CompiledFloatEnvironment, EveryPathGivesTheTreesBitsInEveryEnvironment)
     }
 }
 
-// What a compiled path computes once, when it is made (the constants it
-// folds, its machine code), follows the default environment whatever the
-// host had set at that moment: used in the default environment afterwards,
-// it gives the tree's bits there.
 TEST(CompiledFloatEnvironment, MadeUnderAnotherEnvironmentRunsAsMadeInTheDefault)
 {
     for (const Env& env : Environments()) {
         for (const Case& c : kCases) {
-            Calcs m{TreeOnly(c), Derived(c), Derived(c), nullptr};
-            {
-                EnvScope scope(env);
-                form_test::Reference(m.interpreted.get(), kWarmUp);
-                for (int i = 0; i <= 200; ++i)
-                    form_test::Reference(m.machine.get(), kWarmUp);
-                m.form = vexa::CompiledExpression::Make(m.tree.get(), 3);
-            }
+            Calcs m = Make(c, &env);
             ASSERT_TRUE(m.form) << c.text;
-            form_test::Reference(m.interpreted.get(), kWarmUp);
-            for (int i = 0; i <= 200; ++i)
-                form_test::Reference(m.machine.get(), kWarmUp);
             // Gradients in a fresh form made in the default environment.
             Calcs fresh = Make(c);
             EXPECT_EQ(Compare(c, m, kPoints, DefaultGradients(fresh, kPoints)), "") << "made under " << env.name;
@@ -428,7 +379,7 @@ int CompareInChild(const Case& c, Calcs& m, const std::vector<std::vector<double
         std::signal(SIGFPE, OnTrap);
         std::string diff;
         {
-            EnvScope scope({"traps unmasked", 0, true});
+            EnvScope scope({"traps unmasked", 0, Set::kTraps});
             diff = Compare(c, m, points, dg);
         }
         if (write(2, diff.data(), diff.size()) < 0) {
@@ -464,7 +415,7 @@ TEST(CompiledFloatEnvironment, UnmaskedTrapsRaiseNothingTheTreeDoesNot)
         Calcs m = Make(c);
         ASSERT_TRUE(m.form) << c.text;
         const Gradients gradients = DefaultGradients(m, kPoints);
-        const std::string what = std::string(c.text) + (c.derivative >= 0 ? " (derivative)" : "");
+        const std::string what = c.text + (c.derivative >= 0 ? " (derivative)" : "");
         std::vector<std::vector<double>> points;
         Gradients dg;
         for (std::size_t i = 0; i < kPoints.size(); ++i) {
@@ -481,29 +432,8 @@ TEST(CompiledFloatEnvironment, UnmaskedTrapsRaiseNothingTheTreeDoesNot)
         compared += points.size();
     }
     // The tree traps at few of the points.
-    EXPECT_GT(compared, sizeof kCases / sizeof kCases[0] * kPoints.size() * 3 / 4);
+    EXPECT_GT(compared, kCases.size() * kPoints.size() * 3 / 4);
 }
-
-#if VEXA_FPENV_X86
-// The x87 control word is no part of any path: with it at single
-// precision and rounding toward zero, every path still gives the tree's
-// bits.
-TEST(CompiledFloatEnvironment, TheX87ControlWordChangesNothing)
-{
-    for (const Case& c : kCases) {
-        Calcs m = Make(c);
-        ASSERT_TRUE(m.form) << c.text;
-        const auto gradients = DefaultGradients(m, kPoints);
-        std::uint16_t saved;
-        __asm__ volatile("fnstcw %0" : "=m"(saved));
-        const std::uint16_t single = static_cast<std::uint16_t>((saved & ~0x0300u) | 0x0C00u);
-        __asm__ volatile("fnclex\n\tfldcw %0" : : "m"(single));
-        const std::string diff = Compare(c, m, kPoints, gradients);
-        __asm__ volatile("fnclex\n\tfldcw %0" : : "m"(saved));
-        EXPECT_EQ(diff, "");
-    }
-}
-#endif
 
 }  // namespace
 

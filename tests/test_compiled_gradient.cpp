@@ -5,11 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <fstream>
 #include <set>
-#include <sstream>
 
 #include "compiled_expression_util.h"
+#include "test_util.h"
 #include "vexa/calc/operations.h"
 
 using namespace form_test;
@@ -23,51 +22,35 @@ bool Near(double got, double expected, double tolerance)
 
 TEST(CompiledGradient, BuiltinsMatchAnalyticPartialsOnEverySideOfTheirKinks)
 {
-    const std::string file = std::string(__FILE__).substr(0, std::string(__FILE__).rfind('/')) + "/data/gradients.txt";
-    std::ifstream in(file);
-    ASSERT_TRUE(in) << file;
-    std::string line;
     int cases = 0;
     std::set<std::string> covered;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#')
-            continue;
-        covered.insert(line.substr(0, line.find('(')));
-        std::istringstream fields(line);
-        std::string text, values, partials;
-        std::getline(fields, text, ';');
-        std::getline(fields, values, ';');
-        std::getline(fields, partials);
-        std::vector<double> args, partialsByArg;
-        std::istringstream v(values), p(partials);
-        for (double d; v >> d;)
-            args.push_back(d);
-        for (double d; p >> d;)
-            partialsByArg.push_back(d);
+    for (const testutil::CaseLine& c : testutil::ReadCases("gradients.txt")) {
+        const std::string text = testutil::Narrow(c.fields[0]);
+        covered.insert(text.substr(0, text.find('(')));
+        const std::vector<double> args = testutil::Numbers(testutil::Narrow(c.fields[1]));
+        const std::vector<double> partialsByArg = testutil::Numbers(testutil::Narrow(c.fields[2]));
         // Argument k is the parameter named by letter k; IMPACT and BISTOP
         // take braced names, which come after the host's names.
-        std::wstring names = L"a,b,c,d,e,f,g,h";
-        VexaParser parser;
-        ICalculator* parsed = nullptr;
-        ASSERT_TRUE(parser.parse(std::wstring(text.begin(), text.end()).c_str(), &names[0], &parsed)) << line;
-        Calc calc(parsed);
-        const int count = parser.getParamsNum();
+        vexa::ParseResult parsed = vexa::TryParse(std::wstring(text.begin(), text.end()).c_str(), L"a,b,c,d,e,f,g,h");
+        ASSERT_TRUE(parsed.calc) << text;
+        Calc calc(parsed.calc.release());
+        const int count = static_cast<int>(parsed.names.size());
         std::vector<double> point(static_cast<std::size_t>(count), 0.0), expected(point.size(), 0.0);
         for (int i = 0; i < count; ++i) {
-            const std::wstring name = static_cast<const wchar_t*>(parser.getParam(i));
+            const std::wstring& name = parsed.names[static_cast<std::size_t>(i)];
             const std::size_t k = static_cast<std::size_t>(name[name.size() == 1 ? 0 : 1] - L'a');
             const bool used = name.size() > 1 || text.find(std::string("{") + static_cast<char>(name[0])) == text.npos;
             point[static_cast<std::size_t>(i)] = k < args.size() ? args[k] : 0.0;
             expected[static_cast<std::size_t>(i)] = used && k < partialsByArg.size() ? partialsByArg[k] : 0.0;
         }
         const auto form = vexa::CompiledExpression::Make(calc.get(), count);
-        ASSERT_TRUE(form && form->runsAsProgram()) << line;
+        ASSERT_TRUE(form && form->runsAsProgram()) << text;
         vexa::Workspace ws(*form);
         std::vector<double> grad(point.size());
         const vexa::Outcome o = form->Gradient(point.data(), grad.data(), ws);
-        EXPECT_TRUE(Same(o, Reference(calc.get(), point))) << line << ": " << Show(o);
+        EXPECT_TRUE(Same(o, Reference(calc.get(), point))) << text << ": " << Show(o);
         for (std::size_t k = 0; k < point.size(); ++k)
-            EXPECT_TRUE(Near(grad[k], expected[k], 1e-12)) << line << ": partial " << k << " is " << grad[k];
+            EXPECT_TRUE(Near(grad[k], expected[k], 1e-12)) << text << ": partial " << k << " is " << grad[k];
         ++cases;
     }
     EXPECT_GT(cases, 70);

@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cmath>
-#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
@@ -16,13 +15,14 @@
 #include <xmmintrin.h>
 #endif
 
+#include "compiled_expression_util.h"
+#include "test_util.h"
 #include "vexa/calc/expression_access.h"
 #include "vexa/compiled/program/shaped_program.h"
 #include "vexa/vexa.h"
 
 namespace {
 
-using vexa_calc::ExpressionAccess;
 using Dims = vexa_compiled::Shape;
 
 // The parameters: names and declared shapes, in the parser's order.
@@ -113,30 +113,10 @@ private:
     std::mt19937 m_rng;
 };
 
-std::string Bits(const VEXA_Data& v)
-{
-    int rows = 0, cols = 0;
-    v.getDataInfo(rows, cols);
-    std::string s = std::to_string(v.getType()) + ":" + std::to_string(rows) + "x" + std::to_string(cols) + ":";
-    if (v.getType() != DT_NULL)
-        s.append(reinterpret_cast<const char*>(v.getValue()), sizeof(double) * static_cast<std::size_t>(rows * cols));
-    return s;
-}
-
 // Everything a host sees of one evaluation.
 std::string Outcome(ICalculator* calc, std::vector<VEXA_Data>& params, int count)
 {
-    VEXA_Data result;
-    std::string seen;
-    try {
-        seen = calc->Evaluate(count, params.data(), result) ? "true " : "false ";
-    } catch (int code) {
-        seen = "threw " + std::to_string(code) + " ";
-    }
-    seen += Bits(result);
-    for (int i = 0; i < calc->getParamCount(); ++i)
-        seen += "|" + Bits(calc->getParam(i));
-    return seen;
+    return form_test::Evaluated(calc, params, count, {calc});
 }
 
 // The sets an expression is evaluated over: most of the declared shapes (a
@@ -158,34 +138,21 @@ std::vector<VEXA_Data> MakeSet(Generator& g, int set)
 // The tree of text over the parameters; null where the parser refuses it.
 ICalculator* Parse(const std::string& text)
 {
-    const std::wstring wide(text.begin(), text.end());
-    std::wstring names = kNames;
-    VexaParser parser;
-    ICalculator* calc = nullptr;
-    try {
-        if (parser.parse(wide.c_str(), &names[0], &calc) && parser.getParamsNum() == kParams)
-            return calc;
-    } catch (int) {
-    }
-    if (calc)
-        calc->Release();
-    return nullptr;
+    return form_test::Parse(text, kNames).release();
 }
 
 void Agree(ICalculator* calc, Generator& g, const std::string& text, bool& ran)
 {
-    Expression* twin = static_cast<Expression*>(calc)->Copy();
-    ExpressionAccess::SetCompilable(*twin, false);
+    const form_test::Calc twin = form_test::TreeOnly(calc);
     for (int set = 0; set < 9; ++set) {
         std::vector<VEXA_Data> values = MakeSet(g, set);
         const int count = set == 8 ? kParams - 1 - g.Uniform(0, 3) : kParams;
         std::vector<VEXA_Data> copy = values;
         const std::string fast = Outcome(calc, values, count);
         ran = ran || vexa_compiled::ShapedProgramSize(*static_cast<Expression*>(calc)) > 0;
-        const std::string slow = Outcome(twin, copy, count);
+        const std::string slow = Outcome(twin.get(), copy, count);
         ASSERT_EQ(fast, slow) << text << " set " << set;
     }
-    twin->Release();
 }
 
 // Generated expressions and their derivatives, under the floating-point
@@ -247,13 +214,11 @@ TEST(ShapedProgram, AgreesWithTheTreeUnderEveryFloatingPointSetting)
 // shapes combine, and no other (cases in data/shaped_cover.txt).
 TEST(ShapedProgram, CoversExactlyTheShapesThatCombine)
 {
-    std::ifstream in(std::string(VEXA_TEST_DATA_DIR) + "/shaped_cover.txt");
-    ASSERT_TRUE(in.good());
     Generator g(7);
-    int cases = 0;
-    for (std::string line; std::getline(in, line);) {
-        if (line.empty() || line[0] == '#')
-            continue;
+    const std::vector<testutil::CaseLine> cases = testutil::ReadCases("shaped_cover.txt");
+    EXPECT_GT(cases.size(), 15u);
+    for (const testutil::CaseLine& c : cases) {
+        const std::string line = testutil::Narrow(c.fields[0]);
         ICalculator* calc = Parse(line.substr(2));
         ASSERT_TRUE(calc) << line;
         std::vector<VEXA_Data> values = MakeSet(g, 0);
@@ -264,9 +229,7 @@ TEST(ShapedProgram, CoversExactlyTheShapesThatCombine)
         }
         EXPECT_EQ(vexa_compiled::ShapedProgramSize(*static_cast<Expression*>(calc)) > 0, line[0] == '1') << line;
         calc->Release();
-        ++cases;
     }
-    EXPECT_GT(cases, 15);
 }
 
 // Division by a zero or NaN scalar stops the run where the tree throws, and
@@ -276,8 +239,7 @@ TEST(ShapedProgram, StopsAndSignatureChangesGiveTheTreesOutcome)
 {
     ICalculator* calc = Parse("(U+V)/S+W*M/T");
     ASSERT_TRUE(calc);
-    Expression* twin = static_cast<Expression*>(calc)->Copy();
-    ExpressionAccess::SetCompilable(*twin, false);
+    const form_test::Calc twin = form_test::TreeOnly(calc);
     Generator g(11);
     const double divisors[] = {0.0, -0.0, NAN, 3.0};
     for (int round = 0; round < 24; ++round) {
@@ -290,10 +252,9 @@ TEST(ShapedProgram, StopsAndSignatureChangesGiveTheTreesOutcome)
                 values[i] = g.Make(1, 2);
         }
         std::vector<VEXA_Data> copy = values;
-        EXPECT_EQ(Outcome(calc, values, kParams), Outcome(twin, copy, kParams)) << round;
+        EXPECT_EQ(Outcome(calc, values, kParams), Outcome(twin.get(), copy, kParams)) << round;
     }
     EXPECT_EQ(vexa_compiled::ShapedProgramSize(*static_cast<Expression*>(calc)), 0u);
-    twin->Release();
     calc->Release();
 }
 

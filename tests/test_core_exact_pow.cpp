@@ -117,31 +117,15 @@ std::vector<double> ExactPowers(int n, int bits, int most)
 std::vector<double> ClassInputs(int n)
 {
     const double inf = std::numeric_limits<double>::infinity();
-    std::vector<double> base = {0.0,
-                                std::numeric_limits<double>::denorm_min(),
-                                FromBitsOf(0x000fffffffffffffull),
-                                FromBitsOf(0x0000000012345678ull),
-                                DBL_MIN,
-                                DBL_MAX,
-                                inf,
-                                std::numeric_limits<double>::quiet_NaN(),
-                                FromBitsOf(0x7ff8000000abcdefull),
-                                FromBitsOf(0x7ff0000000000001ull),
-                                FromBitsOf(0x7ff4000000012345ull),
-                                1.0,
-                                2.0,
-                                3.0,
-                                0.5,
-                                1.5,
-                                0.1,
-                                10.0,
-                                std::nextafter(1.0, 2.0),
-                                std::nextafter(1.0, 0.0)};
+    const double tiny = std::numeric_limits<double>::denorm_min(), nan = std::numeric_limits<double>::quiet_NaN();
+    std::vector<double> base = {0.0, tiny, FromBitsOf(0x000fffffffffffffull), FromBitsOf(0x0000000012345678ull),
+                                DBL_MIN, DBL_MAX, inf, nan, FromBitsOf(0x7ff8000000abcdefull),
+                                FromBitsOf(0x7ff0000000000001ull), FromBitsOf(0x7ff4000000012345ull),
+                                1.0, 2.0, 3.0, 0.5, 1.5, 0.1, 10.0, std::nextafter(1.0, 2.0), std::nextafter(1.0, 0.0)};
     for (int bits = 53; bits <= 56; ++bits)
         for (double v : ExactPowers(n, bits, 12))
             base.push_back(v);
-    const double thresholds[] = {std::pow(DBL_MAX, 1.0 / n), std::pow(DBL_MIN, 1.0 / n),
-                                 std::pow(std::numeric_limits<double>::denorm_min(), 1.0 / n),
+    const double thresholds[] = {std::pow(DBL_MAX, 1.0 / n), std::pow(DBL_MIN, 1.0 / n), std::pow(tiny, 1.0 / n),
                                  std::ldexp(1.0, 256 / n), std::ldexp(1.0, -256 / n), std::ldexp(1.0, -11)};
     for (double t : thresholds) {
         double up = t, down = t;

@@ -9,14 +9,6 @@ using namespace vexa;
 
 namespace {
 
-VEXA_Data Row(std::initializer_list<double> xs) {
-    VEXA_Data v(1, static_cast<int>(xs.size()));
-    int i = 0;
-    for (double x : xs)
-        v.getValue()[i++] = x;
-    return v;
-}
-
 std::wstring Line(int level, const std::wstring& text) {
     return std::wstring(static_cast<std::size_t>(level) * 10, L' ') + text;
 }
@@ -30,7 +22,7 @@ TEST(Dump, LinesOfEveryNodeKind) {
         std::vector<std::wstring> lines;
     } cases[] = {
         {new ConstantParam(VEXA_Data(2.5)), 1, {Line(1, L"2")}},
-        {new ConstantParam(Row({1, 2})), 0, {vector}},
+        {new ConstantParam(RowVector({1, 2})), 0, {vector}},
         {new VariableParam(nullptr, 12), 2, {Line(2, L"v:12")}},
         {new VariableParam(nullptr, 3), -4, {L"v:3"}},
         {Bin(kAdd, X(nullptr, 0), Bin(kMul, X(nullptr, 1), X(nullptr, 2))), 0,
@@ -53,10 +45,10 @@ TEST(Leaves, WhatTheParserNeverMakes) {
     // A vector constant differentiates to the scalar zero and is never zero
     // or one; a variable without a calculator, or with a negative index,
     // has no value.
-    ConstantParam v(Row({1, 1, 1}));
+    ConstantParam v(RowVector({1, 1, 1}));
     std::unique_ptr<INode> d(v.getDerivative(nullptr, 0));
     EXPECT_EQ(Text(d.get()), L"0");
-    EXPECT_FALSE(v.IsOne() || ConstantParam(Row({0, 0, 0})).IsZero() || ConstantParam(VEXA_Data()).IsZero());
+    EXPECT_FALSE(v.IsOne() || ConstantParam(RowVector({0, 0, 0})).IsZero() || ConstantParam(VEXA_Data()).IsZero());
     EXPECT_TRUE(ConstantParam(VEXA_Data(-9.9e-8)).IsZero());
     CalcRef e(new Expression());
     VEXA_Data one(1.0), r;

@@ -74,16 +74,19 @@ struct Registered {
     Registered& operator=(const Registered&) = delete;
 };
 
+// A 1 x n row vector (n >= 2) holding the given elements.
+inline VEXA_Data RowVector(std::initializer_list<double> elements) {
+    VEXA_Data v(1, static_cast<int>(elements.size()));
+    double* out = v.getValue();
+    for (double e : elements)
+        *out++ = e;
+    return v;
+}
+
 // Trees built by hand, for what the parser never builds.
 inline INode* X(ICalculator* owner, int index) { return new VariableParam(owner, index); }
 inline INode* C(double v) { return new ConstantParam(VEXA_Data(v)); }
-inline INode* Vec3(double a, double b, double c) {
-    VEXA_Data v(1, 3);
-    v.getValue()[0] = a;
-    v.getValue()[1] = b;
-    v.getValue()[2] = c;
-    return new ConstantParam(v);
-}
+inline INode* Vec3(double a, double b, double c) { return new ConstantParam(RowVector({a, b, c})); }
 inline INode* Bin(int kind, INode* l, INode* r) { return new OperaterNode(kind, l, r); }
 inline ICalculator* Builtin(const wchar_t* name) {
     VEXA_WString key(name);
@@ -172,6 +175,20 @@ inline std::vector<CaseLine> ReadCases(const char* name) {
     return cases;
 }
 
+// The cases of a file whose first field names the test they belong to, as
+// UTF-8 texts without that field.
+inline std::vector<std::vector<std::string>> Section(const char* file, const char* test) {
+    std::vector<std::vector<std::string>> cases;
+    for (const CaseLine& c : ReadCases(file)) {
+        if (vexa::ToUtf8(c.fields[0]) != test)
+            continue;
+        cases.emplace_back();
+        for (std::size_t k = 1; k < c.fields.size(); ++k)
+            cases.back().push_back(vexa::ToUtf8(c.fields[k]));
+    }
+    return cases;
+}
+
 // The host list of a case whose second field is one: "-" for a null list.
 inline const wchar_t* ListOf(const CaseLine& c) {
     return c.fields.size() < 2 ? L"" : c.fields[1] == L"-" ? nullptr : c.fields[1].c_str();
@@ -192,6 +209,14 @@ inline std::vector<std::wstring> Words(const std::wstring& s) {
 // strtod, not stod: out-of-range texts give infinities and zeros.
 inline double Number(const std::wstring& s) {
     return std::strtod(vexa::ToUtf8(s).c_str(), nullptr);
+}
+
+// The numbers of a UTF-8 text of whitespace-separated words.
+inline std::vector<double> Numbers(const std::string& s) {
+    std::vector<double> numbers;
+    for (const std::wstring& w : Words(vexa::FromUtf8(s)))
+        numbers.push_back(Number(w));
+    return numbers;
 }
 
 }  // namespace testutil

@@ -9,21 +9,16 @@ import pytest
 import vexa
 
 # text, params, values, strict, entry, what the message says, character of the cause
+# (the library's causes are tested in C++; here each entry and the conversion
+# of byte offsets into characters)
 CAUSES = [
     ("1/x", "x", (0.0,), True, "call", "division by zero in '1/x'", 1),
-    ("2*x/(x-1)", "x", (1.0,), True, "call", "the divisor 'x-1' is 0", 3),
     # characters, not bytes: the braced name before holds a two-byte one
     ("{ü}*0 + 1/x", "x,{ü}", (0.0, 1.0), True, "call", "division by zero in '1/x'", 9),
-    ("1 + SQRT(x)", "x", (-1.0,), False, "call",
-     "'SQRT(x)' has no value: SQRT refuses (-1), which leaves the operator '+' without its right operand", 4),
+    ("1 + SQRT(x)", "x", (-1.0,), False, "call", "which leaves the operator '+' without its right operand", 4),
     ("LOG(x) + 5", "x", (-1.0,), True, "call", "strict evaluation: 'LOG(x)' has no value: LOG refuses (-1)", 0),
-    ("SQRT(x)", "x", (-1.0,), False, "call", "SQRT refuses (-1)", 0),
-    ("x\t+\n1/x", "x", (0.0,), True, "call", "division by zero", 5),
     ("v + x", "v,x", (np.array([1.0, 2.0, 3.0]), 2.0), True, "evaluate",
      "the operator '+' in 'v + x' cannot combine 1 x 3 and a number", 2),
-    ("ABS(v)", "v", (np.array([1.0, 2.0]),), True, "evaluate", "ABS refuses ([1, 2])", 0),
-    ("1/x", "x", (0.0,), True, "evaluate", "division by zero in '1/x'", 1),
-    ("LOG(x) + 5", "x", (-1.0,), True, "gradient", "'LOG(x)' has no value: LOG refuses (-1)", 0),
     ("x*x + 1/x", "x", (0.0,), True, "gradient", "division by zero in '1/x'", 7),
 ]
 
@@ -74,8 +69,6 @@ def test_a_registered_function_given_too_few_arguments():
 
 # text, params, the final order, values in it, the value
 NAMES = [
-    ("TIME-T0+H", "TIME,T0,H", ["TIME", "T0", "H"], (1, 2, 3), 2.0),
-    ("K2*X2+K1*X1", "X1,X2,K1,K2", ["X1", "X2", "K1", "K2"], (1, 2, 3, 4), 11.0),
     ("K2*X2+K1*X1", None, ["K2", "X2", "K1", "X1"], (4, 2, 3, 1), 11.0),
     ("K2*X2+K1*X1", "X1", ["X1", "K2", "X2", "K1"], (1, 4, 2, 3), 11.0),
     ("{DIST}*2+x", ["x", "{DIST}"], ["x", "{DIST}"], (1, 2), 5.0),
@@ -94,30 +87,19 @@ def test_every_name_a_text_can_contain_in_the_hosts_order(text, params, order, v
     assert many.tolist() == [value] * 3
 
 
-@pytest.mark.parametrize("params, says", [
-    ("X1,x1", "given twice"),
-    ("T0,{DIST},t0", "given twice"),
-    ("X1 X2", "white space inside"),
-    ("X1,,X2", "is empty"),
-])
-def test_lists_with_digits_and_braces_are_still_checked(params, says):
-    with pytest.raises(ValueError, match=says):
-        vexa.Expression("X1+X2", params)
+def test_lists_with_digits_and_braces_are_still_checked():
+    with pytest.raises(ValueError, match="given twice"):
+        vexa.Expression("X1+X2", "T0,{DIST},t0")
 
 
 # text, values, value: white space as files and editors write it
 TEXTS = [
-    ("x\t+\t1", (2,), 3.0),
     ("2*x\r\n+ 1", (1,), 3.0),
-    ("x\u00a0*\u00a02", (4,), 8.0),
-    ("\ufeffx + 1", (1,), 2.0),
+    ("\ufeffx\u00a0+ 1", (1,), 2.0),
     ("""
         STEP(TIME, 0, 0, 1, 10)
         * AMP
     """, (0.5, 2), 10.0),
-    ("""MAX(
-\tx,
-\t2)""", (1,), 2.0),
 ]
 
 
@@ -137,11 +119,8 @@ def test_a_syntax_error_in_a_multi_line_text_points_at_its_character():
 
 # text, params, what the warning says, the character it points at (None: no warning)
 REVIEWED = [
-    ("2*x+1)/2", "x", "closes no '('", 5),
     ("m*g + M*a", None, "'M' and 'm' are one parameter", 6),
-    ("X + 1 5", None, "'1 5' is read as the one number 15", 4),
     ("x\t+\t1 5", None, "'1 5' is read as the one number 15", 4),  # white space as the library reads it
-    ("2*x + 1", "x", None, None),
     ("b + T0*{V 1}", "{V 1}, T0", None, None),  # a braced name keeps its space: nothing is joined
 ]
 
