@@ -125,6 +125,7 @@ const std::map<std::string, Write>& Forms()
         f["SubReg"] = x3(&E::SubReg);
         f["CmpImm"] = [](E& e, const Args& a) { e.CmpImm(X(a[0]), static_cast<std::uint32_t>(N(a[1]))); };
         f["CmpReg"] = [](E& e, const Args& a) { e.CmpReg(X(a[0]), X(a[1])); };
+        f["CmpImmW"] = [](E& e, const Args& a) { e.CmpImmW(X(a[0]), static_cast<std::uint32_t>(N(a[1]))); };
         f["LdrX"] = [](E& e, const Args& a) { e.LdrX(X(a[0]), X(a[1]), N(a[2])); };
         f["StrX"] = [](E& e, const Args& a) { e.StrX(X(a[0]), X(a[1]), N(a[2])); };
         f["LdrD"] = [](E& e, const Args& a) { e.LdrD(Dr(a[0]), X(a[1]), N(a[2])); };
@@ -246,6 +247,8 @@ TEST(A64Emitter, RefusesWhatNoFormTakes)
         {"add 4095 << 12 + 4096", Fault::kOffset, [](Emitter& e) { e.AddImm(x0, x1, 0x1000000); }},
         {"sub 0x1001", Fault::kOffset, [](Emitter& e) { e.SubImm(sp, sp, 0x1001); }},
         {"compare 0x1001", Fault::kOffset, [](Emitter& e) { e.CmpImm(x0, 0x1001); }},
+        {"compare w0 with 0x1000", Fault::kOffset, [](Emitter& e) { e.CmpImmW(x0, 0x1000); }},
+        {"compare wsp", Fault::kRegister, [](Emitter& e) { e.CmpImmW(sp, 0); }},
         {"pair offset 4", Fault::kOffset, [](Emitter& e) { e.Stp(x29, x30, sp, 4, PairMode::kOffset); }},
         {"pair offset 512", Fault::kOffset, [](Emitter& e) { e.StpD(d8, d9, sp, 512, PairMode::kPreIndex); }},
         {"pair offset -520", Fault::kOffset, [](Emitter& e) { e.LdpD(d8, d9, sp, -520, PairMode::kPostIndex); }},
