@@ -24,21 +24,28 @@ bool GradientCodeTakes(const Unit& u, int count)
     if (u.steps.size() > kMaxSteps || registers > kMaxRegisters || tape > kMaxRegisters ||
         count < p.neededParams() || count > kMaxCount || p.resultRegister() >= registers)
         return false;
+    for (const auto& load : p.paramLoads()) {
+        if (load.first < 0 || load.first >= count || load.second >= registers)
+            return false;
+    }
+    // The sweeps take an adjoint as complete once the entries of the one
+    // instruction writing its register are passed: every register is
+    // written once, and by no instruction that reads it.
+    std::vector<bool> written(registers, false);
+    for (const auto& load : p.paramLoads())
+        written[load.second] = true;
     for (const Unit::Step& step : u.steps) {
-        if (step.d >= registers || step.first > u.operands.size() || step.count > u.operands.size() - step.first ||
-            (step.active && step.first + step.count > tape))
+        if (step.d >= registers || written[step.d] || step.first > u.operands.size() ||
+            step.count > u.operands.size() - step.first || (step.active && step.first + step.count > tape))
             return false;
         for (std::uint32_t k = 0; k < step.count; ++k) {
-            if (u.operands[step.first + k] >= registers)
+            if (u.operands[step.first + k] >= registers || u.operands[step.first + k] == step.d)
                 return false;
         }
+        written[step.d] = true;
     }
     for (const Unit::Back& back : u.backs) {
         if (back.result >= registers || back.operand >= registers || back.position >= tape)
-            return false;
-    }
-    for (const auto& load : p.paramLoads()) {
-        if (load.first < 0 || load.first >= count || load.second >= registers)
             return false;
     }
     return true;

@@ -241,37 +241,25 @@ void GradientLowering::Group(std::size_t begin, std::size_t end)
     // Known to be 0 here: the runner skips it too.
     if (!m_current[result])
         return;
-    bool self = false;
     for (std::size_t i = begin; i < end; ++i) {
         const std::uint32_t r = backs[i].operand;
-        self = self || r == result;
         if (!m_current[r]) {
             m_em.StrX(xzr, kAdjoint, Slot(r));
             m_current[r] = true;
         }
     }
-    // An instruction whose result is among its operands changes its own
-    // adjoint on the way: it is read again for every entry, as the runner
-    // reads it.
-    auto test = [&](int skip) {
-        m_em.LdrD(d0, kAdjoint, Slot(result));
-        m_em.FCmpZero(d0);
-        m_em.BCond(kEq, skip);  // a NaN is unordered and goes on
-    };
+    // The result is none of its operands (GradientCodeTakes): its adjoint
+    // stays as read here.
     const int skip = m_em.NewLabel();
-    if (!self)
-        test(skip);
+    m_em.LdrD(d0, kAdjoint, Slot(result));
+    m_em.FCmpZero(d0);
+    m_em.BCond(kEq, skip);  // a NaN is unordered and goes on
     for (std::size_t i = begin; i < end; ++i) {
-        const int next = self ? m_em.NewLabel() : -1;
-        if (self)
-            test(next);
         m_em.LdrD(d1, kTape, Slot(backs[i].position));
         m_em.FMul(d1, d0, d1);
         m_em.LdrD(d2, kAdjoint, Slot(backs[i].operand));
         m_em.FAdd(d2, d2, d1);
         m_em.StrD(d2, kAdjoint, Slot(backs[i].operand));
-        if (self)
-            m_em.Bind(next);
     }
     m_em.Bind(skip);
 }
