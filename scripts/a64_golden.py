@@ -122,6 +122,9 @@ def build():
     for imm in [0, 4095, 4096, 0xFFF000]:
         case("CmpImm", ["x3", imm], arith_imm("subs", "xzr", "x3", imm))
     sweep("CmpReg", [X_ZR, X_ZR], ["x1", "x2"], lambda n, m: "cmp %s, %s" % (n, m))
+    sweep("CmpImmW", [W_ZR[:31]], ["w1", 7], lambda n, i: "cmp %s, #%d" % (n, i))
+    for imm in [0, 255, 4095]:
+        case("CmpImmW", ["w3", imm], "cmp w3, #%d" % imm)
 
     # Memory.
     offsets = [0, 8, 16, 32760, 32768, 4, 255, -8, -256, -264, 32761, 0x12345, -0x12345,

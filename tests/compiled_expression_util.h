@@ -36,13 +36,6 @@ inline bool MakesMachineCode()
     return std::strcmp(vexa_machine_code(), "none") != 0;
 }
 
-// Whether gradients get machine code too (on AArch64 the runner computes
-// them).
-inline bool MakesGradientCode()
-{
-    return MakesMachineCode() && std::strcmp(vexa_machine_code(), "AArch64") != 0;
-}
-
 // Null where the text does not parse.
 inline Calc Parse(const std::string& text, const wchar_t* list = L"x,y,z")
 {

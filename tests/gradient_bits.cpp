@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <vector>
 
 #include "compiled_expression_util.h"
 
@@ -12,19 +13,23 @@ using namespace form_test;
 
 namespace {
 
-// The outcome and partials of calc's gradient at four points.
-void Write(std::ofstream& out, ICalculator* calc, const std::string& text, ComputingCaseGenerator& g)
+// The outcome and partials of calc's gradient at four points, taken as a
+// function of count parameters (those beyond x, y, z have partial 0, over
+// whatever the host left in its array).
+void Write(std::ofstream& out, ICalculator* calc, const std::string& text, ComputingCaseGenerator& g, int count = 3)
 {
-    const auto form = calc ? vexa::CompiledExpression::Make(calc, 3) : nullptr;
+    const auto form = calc ? vexa::CompiledExpression::Make(calc, count) : nullptr;
     if (!form)
         return;
     vexa::Workspace ws(*form);
     for (int trial = 0; trial < 4; ++trial) {
-        const double point[3] = {g.Value(), g.Value(), g.Value()};
-        double grad[3];
-        const vexa::Outcome o = form->Gradient(point, grad, ws);
+        std::vector<double> point(static_cast<std::size_t>(count)), grad(point.size(), 7.0);
+        for (double& v : point)
+            v = g.Value();
+        const vexa::Outcome o = form->Gradient(point.data(), grad.data(), ws);
         out << text << ' ' << static_cast<int>(o.failure) << ' ' << o.code << std::hex;
-        for (double v : {o.value, grad[0], grad[1], grad[2]}) {
+        grad.insert(grad.begin(), o.value);
+        for (double v : grad) {
             std::uint64_t bits;
             std::memcpy(&bits, &v, sizeof bits);
             out << ' ' << bits;
@@ -47,7 +52,7 @@ int main(int argc, char** argv)
         const std::string text = g.Expression(g.Pick(1, 6));
         Calc parsed = Parse(text);
         Calc calc(parsed && round % 4 == 0 ? parsed->getDerivativeCalculator(g.Pick(0, 2)) : parsed.release());
-        Write(out, calc.get(), text, g);
+        Write(out, calc.get(), text, g, round % 8 == 1 ? 20 : 3);
     }
     // Long argument lists: a registered function called with up to 64
     // arguments, and the series built-ins with all their coefficients,

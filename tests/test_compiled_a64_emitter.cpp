@@ -107,6 +107,7 @@ const std::map<std::string, Write>& Forms()
         f["MovReg"] = [](E& e, const Args& a) { e.MovReg(X(a[0]), X(a[1])); };
         f["CmpImm"] = [](E& e, const Args& a) { e.CmpImm(X(a[0]), static_cast<std::uint32_t>(N(a[1]))); };
         f["CmpReg"] = [](E& e, const Args& a) { e.CmpReg(X(a[0]), X(a[1])); };
+        f["CmpImmW"] = [](E& e, const Args& a) { e.CmpImmW(X(a[0]), static_cast<std::uint32_t>(N(a[1]))); };
         f["LdrX"] = [](E& e, const Args& a) { e.LdrX(X(a[0]), X(a[1]), N(a[2])); };
         f["StrX"] = [](E& e, const Args& a) { e.StrX(X(a[0]), X(a[1]), N(a[2])); };
         f["LdrD"] = [](E& e, const Args& a) { e.LdrD(Dr(a[0]), X(a[1]), N(a[2])); };

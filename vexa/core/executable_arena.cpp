@@ -217,7 +217,9 @@ void Arena::Unlink(ArenaChunk* c)
 void Arena::Drop(ArenaChunk* c)
 {
     const bool write = Unmap(c->write, c->size);
-    const bool exec = Retract(c->exec, c->size);
+    // Where no program was ever put (a chunk whose making failed) nothing
+    // can have been translated: its addresses go back.
+    const bool exec = c->used == 0 ? Unmap(c->exec, c->size) : Retract(c->exec, c->size);
     if (!write || !exec) {
         if (!c->stuck)
             ++m_stuck;

@@ -181,6 +181,20 @@ void Emitter::CmpImm(XReg n, std::uint32_t imm)
     Put(0xF100001F | imm << 10 | rn << 5);
 }
 
+void Emitter::CmpImmW(XReg n, std::uint32_t imm)
+{
+    // subs wzr, wn, #imm; field 31 of n would be wsp, which nothing here
+    // compares.
+    std::uint32_t rn;
+    if (!Reg(n, false, false, rn))
+        return;
+    if (imm > 0xFFF) {
+        Fail(Fault::kOffset);
+        return;
+    }
+    Put(0x7100001F | imm << 10 | rn << 5);
+}
+
 void Emitter::AddReg(XReg d, XReg n, XReg m)
 {
     std::uint32_t rd, rn, rm;

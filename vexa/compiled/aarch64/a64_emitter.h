@@ -85,6 +85,9 @@ public:
     void SubReg(XReg d, XReg n, XReg m);
     void CmpImm(XReg n, std::uint32_t imm);
     void CmpReg(XReg n, XReg m);
+    // The low 32 bits of n (an int a C++ function answered, the upper half
+    // undefined) against imm12.
+    void CmpImmW(XReg n, std::uint32_t imm);
 
     // Loads and stores at base + offset: the scaled unsigned 12-bit form
     // where the offset fits it, else the unscaled 9-bit signed one, else

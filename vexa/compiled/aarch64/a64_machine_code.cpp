@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "vexa/compiled/aarch64/a64_emitter.h"
+#include "vexa/compiled/aarch64/a64_frame.h"
 #include "vexa/compiled/aarch64/a64_value_lowering.h"
 
 namespace vexa_compiled {
@@ -36,12 +37,6 @@ constexpr std::size_t kBytesAround = 4096;
 // Rows 1 and columns 1 read as one 8-byte word: the shape of a scalar.
 constexpr std::uint64_t kScalarShape = 0x0000000100000001ULL;
 
-// The frame: the scratch room at sp, then the frame record, then the kept
-// registers x19..x24.
-constexpr std::int32_t kRecord = 8 * static_cast<std::int32_t>(kScratchSlots);
-constexpr std::int32_t kFrameBytes = kRecord + 64;
-static_assert(kFrameBytes % 16 == 0, "sp stays a multiple of 16");
-
 // The kept registers: the calculator, the host's parameters and result, the
 // held parameters, a scalar's shape (the homes' base is x19).
 constexpr XReg kSelf = x20;
@@ -61,25 +56,6 @@ template <class F>
 std::uint64_t Address(F* f)
 {
     return reinterpret_cast<std::uint64_t>(f);
-}
-
-void Prologue(Emitter& em)
-{
-    em.SubImm(sp, sp, kFrameBytes);
-    em.Stp(x29, x30, sp, kRecord, PairMode::kOffset);
-    em.AddImm(x29, sp, kRecord);
-    em.Stp(x19, x20, sp, kRecord + 16, PairMode::kOffset);
-    em.Stp(x21, x22, sp, kRecord + 32, PairMode::kOffset);
-    em.Stp(x23, x24, sp, kRecord + 48, PairMode::kOffset);
-}
-
-void Epilogue(Emitter& em)
-{
-    em.Ldp(x19, x20, sp, kRecord + 16, PairMode::kOffset);
-    em.Ldp(x21, x22, sp, kRecord + 32, PairMode::kOffset);
-    em.Ldp(x23, x24, sp, kRecord + 48, PairMode::kOffset);
-    em.Ldp(x29, x30, sp, kRecord, PairMode::kOffset);
-    em.AddImm(sp, sp, kFrameBytes);
 }
 
 // Whether the program, its registers and the host's layout are all this

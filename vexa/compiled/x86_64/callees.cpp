@@ -1,7 +1,6 @@
 #include "vexa/compiled/x86_64/callees.h"
 
 #include <cmath>
-#include <exception>
 #include <utility>
 
 #include "vexa/calc/operation_math.h"
@@ -9,7 +8,6 @@
 #include "vexa/calc/callee.h"
 #include "vexa/calc/icalculator.h"
 #include "vexa/compiled/run/builtin_gradient.h"
-#include "vexa/compiled/run/point_run.h"
 #include "vexa/core/data_access.h"
 
 namespace vexa_compiled {
@@ -60,16 +58,6 @@ CallTarget CallTargetOf(Op op)
     t.value = ValueFunction(op, t.lead, t.refuses);
     t.gradient = Address(BuiltinGradientKernel(op));
     return t;
-}
-
-int CallStep(const Unit* u, GradientCall* call, const Unit::Step* step, double* r, double* tape)
-{
-    try {
-        return RunStep(*u, *call->space, *step, r, tape);
-    } catch (...) {
-        call->pending = std::current_exception();
-        return kStepThrew;
-    }
 }
 
 }  // namespace x64

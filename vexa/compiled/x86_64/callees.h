@@ -4,7 +4,6 @@
 #include <cstdint>
 
 #include "vexa/compiled/program/program.h"
-#include "vexa/compiled/machine_gradient.h"
 
 // The C++ functions generated code calls, and the one question the lowerings
 // ask about them. Each function computing a built-in wraps exactly the
@@ -29,11 +28,6 @@ struct CallTarget {
 };
 
 CallTarget CallTargetOf(Op op);
-
-// One step of the one-point runner; an exception it throws waits in call,
-// and the answer is then kStepThrew.
-constexpr int kStepThrew = 255;
-int CallStep(const Unit* u, GradientCall* call, const Unit::Step* step, double* r, double* tape);
 
 template <class F>
 std::uint64_t Address(F* f)

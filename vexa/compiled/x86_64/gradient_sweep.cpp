@@ -111,14 +111,7 @@ void GradientLowering::Sweep(int count)
     const int one = m_xmms.Take(p.resultRegister(), 0);
     m_em.MovsdLoadPool(one, m_one);
     m_xmms.Unpin();
-    const std::vector<Unit::Back>& backs = m_unit.backs;
-    for (std::size_t i = 0; i < backs.size();) {
-        std::size_t end = i;
-        while (end < backs.size() && backs[end].result == backs[i].result)
-            ++end;
-        Group(i, end);
-        i = end;
-    }
+    ForEachBackGroup(m_unit, [this](std::size_t begin, std::size_t end) { Group(begin, end); });
     m_em.MovLoad(rax, {m_regs.call, Field(offsetof(GradientCall, grad))});
     for (int k = 0; k < count; ++k)
         m_em.MovsdStore({rax, 8 * k}, 3);

@@ -20,14 +20,6 @@ namespace {
 
 using namespace x64;
 
-// Beyond these the code would be large for little gain; the runner takes
-// such programs.
-constexpr std::size_t kMaxSteps = 20000;
-constexpr std::size_t kMaxRegisters = std::size_t(1) << 24;
-// The gradient is written with 32-bit displacements from the argument
-// pointer.
-constexpr int kMaxCount = 1 << 24;
-
 std::int32_t Field(std::size_t offset)
 {
     return static_cast<std::int32_t>(offset);
@@ -37,9 +29,8 @@ std::int32_t Field(std::size_t offset)
 // kStepThrew.
 bool Write(Emitter& em, const Unit& u, int count, std::vector<std::uint8_t>& unwind)
 {
-    const Program& p = *u.program;
-    if (u.steps.size() > kMaxSteps || p.initialRegisters().size() > kMaxRegisters ||
-        u.tape.size() > kMaxRegisters || count < p.neededParams() || count > kMaxCount)
+    // Written with 32-bit displacements, which the shared limits keep to.
+    if (!GradientCodeTakes(u, count))
         return false;
     Frame frame(em, kHost, 1);
     GradientRegisters regs;
@@ -76,17 +67,6 @@ bool Write(Emitter& em, const Unit& u, int count, std::vector<std::uint8_t>& unw
 
 }  // namespace
 
-StopReason GradientCode::Run(GradientCall& call) const
-{
-    const int answer = m_entry(&call);
-    if (answer == x64::kStepThrew) {
-        std::exception_ptr e = call.pending;
-        call.pending = nullptr;
-        std::rethrow_exception(e);
-    }
-    return static_cast<StopReason>(answer);
-}
-
 std::unique_ptr<GradientCode> GradientCode::Make(const Unit& u, int count)
 {
     if (!u.program || RunsBeforeMachineCode() < 0)
@@ -103,13 +83,9 @@ std::unique_ptr<GradientCode> GradientCode::Make(const Unit& u, int count)
     return code;
 }
 
-#else
+#elif !(defined(__aarch64__) && defined(__linux__))
 
-StopReason GradientCode::Run(GradientCall&) const
-{
-    return kTreeOnly;
-}
-
+// (Linux AArch64 has its own, in vexa/compiled/aarch64/.)
 std::unique_ptr<GradientCode> GradientCode::Make(const Unit&, int)
 {
     return nullptr;
