@@ -172,8 +172,12 @@ ICalculator* Parse(const std::string& text)
     return nullptr;
 }
 
+// Expressions whose machine code ran, of the differential tests.
+int g_machine = 0;
+
 void Agree(ICalculator* calc, Generator& g, const std::string& text, bool& ran)
 {
+    bool machine = false;
     Expression* twin = static_cast<Expression*>(calc)->Copy();
     ExpressionAccess::SetCompilable(*twin, false);
     for (int set = 0; set < 9; ++set) {
@@ -182,10 +186,12 @@ void Agree(ICalculator* calc, Generator& g, const std::string& text, bool& ran)
         std::vector<VEXA_Data> copy = values;
         const std::string fast = Outcome(calc, values, count);
         ran = ran || vexa_compiled::ShapedProgramSize(*static_cast<Expression*>(calc)) > 0;
+        machine = machine || vexa_compiled::RunsShapedMachineCode(*static_cast<Expression*>(calc));
         const std::string slow = Outcome(twin, copy, count);
         ASSERT_EQ(fast, slow) << text << " set " << set;
     }
     twin->Release();
+    g_machine += machine;
 }
 
 // Generated expressions and their derivatives, under the floating-point
@@ -218,9 +224,17 @@ void Differential(unsigned seed, int rounds, unsigned mxcsr)
 #if defined(__x86_64__)
     _mm_setcsr(saved);
 #endif
-    std::printf("%d parsed, %d ran as shaped programs\n", parsed, shaped);
+    std::printf("%d parsed, %d ran as shaped programs, %d as machine code\n", parsed, shaped, g_machine);
     EXPECT_GT(parsed, rounds * 9 / 10);
     EXPECT_GT(shaped, parsed / 3);
+#if (defined(__x86_64__) || (defined(__aarch64__) && defined(__linux__)))
+    // Machine code from the first repeated run on (extra.cmake).
+    const char* after = std::getenv("VEXA_MACHINE_CODE_AFTER");
+    if (after && std::string(after) == "0") {
+        EXPECT_GT(g_machine, shaped / 2);
+    }
+#endif
+    g_machine = 0;
 }
 
 TEST(ShapedProgram, AgreesWithTheTreeBitForBit)

@@ -45,6 +45,16 @@ int CallCalculator(CallSpace* space, ICalculator* calc, const std::uint32_t* reg
     }
 }
 
+std::unique_ptr<MachineCode> MachineCode::FromBytes(const std::vector<std::uint8_t>& bytes,
+                                                    const std::vector<std::uint8_t>& unwind)
+{
+    std::unique_ptr<MachineCode> code(new MachineCode());
+    if (!code->m_memory.Load(bytes.data(), bytes.size(), unwind.empty() ? nullptr : unwind.data(), unwind.size()))
+        return nullptr;
+    code->m_entry = reinterpret_cast<FastEvaluate>(code->m_memory.data());
+    return code;
+}
+
 int Rethrow(CallSpace* space)
 {
     std::exception_ptr e = space->pending;

@@ -25,6 +25,7 @@ struct HostRegisters {
     int held;     // the calculator's held parameters
     int shape;    // a scalar's shape, for compares
     int scratch;  // free until the first call
+    int base;     // the program's register homes
 };
 
 class HostData {
@@ -49,6 +50,16 @@ public:
     // slow otherwise, with the value in xmm slow_xmm, the argument of the
     // C++ that makes it one.
     void StoreResult(std::uint32_t reg, XmmAllocator& xmms, int slow, int slow_xmm);
+
+    // For values of shapes: to general unless every parameter and held
+    // value has its shape and its elements in its own buffer; then each
+    // whole buffer into the held value, and the elements the program reads
+    // into their homes (nothing is copied before every check has passed).
+    void CopyShapedParameters(const ValueShapes& shapes, int general);
+    // The result's elements into the host's value in place where it holds
+    // them in its own buffer, with eax the answer true; else the elements
+    // go home and the code goes on at slow.
+    void StoreShapedResult(const ValueShapes& shapes, XmmAllocator& xmms, int slow);
 
 private:
     Emitter& m_em;
