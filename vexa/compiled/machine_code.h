@@ -61,8 +61,8 @@ struct Exits {
 // The code of a shaped program (ShapedProgram::Unrolled) takes and gives
 // values of the shapes it was made for in place of scalars: each parameter
 // of its shape in its own buffer (at most nine elements) into a held value
-// of the same shape and buffer, the whole buffer copied as the assignment
-// copies it; the result into the host's value in place. The registers of
+// of the same shape and buffer, its elements copied as the assignment copies
+// them; the result into the host's value in place. The registers of
 // a parameter's elements follow one another from first, with room for the
 // whole buffer; kUnread where the program reads none.
 struct ValueShapes {

@@ -101,19 +101,21 @@ void HostData::CopyShapedParameters(const ValueShapes& shapes, int general)
             m_em.Jump(kNotEqual, general);
         }
     }
-    // Nine doubles: four pairs and one. Homes have room for all nine, so a
-    // pair may run past a parameter's last element.
+    // The elements by pairs. Buffers and homes have room for nine, so a
+    // pair may run past a parameter's last element; what lies beyond it in
+    // the held buffer is no part of its value. Copying no more than the
+    // elements keeps the host's values to the cache lines they fill.
     for (int i = 0; i < count; ++i) {
         const ValueShapes::Value& v = shapes.params[static_cast<std::size_t>(i)];
         const std::int32_t at = i * m_layout.value_size + m_layout.value_space;
         const int n = v.rows * v.cols;
-        for (int e = 0; e < 9; e += 2) {
+        for (int e = 0; e < n; e += 2) {
             const bool pair = e + 1 < 9;
             const Mem from{m_regs.params, at + 8 * e};
             const Mem to{m_regs.held, at + 8 * e};
             pair ? m_em.MovupdLoad(0, from) : m_em.MovsdLoad(0, from);
             pair ? m_em.MovupdStore(to, 0) : m_em.MovsdStore(to, 0);
-            if (v.first == ValueShapes::kUnread || e >= n)
+            if (v.first == ValueShapes::kUnread)
                 continue;
             const Mem home{m_regs.base, static_cast<std::int32_t>(8 * (v.first + static_cast<std::uint32_t>(e)))};
             pair ? m_em.MovupdStore(home, 0) : m_em.MovsdStore(home, 0);

@@ -52,8 +52,8 @@ public:
     void StoreResult(std::uint32_t reg, XmmAllocator& xmms, int slow, int slow_xmm);
 
     // For values of shapes: to general unless every parameter and held
-    // value has its shape and its elements in its own buffer; then each
-    // whole buffer into the held value, and the elements the program reads
+    // value has its shape and its elements in its own buffer; then the
+    // elements into the held value, and those the program reads
     // into their homes (nothing is copied before every check has passed).
     void CopyShapedParameters(const ValueShapes& shapes, int general);
     // The result's elements into the host's value in place where it holds
