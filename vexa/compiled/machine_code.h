@@ -71,9 +71,20 @@ struct ValueShapes {
         int rows;
         int cols;
         std::uint32_t first;
+        // Rows, then columns, as one 8-byte word of a value reads them.
+        std::uint64_t ShapeWord() const
+        {
+            return std::uint64_t(std::uint32_t(rows)) | std::uint64_t(std::uint32_t(cols)) << 32;
+        }
     };
     std::vector<Value> params;
     Value result;
+
+    // Whether they fit a program of count parameters and registers
+    // registers: every value of at most nine elements, every run of
+    // registers inside the program (a parameter's with room for nine), an
+    // exit for the result.
+    bool Fit(int count, std::size_t registers, const Exits& exits) const;
 };
 
 // The C++ functions the machine code of every processor calls.

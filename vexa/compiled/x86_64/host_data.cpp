@@ -77,22 +77,15 @@ void HostData::StoreResult(std::uint32_t reg, XmmAllocator& xmms, int slow, int 
     m_em.MovImm32(rax, 1);
 }
 
-namespace {
-
-std::uint64_t ShapeWord(const ValueShapes::Value& v)
-{
-    return std::uint64_t(std::uint32_t(v.rows)) | std::uint64_t(std::uint32_t(v.cols)) << 32;
-}
-
-}  // namespace
-
 // Scratch and rax are free here: nothing has been called yet.
 void HostData::CopyShapedParameters(const ValueShapes& shapes, int general)
 {
     const int count = static_cast<int>(shapes.params.size());
     for (int i = 0; i < count; ++i) {
         const std::int32_t at = i * m_layout.value_size;
-        m_em.MovImm64(m_regs.shape, ShapeWord(shapes.params[static_cast<std::size_t>(i)]));
+        const std::uint64_t word = shapes.params[static_cast<std::size_t>(i)].ShapeWord();
+        if (i == 0 || word != shapes.params[static_cast<std::size_t>(i - 1)].ShapeWord())
+            m_em.MovImm64(m_regs.shape, word);
         for (int from : {m_regs.params, m_regs.held}) {
             m_em.Lea(rax, {from, at + m_layout.value_space});
             m_em.CmpMemReg({from, at + m_layout.value_data}, rax);
@@ -141,7 +134,7 @@ void HostData::StoreShapedResult(const ValueShapes& shapes, XmmAllocator& xmms, 
         }
         m_em.MovsdStore({m_regs.result, m_layout.value_space + 8 * e}, x);
     }
-    m_em.MovImm64(rax, ShapeWord(r));
+    m_em.MovImm64(rax, r.ShapeWord());
     m_em.MovStore({m_regs.result, m_layout.value_shape}, rax);
     m_em.MovImm32(rax, 1);
     m_em.Jump(done);

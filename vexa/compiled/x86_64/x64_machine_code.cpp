@@ -30,27 +30,6 @@ constexpr int kEntryArgs = 4;
 
 // The whole evaluation: the count check, the frame, the parameter copy, the
 // instructions, the result, and the ways out to C++. False where the
-// program is not taken.
-// Whether shapes fit the program: every run of registers inside it, every
-// value of at most nine elements, a result exit to take.
-bool ShapesFit(const ValueShapes& shapes, std::size_t registers, const Exits& exits)
-{
-    auto fits = [&](const ValueShapes::Value& v, std::uint32_t room) {
-        const int n = v.rows * v.cols;
-        return v.rows >= 1 && v.cols >= 1 && v.rows <= 9 && v.cols <= 9 && n <= 9 &&
-               (v.first == ValueShapes::kUnread || std::size_t(v.first) + room <= registers);
-    };
-    for (const ValueShapes::Value& v : shapes.params) {
-        if (!fits(v, 9))
-            return false;
-    }
-    const ValueShapes::Value& r = shapes.result;
-    return exits.shaped_result && r.first != ValueShapes::kUnread &&
-           fits(r, static_cast<std::uint32_t>(r.rows * r.cols));
-}
-
-// The whole evaluation: the count check, the frame, the parameter copy, the
-// instructions, the result, and the ways out to C++. False where the
 // program is not taken. shapes: those of the values of a shaped program's
 // evaluation, null for scalars.
 bool Write(Emitter& em, const Program& program, int count, double* registers, CallSpace* space,
@@ -60,8 +39,7 @@ bool Write(Emitter& em, const Program& program, int count, double* registers, Ca
     const std::size_t registerCount = program.initialRegisters().size();
     if (count < 0 || count > kMaxCount || code.size() > kMaxInstructions || registerCount > kMaxRegisters)
         return false;
-    if (shapes && (shapes->params.size() != static_cast<std::size_t>(count) ||
-                   !ShapesFit(*shapes, registerCount, exits)))
+    if (shapes && !shapes->Fit(count, registerCount, exits))
         return false;
     Frame frame(em, kHost, kEntryArgs);
     bool calls = false;
