@@ -94,10 +94,10 @@ void HostData::CopyShapedParameters(const ValueShapes& shapes, int general)
             m_em.Jump(kNotEqual, general);
         }
     }
-    // The elements by pairs. Buffers and homes have room for nine, so a
-    // pair may run past a parameter's last element; what lies beyond it in
-    // the held buffer is no part of its value. Copying no more than the
-    // elements keeps the host's values to the cache lines they fill.
+    // The elements by pairs. Buffers have room for nine, so a pair may run
+    // past a parameter's last element; what lies beyond it in the held
+    // buffer is no part of its value. Copying no more than the elements
+    // keeps the host's values to the cache lines they fill.
     for (int i = 0; i < count; ++i) {
         const ValueShapes::Value& v = shapes.params[static_cast<std::size_t>(i)];
         const std::int32_t at = i * m_layout.value_size + m_layout.value_space;
@@ -108,12 +108,13 @@ void HostData::CopyShapedParameters(const ValueShapes& shapes, int general)
             const Mem to{m_regs.held, at + 8 * e};
             pair ? m_em.MovupdLoad(0, from) : m_em.MovsdLoad(0, from);
             pair ? m_em.MovupdStore(to, 0) : m_em.MovsdStore(to, 0);
-            if (v.first == ValueShapes::kUnread)
-                continue;
-            const Mem home{m_regs.base, static_cast<std::int32_t>(8 * (v.first + static_cast<std::uint32_t>(e)))};
-            pair ? m_em.MovupdStore(home, 0) : m_em.MovsdStore(home, 0);
         }
     }
+}
+
+Mem HostData::HeldElement(int param, int element) const
+{
+    return {m_regs.held, param * m_layout.value_size + m_layout.value_space + 8 * element};
 }
 
 void HostData::StoreShapedResult(const ValueShapes& shapes, XmmAllocator& xmms, int slow)
@@ -139,11 +140,16 @@ void HostData::StoreShapedResult(const ValueShapes& shapes, XmmAllocator& xmms, 
     m_em.MovImm32(rax, 1);
     m_em.Jump(done);
     m_em.Bind(spill);
+    // Into the registers themselves, where the C++ reads them: a
+    // parameter's home is in its held value.
     for (int e = 0; e < n; ++e) {
         const std::uint32_t reg = r.first + static_cast<std::uint32_t>(e);
-        const int x = xmms.Held(reg);
-        if (x != XmmAllocator::kNone)
-            m_em.MovsdStore(xmms.Home(reg), x);
+        int x = xmms.Held(reg);
+        if (x == XmmAllocator::kNone) {
+            x = 0;
+            m_em.MovsdLoad(x, xmms.Home(reg));
+        }
+        m_em.MovsdStore({m_regs.base, static_cast<std::int32_t>(8 * reg)}, x);
     }
     m_em.Jump(slow);
     m_em.Bind(done);

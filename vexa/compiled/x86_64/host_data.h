@@ -5,6 +5,7 @@
 
 #include "vexa/compiled/machine_code.h"
 #include "vexa/compiled/program/program.h"
+#include "vexa/compiled/x86_64/x64_emitter.h"
 
 // How the value code meets the host's values: the VEXA_Data parameters it
 // reads, the calculator's held parameters it copies them into, and the
@@ -14,7 +15,6 @@ namespace vexa_compiled {
 
 namespace x64 {
 
-class Emitter;
 class XmmAllocator;
 
 // The registers the value code keeps its pointers in.
@@ -53,12 +53,13 @@ public:
 
     // For values of shapes: to general unless every parameter and held
     // value has its shape and its elements in its own buffer; then the
-    // elements into the held value, and those the program reads
-    // into their homes (nothing is copied before every check has passed).
+    // elements into the held value (nothing is copied before every check
+    // has passed). The program reads them there: HeldElement is their home.
     void CopyShapedParameters(const ValueShapes& shapes, int general);
+    Mem HeldElement(int param, int element) const;
     // The result's elements into the host's value in place where it holds
     // them in its own buffer, with eax the answer true; else the elements
-    // go home and the code goes on at slow.
+    // go to their registers and the code goes on at slow.
     void StoreShapedResult(const ValueShapes& shapes, XmmAllocator& xmms, int slow);
 
 private:

@@ -91,9 +91,9 @@ bool Write(Emitter& em, const Program& program, int count, double* registers, Ca
     }
     xmms.CloseUses();
     // Scalar parameters are written by the copy, not by the program's start
-    // image; shaped ones are copied to their homes.
+    // image.
     for (const auto& load : program.paramLoads())
-        xmms.SetHomeCurrent(load.second, shapes != nullptr);
+        xmms.SetHomeCurrent(load.second, false);
 
     const int general = em.NewLabel();  // the long way
     const int stop = em.NewLabel();     // hand over to the tree
@@ -102,6 +102,12 @@ bool Write(Emitter& em, const Program& program, int count, double* registers, Ca
     const int early = em.NewLabel();
     ValueLowering lowering(em, frame, xmms, program, space, base, stop, thrown);
     HostData host(em, layout, {self, params, result, held, shape, scratch, base});
+    // Shaped parameters' elements are read where the copy puts them.
+    for (std::size_t i = 0; shapes && i < shapes->params.size(); ++i) {
+        const ValueShapes::Value& v = shapes->params[i];
+        for (int e = 0; v.first != ValueShapes::kUnread && e < v.rows * v.cols; ++e)
+            xmms.MoveHome(v.first + static_cast<std::uint32_t>(e), host.HeldElement(static_cast<int>(i), e));
+    }
     // Takes the frame down and puts the evaluation's own arguments back where
     // a jump to C++ expects them.
     // Code that calls nothing keeps them where they came, and may still have
