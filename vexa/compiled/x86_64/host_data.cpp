@@ -112,9 +112,9 @@ void HostData::CopyShapedParameters(const ValueShapes& shapes, int general)
     }
 }
 
-Mem HostData::HeldElement(int param, int element) const
+Mem HostData::HostElement(int param, int element) const
 {
-    return {m_regs.held, param * m_layout.value_size + m_layout.value_space + 8 * element};
+    return {m_regs.params, param * m_layout.value_size + m_layout.value_space + 8 * element};
 }
 
 void HostData::StoreShapedResult(const ValueShapes& shapes, XmmAllocator& xmms, int slow)
@@ -141,7 +141,7 @@ void HostData::StoreShapedResult(const ValueShapes& shapes, XmmAllocator& xmms, 
     m_em.Jump(done);
     m_em.Bind(spill);
     // Into the registers themselves, where the C++ reads them: a
-    // parameter's home is in its held value.
+    // parameter's home is in the host's value.
     for (int e = 0; e < n; ++e) {
         const std::uint32_t reg = r.first + static_cast<std::uint32_t>(e);
         int x = xmms.Held(reg);

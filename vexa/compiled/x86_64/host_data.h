@@ -54,9 +54,11 @@ public:
     // For values of shapes: to general unless every parameter and held
     // value has its shape and its elements in its own buffer; then the
     // elements into the held value (nothing is copied before every check
-    // has passed). The program reads them there: HeldElement is their home.
+    // has passed). The program reads them in the host's value, whose lines
+    // the copy has just brought in: HostElement is their home. (Read back
+    // from the held copy, every element would wait for its store.)
     void CopyShapedParameters(const ValueShapes& shapes, int general);
-    Mem HeldElement(int param, int element) const;
+    Mem HostElement(int param, int element) const;
     // The result's elements into the host's value in place where it holds
     // them in its own buffer, with eax the answer true; else the elements
     // go to their registers and the code goes on at slow.

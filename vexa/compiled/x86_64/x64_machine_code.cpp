@@ -102,11 +102,11 @@ bool Write(Emitter& em, const Program& program, int count, double* registers, Ca
     const int early = em.NewLabel();
     ValueLowering lowering(em, frame, xmms, program, space, base, stop, thrown);
     HostData host(em, layout, {self, params, result, held, shape, scratch, base});
-    // Shaped parameters' elements are read where the copy puts them.
+    // Shaped parameters' elements are read where the copy reads them.
     for (std::size_t i = 0; shapes && i < shapes->params.size(); ++i) {
         const ValueShapes::Value& v = shapes->params[i];
         for (int e = 0; v.first != ValueShapes::kUnread && e < v.rows * v.cols; ++e)
-            xmms.MoveHome(v.first + static_cast<std::uint32_t>(e), host.HeldElement(static_cast<int>(i), e));
+            xmms.MoveHome(v.first + static_cast<std::uint32_t>(e), host.HostElement(static_cast<int>(i), e));
     }
     // Takes the frame down and puts the evaluation's own arguments back where
     // a jump to C++ expects them.

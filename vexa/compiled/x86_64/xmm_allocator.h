@@ -49,7 +49,7 @@ public:
         return {m_base, static_cast<std::int32_t>(8 * reg)};
     }
     // reg's home is at instead: a value written once before the code reads
-    // it, and never again (a shaped parameter's element in the held value).
+    // it, and never again (a shaped parameter's element in the host's value).
     void MoveHome(std::uint32_t reg, Mem at);
     bool HomeCurrent(std::uint32_t reg) const { return m_current[reg]; }
     void SetHomeCurrent(std::uint32_t reg, bool current) { m_current[reg] = current; }
