@@ -103,10 +103,14 @@ bool AssignExit(VEXA_Data& result, double v)
 bool FastEvaluate(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result);
 
 // What the shaped machine code does not take goes where it would have gone
-// without it (never to that code again: neither way leads there).
+// without it, the scalar program's machine code included (never to the
+// shaped code again: none of these ways leads there).
 bool ShapedMissExit(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result)
 {
-    if (ExpressionAccess::Compiled(static_cast<Expression&>(self))->program)
+    const CompiledRoot& c = *ExpressionAccess::Compiled(static_cast<Expression&>(self));
+    if (c.machine)
+        return c.machine->entry()(self, count, params, result);
+    if (c.program)
         return FastEvaluate(self, count, params, result);
     return LongExit(self, count, params, result);
 }
