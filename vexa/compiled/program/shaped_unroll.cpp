@@ -75,7 +75,14 @@ std::unique_ptr<Program> ShapedProgram::Unrolled() const
                         const std::uint32_t term = u.Temporary();
                         u.Emit(kMul, term, a + i * in.inner + k, b + k * in.cols + j);
                         const std::uint32_t to = k + 1 == in.inner ? d + i * in.cols + j : u.Temporary();
-                        u.Emit(kAdd, to, term, sum);
+                        // 0 + t as t + 0: one operand at most is a NaN, so
+                        // the order changes no bit, and the back ends add
+                        // the zero to the term's register instead of
+                        // loading the zero first.
+                        if (k == 0)
+                            u.Emit(kAdd, to, zero, term);
+                        else
+                            u.Emit(kAdd, to, term, sum);
                         sum = to;
                     }
                 }
