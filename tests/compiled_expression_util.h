@@ -114,10 +114,12 @@ inline std::string Seen(const VEXA_Data& v)
 
 // Everything a host sees of one evaluation: the answer or the thrown code,
 // the result, and the parameters each of holders holds afterwards.
+// start: the result's value before, null or one with a buffer of its own
+// (which machine code writes in place).
 inline std::string Evaluated(ICalculator* calc, std::vector<VEXA_Data>& params, int count,
-                             const std::vector<ICalculator*>& holders)
+                             const std::vector<ICalculator*>& holders, bool start = false)
 {
-    VEXA_Data result;
+    VEXA_Data result = start ? VEXA_Data(7.0) : VEXA_Data();
     std::string seen;
     try {
         seen = calc->Evaluate(count, params.data(), result) ? "true " : "false ";

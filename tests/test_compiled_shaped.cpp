@@ -14,6 +14,11 @@
 #if defined(__x86_64__)
 #include <xmmintrin.h>
 #endif
+#if defined(__linux__)
+#include <fenv.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
 
 #include "compiled_expression_util.h"
 #include "test_util.h"
@@ -23,6 +28,7 @@
 
 namespace {
 
+using vexa_calc::ExpressionAccess;
 using Dims = vexa_compiled::Shape;
 
 // The parameters: names and declared shapes, in the parser's order.
@@ -114,9 +120,9 @@ private:
 };
 
 // Everything a host sees of one evaluation.
-std::string Outcome(ICalculator* calc, std::vector<VEXA_Data>& params, int count)
+std::string Outcome(ICalculator* calc, std::vector<VEXA_Data>& params, int count, bool start = false)
 {
-    return form_test::Evaluated(calc, params, count, {calc});
+    return form_test::Evaluated(calc, params, count, {calc}, start);
 }
 
 // The sets an expression is evaluated over: most of the declared shapes (a
@@ -141,18 +147,35 @@ ICalculator* Parse(const std::string& text)
     return form_test::Parse(text, kNames).release();
 }
 
+// Expressions whose machine code ran, of the differential tests.
+int g_machine = 0;
+
+// Whether this build makes machine code, and the environment lets it.
+bool MachineCodeRuns()
+{
+#if defined(__x86_64__) || (defined(__aarch64__) && defined(__linux__))
+    const char* after = std::getenv("VEXA_MACHINE_CODE_AFTER");
+    return !(after && std::atoi(after) < 0);
+#else
+    return false;
+#endif
+}
+
 void Agree(ICalculator* calc, Generator& g, const std::string& text, bool& ran)
 {
+    bool machine = false;
     const form_test::Calc twin = form_test::TreeOnly(calc);
     for (int set = 0; set < 9; ++set) {
         std::vector<VEXA_Data> values = MakeSet(g, set);
         const int count = set == 8 ? kParams - 1 - g.Uniform(0, 3) : kParams;
         std::vector<VEXA_Data> copy = values;
-        const std::string fast = Outcome(calc, values, count);
+        const std::string fast = Outcome(calc, values, count, set % 2);
         ran = ran || vexa_compiled::ShapedProgramSize(*static_cast<Expression*>(calc)) > 0;
-        const std::string slow = Outcome(twin.get(), copy, count);
+        machine = machine || vexa_compiled::RunsShapedMachineCode(*static_cast<Expression*>(calc));
+        const std::string slow = Outcome(twin.get(), copy, count, set % 2);
         ASSERT_EQ(fast, slow) << text << " set " << set;
     }
+    g_machine += machine;
 }
 
 // Generated expressions and their derivatives, under the floating-point
@@ -163,6 +186,8 @@ void Differential(unsigned seed, int rounds, unsigned mxcsr)
     const unsigned saved = _mm_getcsr();
     if (mxcsr)
         _mm_setcsr(mxcsr);
+#else
+    (void)mxcsr;
 #endif
     Generator g(seed);
     int parsed = 0, shaped = 0;
@@ -185,9 +210,15 @@ void Differential(unsigned seed, int rounds, unsigned mxcsr)
 #if defined(__x86_64__)
     _mm_setcsr(saved);
 #endif
-    std::printf("%d parsed, %d ran as shaped programs\n", parsed, shaped);
+    std::printf("%d parsed, %d ran as shaped programs, %d as machine code\n", parsed, shaped, g_machine);
     EXPECT_GT(parsed, rounds * 9 / 10);
     EXPECT_GT(shaped, parsed / 3);
+    // Machine code from the first repeated run on (extra.cmake).
+    const char* after = std::getenv("VEXA_MACHINE_CODE_AFTER");
+    if (MachineCodeRuns() && after && std::string(after) == "0") {
+        EXPECT_GT(g_machine, shaped / 2);
+    }
+    g_machine = 0;
 }
 
 TEST(ShapedProgram, AgreesWithTheTreeBitForBit)
@@ -255,6 +286,99 @@ TEST(ShapedProgram, StopsAndSignatureChangesGiveTheTreesOutcome)
         EXPECT_EQ(Outcome(calc, values, kParams), Outcome(twin.get(), copy, kParams)) << round;
     }
     EXPECT_EQ(vexa_compiled::ShapedProgramSize(*static_cast<Expression*>(calc)), 0u);
+    calc->Release();
+}
+
+// Kernels the machine code writes out: more 3 x 3 elements live at once
+// than the processor has registers, and divisions that stop at a zero or
+// NaN divisor. Their machine code (made in the default environment) must
+// give the tree's outcome, and raise nothing the tree does not with traps
+// unmasked, at values the tree computes without trapping.
+TEST(ShapedProgram, MachineCodeUnderRegisterPressureAndUnmaskedTraps)
+{
+    const char* const kKernels[] = {
+        "(M*N+N*M)*(M*M-N*N)+(M*N-N*M)*(M*M+N*N)+M*(N*(M*N))",
+        "(U%V)*M/S+W*(N/T)-U/S",
+    };
+    Generator g(5);
+    for (const char* text : kKernels) {
+        ICalculator* calc = Parse(text);
+        ASSERT_TRUE(calc) << text;
+        Expression* twin = static_cast<Expression*>(calc)->Copy();
+        ExpressionAccess::SetCompilable(*twin, false);
+        std::vector<std::vector<VEXA_Data>> sets;
+        for (int k = 0; k < 200; ++k) {
+            sets.push_back(MakeSet(g, 0));
+            // No product or quotient overflows, no inf - inf; NaN elements
+            // but no NaN divisor, which the tree compares signalling.
+            for (std::size_t i = 0; i < kParams; ++i) {
+                VEXA_Data& v = sets.back()[i];
+                int rows = 0, cols = 0;
+                v.getDataInfo(rows, cols);
+                for (int e = 0; e < rows * cols; ++e) {
+                    const double x = std::fabs(v.getValue()[e]);
+                    if (x > 1e10 || (i < 2 && (x < 1e-10 || std::isnan(x))))
+                        v.getValue()[e] = 1.5;
+                }
+            }
+            static const double kDivisors[] = {0.0, -0.0, 1e-300};
+            if (k % 4 == 0)
+                sets.back()[0] = VEXA_Data(kDivisors[k / 4 % 3]);
+        }
+        auto agree = [&]() {
+            std::string diff;
+            for (std::size_t k = 0; k < sets.size() && diff.empty(); ++k) {
+                std::vector<VEXA_Data> a = sets[k], b = sets[k];
+                const std::string fast = Outcome(calc, a, kParams, k % 2), slow = Outcome(twin, b, kParams, k % 2);
+                if (fast != slow)
+                    diff = std::string(text) + " set " + std::to_string(k);
+            }
+            return diff;
+        };
+        EXPECT_EQ(agree(), "");
+        EXPECT_EQ(vexa_compiled::RunsShapedMachineCode(*static_cast<Expression*>(calc)), MachineCodeRuns()) << text;
+#if defined(__linux__) && (defined(__x86_64__) || defined(__aarch64__))
+        std::fflush(nullptr);
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            // qemu-user and some processors do not trap: nothing to see.
+            if (feenableexcept(FE_DIVBYZERO | FE_INVALID | FE_OVERFLOW) == -1)
+                _exit(0);
+            _exit(agree().empty() ? 0 : 1);
+        }
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << text << ": status " << status;
+#endif
+        twin->Release();
+        calc->Release();
+    }
+}
+
+// Scalars, then the declared shapes, then both in turn: the machine code of
+// either kind hands the other's parameters on, with the tree's outcome.
+TEST(ShapedProgram, ScalarAndShapedMachineCodeHandEachOtherOn)
+{
+    ICalculator* calc = Parse("S*U+T*V-W/S+R*B*M");
+    ASSERT_TRUE(calc);
+    Expression* twin = static_cast<Expression*>(calc)->Copy();
+    ExpressionAccess::SetCompilable(*twin, false);
+    Generator g(3);
+    for (int round = 0; round < 300; ++round) {
+        std::vector<VEXA_Data> values = MakeSet(g, 0);
+        if (round < 100 || (round >= 200 && round % 2 == 0)) {
+            for (VEXA_Data& v : values)
+                v = VEXA_Data(g.Value());
+        }
+        std::vector<VEXA_Data> copy = values;
+        ASSERT_EQ(Outcome(calc, values, kParams, round % 3 == 0), Outcome(twin, copy, kParams, round % 3 == 0))
+            << round;
+        if (round == 199) {
+            EXPECT_EQ(vexa_compiled::RunsShapedMachineCode(*static_cast<Expression*>(calc)), MachineCodeRuns());
+        }
+    }
+    twin->Release();
     calc->Release();
 }
 

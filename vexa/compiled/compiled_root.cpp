@@ -29,6 +29,18 @@ struct CompiledRoot {
     // The program for evaluations with rows and matrices among the held
     // parameters, or for a tree the scalar program does not cover.
     vexa_compiled::ShapedCache shaped;
+    // Machine code for the shaped program of one signature, made once that
+    // program has run in place often enough; one attempt. It keeps its own
+    // unrolled program and registers, and checks its signature itself, so
+    // a later change of the cache's signature leaves it correct.
+    struct ShapedMachine {
+        std::unique_ptr<vexa_compiled::Program> program;
+        std::vector<double> registers;
+        vexa_compiled::ValueShapes shapes;
+        std::unique_ptr<vexa_compiled::MachineCode> code;
+    };
+    std::unique_ptr<ShapedMachine> shaped_machine;
+    int shaped_runs = 0;
 };
 
 }  // namespace vexa_calc
@@ -60,15 +72,22 @@ bool TreeExit(ICalculator& self, int, VEXA_Data*, VEXA_Data& result)
     return result.getType() != DT_NULL;
 }
 
+void MakeShapedMachineCode(Expression& e, CompiledRoot& c);
+
 // Rows and matrices of the shapes the shaped program was made for go to it
 // directly; anything else the long way.
 bool LongExit(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result)
 {
     Expression& e = static_cast<Expression&>(self);
-    switch (vexa_compiled::EvaluateShapedInPlace(ExpressionAccess::Compiled(e)->shaped, count, params,
-                                                 ExpressionAccess::Params(e), ExpressionAccess::ParamCount(e),
-                                                 result)) {
-    case vexa_compiled::ShapedEntry::kDone: return true;
+    CompiledRoot& c = *ExpressionAccess::Compiled(e);
+    switch (vexa_compiled::EvaluateShapedInPlace(c.shaped, count, params, ExpressionAccess::Params(e),
+                                                 ExpressionAccess::ParamCount(e), result)) {
+    case vexa_compiled::ShapedEntry::kDone:
+        if (c.shaped_runs >= 0 && ++c.shaped_runs > RunsBeforeMachineCode() && RunsBeforeMachineCode() >= 0) {
+            c.shaped_runs = -1;  // one attempt
+            MakeShapedMachineCode(e, c);
+        }
+        return true;
     case vexa_compiled::ShapedEntry::kUseTree: return TreeExit(self, count, params, result);
     case vexa_compiled::ShapedEntry::kNotTaken: break;
     }
@@ -81,13 +100,77 @@ bool AssignExit(VEXA_Data& result, double v)
     return true;
 }
 
+bool FastEvaluate(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result);
+
+// What the shaped machine code does not take goes where it would have gone
+// without it, the scalar program's machine code included (never to the
+// shaped code again: none of these ways leads there).
+bool ShapedMissExit(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result)
+{
+    const CompiledRoot& c = *ExpressionAccess::Compiled(static_cast<Expression&>(self));
+    if (c.machine)
+        return c.machine->entry()(self, count, params, result);
+    if (c.program)
+        return FastEvaluate(self, count, params, result);
+    return LongExit(self, count, params, result);
+}
+
+// The result made from the elements the shaped code left in its registers.
+bool ShapedResultExit(ICalculator& self, int, VEXA_Data*, VEXA_Data& result)
+{
+    const CompiledRoot::ShapedMachine& m = *ExpressionAccess::Compiled(static_cast<Expression&>(self))->shaped_machine;
+    const ValueShapes::Value& r = m.shapes.result;
+    if (!DataAccess::AssignInline(result, r.rows, r.cols, m.registers.data() + r.first)) {
+        VEXA_Data made(r.rows, r.cols);
+        for (int k = 0; k < r.rows * r.cols; ++k)
+            made.getValue()[k] = m.registers[r.first + static_cast<std::size_t>(k)];
+        result = made;
+    }
+    return true;
+}
+
+Layout LayoutOf(Expression& e)
+{
+    return Layout{ExpressionAccess::ParamCountOffset(e), ExpressionAccess::ParamsOffset(e),
+                  static_cast<std::int32_t>(sizeof(VEXA_Data)), DataAccess::ShapeOffset(), DataAccess::DataOffset(),
+                  DataAccess::SpaceOffset()};
+}
+
+// Machine code for the shaped program of the cache's signature, installed
+// as the one-step evaluation; without it the interpreter goes on.
+void MakeShapedMachineCode(Expression& e, CompiledRoot& c)
+{
+    const ShapedProgram* shaped = c.shaped.program.get();
+    if (!shaped)
+        return;
+    try {
+        std::unique_ptr<CompiledRoot::ShapedMachine> m(new CompiledRoot::ShapedMachine());
+        m->program = shaped->Unrolled();
+        if (!m->program)
+            return;
+        m->registers = m->program->initialRegisters();
+        for (const Shape& s : c.shaped.signature)
+            m->shapes.params.push_back({s.rows, s.cols, ValueShapes::kUnread});
+        for (const ShapedProgram::Load& load : shaped->loads())
+            m->shapes.params[static_cast<std::size_t>(load.param)].first = load.slot;
+        m->shapes.result = {shaped->resultShape().rows, shaped->resultShape().cols, shaped->resultSlot()};
+        Exits exits{ShapedMissExit, TreeExit, AssignExit};
+        exits.shaped_result = ShapedResultExit;
+        m->code = MachineCode::MakeShaped(*m->program, m->shapes, m->registers.data(), LayoutOf(e), exits);
+        if (!m->code)
+            return;
+        c.shaped_machine = std::move(m);
+    } catch (const std::bad_alloc&) {
+        return;
+    }
+    ExpressionAccess::SetFastPath(e, c.shaped_machine->code->entry());
+}
+
 // Machine code is only a faster way to the same answer: without memory for
 // it, the interpreter goes on.
 void MakeMachineCode(Expression& e, CompiledRoot& c, int count)
 {
-    const Layout layout{ExpressionAccess::ParamCountOffset(e), ExpressionAccess::ParamsOffset(e),
-                                       static_cast<std::int32_t>(sizeof(VEXA_Data)), DataAccess::ShapeOffset(),
-                                       DataAccess::DataOffset(), DataAccess::SpaceOffset()};
+    const Layout layout = LayoutOf(e);
     try {
         c.machine = MachineCode::Make(*c.program, count, c.registers.data(), &c.space, layout,
                                                      {LongExit, TreeExit, AssignExit});
@@ -173,6 +256,12 @@ std::size_t ShapedProgramSize(Expression& e)
 {
     const CompiledRoot* c = ExpressionAccess::Compiled(e);
     return c && c->shaped.program ? c->shaped.program->size() : 0;
+}
+
+bool RunsShapedMachineCode(Expression& e)
+{
+    const CompiledRoot* c = ExpressionAccess::Compiled(e);
+    return c && c->shaped_machine && ExpressionAccess::FastPath(e) == c->shaped_machine->code->entry();
 }
 
 }  // namespace vexa_compiled

@@ -45,6 +45,31 @@ int CallCalculator(CallSpace* space, ICalculator* calc, const std::uint32_t* reg
     }
 }
 
+bool ValueShapes::Fit(int count, std::size_t registers, const Exits& exits) const
+{
+    auto fits = [&](const Value& v, std::uint32_t room) {
+        return v.rows >= 1 && v.cols >= 1 && v.rows <= 9 && v.cols <= 9 && v.rows * v.cols <= 9 &&
+               (v.first == kUnread || std::size_t(v.first) + room <= registers);
+    };
+    if (params.size() != static_cast<std::size_t>(count) || !exits.shaped_result || result.first == kUnread)
+        return false;
+    for (const Value& v : params) {
+        if (!fits(v, 9))
+            return false;
+    }
+    return fits(result, static_cast<std::uint32_t>(result.rows * result.cols));
+}
+
+std::unique_ptr<MachineCode> MachineCode::FromBytes(const std::vector<std::uint8_t>& bytes,
+                                                    const std::vector<std::uint8_t>& unwind)
+{
+    std::unique_ptr<MachineCode> code(new MachineCode());
+    if (!code->m_memory.Load(bytes.data(), bytes.size(), unwind.empty() ? nullptr : unwind.data(), unwind.size()))
+        return nullptr;
+    code->m_entry = reinterpret_cast<FastEvaluate>(code->m_memory.data());
+    return code;
+}
+
 int Rethrow(CallSpace* space)
 {
     std::exception_ptr e = space->pending;

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "vexa/compiled/program/program.h"
 #include "vexa/core/executable_memory.h"
@@ -51,6 +52,39 @@ struct Exits {
     // result = VEXA_Data(v) for a result whose storage is not a scalar's;
     // answers true.
     bool (*assign)(VEXA_Data& result, double v);
+    // For the code of values of shapes: the result made from its elements,
+    // which the code has left in their homes, where the host's value does
+    // not hold its elements in its own buffer; answers true.
+    FastEvaluate shaped_result = nullptr;
+};
+
+// The code of a shaped program (ShapedProgram::Unrolled) takes and gives
+// values of the shapes it was made for in place of scalars: each parameter
+// of its shape in its own buffer (at most nine elements) into a held value
+// of the same shape and buffer, its elements copied as the assignment copies
+// them; the result into the host's value in place. The registers of
+// a parameter's elements follow one another from first, with room for the
+// whole buffer; kUnread where the program reads none.
+struct ValueShapes {
+    static constexpr std::uint32_t kUnread = 0xFFFFFFFFu;
+    struct Value {
+        int rows;
+        int cols;
+        std::uint32_t first;
+        // Rows, then columns, as one 8-byte word of a value reads them.
+        std::uint64_t ShapeWord() const
+        {
+            return std::uint64_t(std::uint32_t(rows)) | std::uint64_t(std::uint32_t(cols)) << 32;
+        }
+    };
+    std::vector<Value> params;
+    Value result;
+
+    // Whether they fit a program of count parameters and registers
+    // registers: every value of at most nine elements, every run of
+    // registers inside the program (a parameter's with room for nine), an
+    // exit for the result.
+    bool Fit(int count, std::size_t registers, const Exits& exits) const;
 };
 
 // The C++ functions the machine code of every processor calls.
@@ -76,10 +110,20 @@ public:
     // executable memory or the program is larger than this back end takes.
     static std::unique_ptr<MachineCode> Make(const Program& program, int count, double* registers,
                                              CallSpace* space, const Layout& layout, const Exits& exits);
+    // The same for the unrolled program of a shaped one, whose parameters
+    // and result have the shapes given; it calls no other calculator.
+    static std::unique_ptr<MachineCode> MakeShaped(const Program& program, const ValueShapes& shapes,
+                                                   double* registers, const Layout& layout, const Exits& exits);
 
     FastEvaluate entry() const { return m_entry; }
 
 private:
+    // The code in executable memory, with its unwind information (empty
+    // where the convention registers none); null where the platform gives
+    // no such memory.
+    static std::unique_ptr<MachineCode> FromBytes(const std::vector<std::uint8_t>& bytes,
+                                                  const std::vector<std::uint8_t>& unwind);
+
     vexa_platform::ExecutableMemory m_memory;
     FastEvaluate m_entry = nullptr;
 };

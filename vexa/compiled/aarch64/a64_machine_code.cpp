@@ -82,12 +82,58 @@ bool Takes(const Program& program, int count, const Layout& layout)
     return true;
 }
 
-// The whole evaluation; false where the program is not taken.
+// For values of shapes: to general unless every parameter and held value
+// has its shape and its elements in its own buffer; then the elements into
+// the held value and into their homes. Nothing is copied before every check
+// has passed. x11 and x12 walk the parameters and the held values.
+void CopyShapedParameters(Emitter& em, const ValueShapes& shapes, const Layout& layout, int general)
+{
+    for (int pass = 0; pass < 2; ++pass) {
+        em.MovReg(x11, kParams);
+        em.MovReg(x12, kHeld);
+        for (std::size_t i = 0; i < shapes.params.size(); ++i) {
+            const ValueShapes::Value& v = shapes.params[i];
+            if (i > 0) {
+                em.AddImm(x11, x11, static_cast<std::uint32_t>(layout.value_size));
+                em.AddImm(x12, x12, static_cast<std::uint32_t>(layout.value_size));
+            }
+            if (pass == 0) {
+                em.MovImm(kShape, v.ShapeWord());
+                for (XReg from : {x11, x12}) {
+                    em.LdrX(x9, from, layout.value_data);
+                    em.AddImm(x10, from, static_cast<std::uint32_t>(layout.value_space));
+                    em.CmpReg(x9, x10);
+                    em.BCond(kNe, general);
+                    em.LdrX(x10, from, layout.value_shape);
+                    em.CmpReg(x10, kShape);
+                    em.BCond(kNe, general);
+                }
+                continue;
+            }
+            for (int e = 0; e < v.rows * v.cols; ++e) {
+                em.LdrD(d0, x11, layout.value_space + 8 * e);
+                em.StrD(d0, x12, layout.value_space + 8 * e);
+                if (v.first != ValueShapes::kUnread)
+                    em.StrD(d0, kBase, 8 * (static_cast<std::int64_t>(v.first) + e));
+            }
+        }
+    }
+}
+
+// The whole evaluation; false where the program is not taken. shapes: those
+// of the values of a shaped program's evaluation, null for scalars.
 bool Write(Emitter& em, const Program& program, int count, double* registers, CallSpace* space,
-           const Layout& layout, const Exits& exits)
+           const Layout& layout, const Exits& exits, const ValueShapes* shapes)
 {
     if (!Takes(program, count, layout))
         return false;
+    if (shapes && !shapes->Fit(count, program.initialRegisters().size(), exits))
+        return false;
+    for (const Instr& in : program.code()) {
+        // Values of shapes have no call space for other calculators.
+        if (shapes && (in.op == kCall || in.op == kNumDiff))
+            return false;
+    }
     const std::vector<Instr>& code = program.code();
     const int general = em.NewLabel();  // the long way
     const int stop = em.NewLabel();     // hand over to the tree
@@ -123,7 +169,9 @@ bool Write(Emitter& em, const Program& program, int count, double* registers, Ca
     std::vector<std::uint32_t> regOf(static_cast<std::size_t>(count), ~0u);
     for (const auto& load : program.paramLoads())
         regOf[static_cast<std::size_t>(load.first)] = load.second;
-    for (int i = 0; i < count; ++i) {
+    if (shapes)
+        CopyShapedParameters(em, *shapes, layout, general);
+    for (int i = 0; !shapes && i < count; ++i) {
         const std::int64_t at = static_cast<std::int64_t>(i) * layout.value_size;
         em.LdrX(x9, kParams, at + layout.value_data);
         em.Cbz(x9, general);
@@ -149,14 +197,28 @@ bool Write(Emitter& em, const Program& program, int count, double* registers, Ca
     }
 
     // The result in place where the host's value is a scalar's storage
-    // already; else the C++ that makes it one takes (result, value).
-    em.LdrD(d0, kBase, 8 * static_cast<std::int64_t>(program.resultRegister()));
+    // already; else the C++ that makes it one takes (result, value). A
+    // shaped result's elements are in their homes already, where its C++
+    // reads them.
+    const int slowShaped = em.NewLabel();
     em.AddImm(x9, kResult, static_cast<std::uint32_t>(layout.value_space));
     em.LdrX(x10, kResult, layout.value_data);
     em.CmpReg(x10, x9);
-    em.BCond(kNe, slow);
-    em.StrD(d0, kResult, layout.value_space);
-    em.StrX(kShape, kResult, layout.value_shape);
+    if (shapes) {
+        em.BCond(kNe, slowShaped);
+        const ValueShapes::Value& r = shapes->result;
+        for (int e = 0; e < r.rows * r.cols; ++e) {
+            em.LdrD(d0, kBase, 8 * (static_cast<std::int64_t>(r.first) + e));
+            em.StrD(d0, kResult, layout.value_space + 8 * e);
+        }
+        em.MovImm(x9, r.ShapeWord());
+        em.StrX(x9, kResult, layout.value_shape);
+    } else {
+        em.LdrD(d0, kBase, 8 * static_cast<std::int64_t>(program.resultRegister()));
+        em.BCond(kNe, slow);
+        em.StrD(d0, kResult, layout.value_space);
+        em.StrX(kShape, kResult, layout.value_shape);
+    }
     em.MovImm(x0, 1);
     Epilogue(em);
     em.Ret();
@@ -175,6 +237,10 @@ bool Write(Emitter& em, const Program& program, int count, double* registers, Ca
     };
     exit(general, exits.general);
     exit(stop, exits.tree);
+    if (shapes)
+        exit(slowShaped, exits.shaped_result);
+    else
+        em.Bind(slowShaped);
     em.Bind(slow);
     em.MovReg(x0, kResult);
     Epilogue(em);
@@ -201,16 +267,29 @@ std::unique_ptr<MachineCode> MachineCode::Make(const Program& program, int count
     if (program.code().size() > kMaxInstructions || count < 0 || count > kMaxCount)
         return nullptr;
     Emitter em(kBytesAround + kBytesPerStep * (program.code().size() + static_cast<std::size_t>(count)));
-    if (!Write(em, program, count, registers, space, layout, exits))
+    if (!Write(em, program, count, registers, space, layout, exits, nullptr))
         return nullptr;
     std::vector<std::uint8_t> bytes;
     if (!em.Finish(bytes))
         return nullptr;
-    std::unique_ptr<MachineCode> code(new MachineCode());
-    if (!code->m_memory.Load(bytes.data(), bytes.size()))
+    return FromBytes(bytes, {});
+}
+
+std::unique_ptr<MachineCode> MachineCode::MakeShaped(const Program& program, const ValueShapes& shapes,
+                                                     double* registers, const Layout& layout, const Exits& exits)
+{
+    const int count = static_cast<int>(shapes.params.size());
+    if (program.code().size() > kMaxInstructions || count > kMaxCount)
         return nullptr;
-    code->m_entry = reinterpret_cast<FastEvaluate>(code->m_memory.data());
-    return code;
+    // A parameter's checks and its nine elements' copies take a step's
+    // room and more: two steps each.
+    Emitter em(kBytesAround + kBytesPerStep * (program.code().size() + 2 * static_cast<std::size_t>(count)));
+    if (!Write(em, program, count, registers, nullptr, layout, exits, &shapes))
+        return nullptr;
+    std::vector<std::uint8_t> bytes;
+    if (!em.Finish(bytes))
+        return nullptr;
+    return FromBytes(bytes, {});
 }
 
 }  // namespace vexa_compiled

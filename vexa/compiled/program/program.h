@@ -88,6 +88,7 @@ public:
 
 private:
     friend class Compiler;
+    friend class ShapedProgram;
 
     std::vector<Instr> m_code;
     std::vector<std::uint32_t> m_arg_regs;

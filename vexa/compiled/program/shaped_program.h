@@ -95,6 +95,15 @@ public:
     // Runs the instructions over slots r whose parameter slots are loaded.
     RunResult Run(double* r) const;
 
+    // The same run as a scalar Program for the back ends of machine code:
+    // registers numbered as the slots (the start image the same), the
+    // temporaries of cross and matrix products after them, every element's
+    // operations written out in the order Run takes them. Its result
+    // register is the first of the result's slots; its parameter loads name
+    // every element's slot. Null for a program that would unroll into more
+    // than a few thousand instructions: those stay interpreted.
+    std::unique_ptr<Program> Unrolled() const;
+
 private:
     friend class ShapedCompiler;
 
@@ -137,6 +146,8 @@ ShapedEntry EvaluateShapedInPlace(ShapedCache& cache, int count, const VEXA_Data
 // signature, 0 for none: for tests that must know which way an evaluation
 // went.
 VEXA_API std::size_t ShapedProgramSize(Expression& e);
+// Whether e's evaluations of that signature run as machine code.
+VEXA_API bool RunsShapedMachineCode(Expression& e);
 
 }  // namespace vexa_compiled
 

@@ -5,6 +5,7 @@
 
 #include "vexa/compiled/machine_code.h"
 #include "vexa/compiled/program/program.h"
+#include "vexa/compiled/x86_64/x64_emitter.h"
 
 // How the value code meets the host's values: the VEXA_Data parameters it
 // reads, the calculator's held parameters it copies them into, and the
@@ -14,7 +15,6 @@ namespace vexa_compiled {
 
 namespace x64 {
 
-class Emitter;
 class XmmAllocator;
 
 // The registers the value code keeps its pointers in.
@@ -25,6 +25,7 @@ struct HostRegisters {
     int held;     // the calculator's held parameters
     int shape;    // a scalar's shape, for compares
     int scratch;  // free until the first call
+    int base;     // the program's register homes
 };
 
 class HostData {
@@ -49,6 +50,19 @@ public:
     // slow otherwise, with the value in xmm slow_xmm, the argument of the
     // C++ that makes it one.
     void StoreResult(std::uint32_t reg, XmmAllocator& xmms, int slow, int slow_xmm);
+
+    // For values of shapes: to general unless every parameter and held
+    // value has its shape and its elements in its own buffer; then the
+    // elements into the held value (nothing is copied before every check
+    // has passed). The program reads them in the host's value, whose lines
+    // the copy has just brought in: HostElement is their home. (Read back
+    // from the held copy, every element would wait for its store.)
+    void CopyShapedParameters(const ValueShapes& shapes, int general);
+    Mem HostElement(int param, int element) const;
+    // The result's elements into the host's value in place where it holds
+    // them in its own buffer, with eax the answer true; else the elements
+    // go to their registers and the code goes on at slow.
+    void StoreShapedResult(const ValueShapes& shapes, XmmAllocator& xmms, int slow);
 
 private:
     Emitter& m_em;

@@ -30,18 +30,22 @@ constexpr int kEntryArgs = 4;
 
 // The whole evaluation: the count check, the frame, the parameter copy, the
 // instructions, the result, and the ways out to C++. False where the
-// program is not taken.
+// program is not taken. shapes: those of the values of a shaped program's
+// evaluation, null for scalars.
 bool Write(Emitter& em, const Program& program, int count, double* registers, CallSpace* space,
-           const Layout& layout, const Exits& exits, std::vector<std::uint8_t>& unwind)
+           const Layout& layout, const Exits& exits, const ValueShapes* shapes, std::vector<std::uint8_t>& unwind)
 {
     const std::vector<Instr>& code = program.code();
     const std::size_t registerCount = program.initialRegisters().size();
     if (count < 0 || count > kMaxCount || code.size() > kMaxInstructions || registerCount > kMaxRegisters)
         return false;
+    if (shapes && !shapes->Fit(count, registerCount, exits))
+        return false;
     Frame frame(em, kHost, kEntryArgs);
     bool calls = false;
     for (const Instr& in : code) {
-        if (in.op == kStop)
+        // Values of shapes have no call space for other calculators.
+        if (in.op == kStop || (shapes && (in.op == kCall || in.op == kNumDiff)))
             return false;
         calls = calls || ValueLowering::Calls(in);
     }
@@ -78,9 +82,16 @@ bool Write(Emitter& em, const Program& program, int count, double* registers, Ca
         for (std::uint32_t reg : ops)
             xmms.AddUse(reg, i);
     }
-    xmms.AddUse(program.resultRegister(), code.size() - 1);
+    if (shapes) {
+        const ValueShapes::Value& r = shapes->result;
+        for (std::uint32_t e = 0; e < static_cast<std::uint32_t>(r.rows * r.cols); ++e)
+            xmms.AddUse(r.first + e, code.size() - 1);
+    } else {
+        xmms.AddUse(program.resultRegister(), code.size() - 1);
+    }
     xmms.CloseUses();
-    // Parameters are written by the copy, not by the program's start image.
+    // Scalar parameters are written by the copy, not by the program's start
+    // image.
     for (const auto& load : program.paramLoads())
         xmms.SetHomeCurrent(load.second, false);
 
@@ -90,7 +101,13 @@ bool Write(Emitter& em, const Program& program, int count, double* registers, Ca
     const int slow = em.NewLabel();     // a result that is not a scalar's storage
     const int early = em.NewLabel();
     ValueLowering lowering(em, frame, xmms, program, space, base, stop, thrown);
-    HostData host(em, layout, {self, params, result, held, shape, scratch});
+    HostData host(em, layout, {self, params, result, held, shape, scratch, base});
+    // Shaped parameters' elements are read where the copy reads them.
+    for (std::size_t i = 0; shapes && i < shapes->params.size(); ++i) {
+        const ValueShapes::Value& v = shapes->params[i];
+        for (int e = 0; v.first != ValueShapes::kUnread && e < v.rows * v.cols; ++e)
+            xmms.MoveHome(v.first + static_cast<std::uint32_t>(e), host.HostElement(static_cast<int>(i), e));
+    }
     // Takes the frame down and puts the evaluation's own arguments back where
     // a jump to C++ expects them.
     // Code that calls nothing keeps them where they came, and may still have
@@ -122,7 +139,10 @@ bool Write(Emitter& em, const Program& program, int count, double* registers, Ca
     }
     em.MovImm64(base, reinterpret_cast<std::uint64_t>(registers));
     host.LoadPointers();
-    host.CopyParameters(program, count, xmms, general);
+    if (shapes)
+        host.CopyShapedParameters(*shapes, general);
+    else
+        host.CopyParameters(program, count, xmms, general);
     for (std::size_t i = 0; i + 1 < code.size(); ++i) {
         if (!lowering.Lower(code[i], i))
             return false;
@@ -133,9 +153,15 @@ bool Write(Emitter& em, const Program& program, int count, double* registers, Ca
     const int valueArg = assignArgs.NextXmm();
     if (resultArg < 0 || valueArg < 0)
         return false;
-    host.StoreResult(program.resultRegister(), xmms, slow, valueArg);
+    const int slowShaped = em.NewLabel();
+    if (shapes)
+        host.StoreShapedResult(*shapes, xmms, slowShaped);
+    else
+        host.StoreResult(program.resultRegister(), xmms, slow, valueArg);
     leave();
     em.Ret();
+    if (shapes)
+        exit(slowShaped, exits.shaped_result);
 
     exit(general, exits.general);
     exit(stop, exits.tree);
@@ -165,20 +191,32 @@ std::unique_ptr<MachineCode> MachineCode::Make(const Program& program, int count
 {
     Emitter em;
     std::vector<std::uint8_t> unwind;
-    if (!Write(em, program, count, registers, space, layout, exits, unwind))
+    if (!Write(em, program, count, registers, space, layout, exits, nullptr, unwind))
         return nullptr;
-    const std::vector<std::uint8_t> bytes = em.Finish();
-    std::unique_ptr<MachineCode> code(new MachineCode());
-    if (!code->m_memory.Load(bytes.data(), bytes.size(), unwind.data(), unwind.size()))
+    return FromBytes(em.Finish(), unwind);
+}
+
+std::unique_ptr<MachineCode> MachineCode::MakeShaped(const Program& program, const ValueShapes& shapes,
+                                                     double* registers, const Layout& layout, const Exits& exits)
+{
+    Emitter em;
+    std::vector<std::uint8_t> unwind;
+    const int count = static_cast<int>(shapes.params.size());
+    if (!Write(em, program, count, registers, nullptr, layout, exits, &shapes, unwind))
         return nullptr;
-    code->m_entry = reinterpret_cast<FastEvaluate>(code->m_memory.data());
-    return code;
+    return FromBytes(em.Finish(), unwind);
 }
 
 #elif !(defined(__aarch64__) && defined(__linux__))
 
 // (Linux AArch64 has its own, in vexa/compiled/aarch64/.)
 std::unique_ptr<MachineCode> MachineCode::Make(const Program&, int, double*, CallSpace*, const Layout&, const Exits&)
+{
+    return nullptr;
+}
+
+std::unique_ptr<MachineCode> MachineCode::MakeShaped(const Program&, const ValueShapes&, double*, const Layout&,
+                                                     const Exits&)
 {
     return nullptr;
 }

@@ -10,11 +10,20 @@ XmmAllocator::XmmAllocator(Emitter& em, int first, int count, Choice choice)
         h = {kFree, 0, false};
 }
 
+void XmmAllocator::MoveHome(std::uint32_t reg, Mem at)
+{
+    if (m_moved.size() < m_xmm.size())
+        m_moved.resize(m_xmm.size(), Mem{-1, 0});
+    m_moved[reg] = at;
+    m_current[reg] = true;
+}
+
 void XmmAllocator::Reset(std::size_t registers, int base, bool homes_current)
 {
     m_base = base;
     m_xmm.assign(registers, kNone);
     m_current.assign(registers, homes_current);
+    m_moved.clear();
     if (m_choice == kFurthestUse) {
         m_uses.assign(registers, {});
         m_cursor.assign(registers, 0);

@@ -42,7 +42,15 @@ public:
     void Reset(std::size_t registers, int base, bool homes_current);
     int count() const { return m_count; }
 
-    Mem Home(std::uint32_t reg) const { return {m_base, static_cast<std::int32_t>(8 * reg)}; }
+    Mem Home(std::uint32_t reg) const
+    {
+        if (reg < m_moved.size() && m_moved[reg].base >= 0)
+            return m_moved[reg];
+        return {m_base, static_cast<std::int32_t>(8 * reg)};
+    }
+    // reg's home is at instead: a value written once before the code reads
+    // it, and never again (a shaped parameter's element in the host's value).
+    void MoveHome(std::uint32_t reg, Mem at);
     bool HomeCurrent(std::uint32_t reg) const { return m_current[reg]; }
     void SetHomeCurrent(std::uint32_t reg, bool current) { m_current[reg] = current; }
 
@@ -104,6 +112,7 @@ private:
     Holder m_holders[16];
     std::vector<int> m_xmm;        // by register: the xmm holding it, or kNone
     std::vector<bool> m_current;   // by register: its home holds its value
+    std::vector<Mem> m_moved;      // by register: its home where moved (base -1: not)
     std::vector<std::vector<std::size_t> > m_uses;
     std::vector<std::size_t> m_cursor;
     std::vector<std::size_t> m_last;
