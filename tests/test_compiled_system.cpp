@@ -157,6 +157,23 @@ TEST(CompiledSystem, PatternFollowsRegisteredFunctionsAndNamedParameters)
     EXPECT_EQ(out[1], 6.0);
     EXPECT_EQ(jac[4], 3.0);
     EXPECT_EQ(jac[7], 2.0);
+
+    // An output without a program (numbers have no cross product) goes alone.
+    Calc cross = Parse("x%y + z");
+    auto mixed = vexa::CompiledSystem::Make({a.get(), cross.get()});
+    ASSERT_TRUE(mixed);
+    EXPECT_EQ(mixed->programOutputs(), 1);
+    EXPECT_EQ(mixed->paramCount(), 3);
+    EXPECT_EQ(mixed->Sparsity(), (std::vector<std::pair<int, int> >{{0, 1}, {0, 2}, {1, 0}, {1, 1}, {1, 2}}));
+    const vexa::Column cols[] = {vexa::Column::Held(point), vexa::Column::Held(point + 1),
+                                 vexa::Column::Held(point + 2)};
+    double many[6], jacs[18];
+    const vexa::Report r = mixed->EvaluateMany(3, cols, many);
+    EXPECT_EQ(r.by_kind[static_cast<int>(vexa::Failure::kThrown)], 3u);
+    EXPECT_EQ(r.first[1].index, 3u);
+    EXPECT_EQ(Bits(many[4]), Bits(Reference(a.get(), {2.0, 0.5, 1.0}).value));
+    EXPECT_EQ(mixed->JacobianMany(3, cols, nullptr, jacs).failed, 3u);
+    EXPECT_TRUE(std::isnan(jacs[3]) && !std::isnan(jacs[6]));
 }
 
 TEST(CompiledSystem, RefusesWhatCannotBeASystem)
