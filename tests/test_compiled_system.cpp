@@ -3,6 +3,7 @@
 // output's own gradient, the sparsity pattern, and refused inputs.
 #include <gtest/gtest.h>
 
+#include <cfenv>
 #include <set>
 #include <stdexcept>
 
@@ -93,6 +94,37 @@ TEST(CompiledSystem, ValuesAreEachOutputsEvaluateBitForBit)
             }
         }
     }
+}
+
+TEST(CompiledSystem, ValuesFollowTheHostsRounding)
+{
+    Model m = Generate(3, false, 10);
+    std::fesetround(FE_UPWARD);  // made and run there
+    auto sys = vexa::CompiledSystem::Make(m.outputs, 3);
+    if (!sys)
+        std::fesetround(FE_TONEAREST);
+    ASSERT_TRUE(sys);
+    const std::size_t n = 70, outs = m.outputs.size();
+    ComputingCaseGenerator values(5, {}, false);
+    std::vector<double> points(n * 3), many(n * outs), jac(n * outs * 3);
+    for (double& v : points)
+        v = values.Value();
+    const vexa::Column columns[] = {{points.data(), 3}, {points.data() + 1, 3}, {points.data() + 2, 3}};
+    sys->EvaluateMany(n, columns, many.data());
+    sys->JacobianMany(n, columns, nullptr, jac.data());
+    std::vector<vexa::Outcome> want;
+    for (std::size_t i = 0; i < n; ++i)
+        for (std::size_t o = 0; o < outs; ++o)
+            want.push_back(Reference(m.outputs[o], {points[i * 3], points[i * 3 + 1], points[i * 3 + 2]}));
+    std::fesetround(FE_TONEAREST);
+    for (std::size_t i = 0; i < n * outs; ++i)
+        ASSERT_TRUE(want[i].ok() ? Bits(many[i]) == Bits(want[i].value) : std::isnan(many[i])) << m.texts[i % outs];
+    // The partials are the default environment's, as each gradient's.
+    std::vector<double> again(jac.size());
+    sys->JacobianMany(n, columns, nullptr, again.data());
+    for (std::size_t i = 0; i < jac.size(); ++i)
+        ASSERT_TRUE(std::isnan(jac[i]) ? std::isnan(again[i])
+                                       : std::fabs(jac[i] - again[i]) <= 1e-12 * std::max(1.0, std::fabs(again[i])));
 }
 
 TEST(CompiledSystem, JacobianIsEachOutputsGradientAndThePatternHoldsItsNonZeros)
