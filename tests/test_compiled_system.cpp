@@ -208,6 +208,15 @@ TEST(CompiledSystem, PatternFollowsRegisteredFunctionsAndNamedParameters)
     EXPECT_TRUE(std::isnan(jacs[3]) && !std::isnan(jacs[6]));
 }
 
+TEST(CompiledSystem, TextsMergeTheirNamesInOrderOfFirstAppearance)
+{
+    const vexa::ParsedOutputs p = vexa::ParseOutputs({L"SIN(w*TIME)", L"k*x + SIN(W*TIME)"}, L"TIME");
+    ASSERT_EQ(p.failed, -1);
+    EXPECT_EQ(p.names, (std::vector<std::wstring>{L"TIME", L"w", L"k", L"x"}));
+    EXPECT_EQ(p.reads, (std::vector<std::vector<int> >{{0, 1}, {0, 2, 3, 1}}));
+    EXPECT_EQ(vexa::ParseOutputs({L"x", L"y+"}, nullptr).failed, 1);
+}
+
 TEST(CompiledSystem, RefusesWhatCannotBeASystem)
 {
     Calc x = Parse("x+y");

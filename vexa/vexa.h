@@ -35,6 +35,7 @@
 #include "vexa/parser/vexa_parser.h"
 #include "vexa/parser/parse_diagnosis.h"
 #include "vexa/parser/host_input.h"
+#include "vexa/parser/output_texts.h"
 #include "vexa/parser/evaluation_diagnosis.h"
 
 #endif
