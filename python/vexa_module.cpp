@@ -444,6 +444,143 @@ std::unique_ptr<Handle> Parse(const std::string& text, const py::object& params)
                                                          std::string(err.message), inList));
 }
 
+// A system of texts, for vexa.System: columns as Handle's bulk calls take
+// them (1-D arrays of n values, or numbers held for every point).
+class SystemHandle {
+public:
+    explicit SystemHandle(vexa_system* s) : m_s(s) {}
+    ~SystemHandle() { vexa_system_free(m_s); }
+    SystemHandle(const SystemHandle&) = delete;
+    SystemHandle& operator=(const SystemHandle&) = delete;
+
+    std::vector<std::string> names() const
+    {
+        int params = 0;
+        vexa_system_size(m_s, nullptr, &params);
+        std::vector<std::string> out;
+        for (int i = 0; i < params; ++i)
+            out.emplace_back(vexa_system_param(m_s, i));
+        return out;
+    }
+
+    // Returns (values failed, first point failed, code or None, message) or None.
+    py::object evalMany(const py::list& columns, std::size_t n, const py::array& out, bool strict, int threads)
+    {
+        Columns c(columns, n);
+        double* results = Writable(out, n * outputs());
+        const vexa_options options = {strict ? 1 : 0, threads};
+        vexa_report report = {0, 0};
+        vexa_error err{};
+        int status;
+        {
+            py::gil_scoped_release free;
+            status = vexa_system_eval_many(m_s, n, c.data.data(), c.strides.data(), results, &options, &report, &err);
+        }
+        return Summary(status, report, err);
+    }
+
+    py::object jacobianMany(const py::list& columns, std::size_t n, const py::array& values, const py::array& jac,
+                            int threads)
+    {
+        Columns c(columns, n);
+        double* v = Writable(values, n * outputs());
+        double* j = Writable(jac, n * outputs() * names().size());
+        const vexa_options options = {1, threads};
+        vexa_report report = {0, 0};
+        vexa_error err{};
+        int status;
+        {
+            py::gil_scoped_release free;
+            status =
+                vexa_system_jacobian_many(m_s, n, c.data.data(), c.strides.data(), v, j, &options, &report, &err);
+        }
+        return Summary(status, report, err);
+    }
+
+    py::tuple sparsity() const
+    {
+        const int count = vexa_system_sparsity(m_s, nullptr, nullptr, 0);
+        py::array_t<int> rows(count), cols(count);
+        vexa_system_sparsity(m_s, rows.mutable_data(), cols.mutable_data(), count);
+        return py::make_tuple(rows, cols);
+    }
+
+    std::size_t outputs() const
+    {
+        int m = 0;
+        vexa_system_size(m_s, &m, nullptr);
+        return static_cast<std::size_t>(m);
+    }
+
+private:
+    struct Columns {
+        Columns(const py::list& columns, std::size_t n)
+        {
+            held.resize(columns.size());
+            for (std::size_t k = 0; k < columns.size(); ++k) {
+                py::handle c = columns[k];
+                if (py::isinstance<py::array>(c)) {
+                    arrays.push_back(c.cast<Array>());
+                    if (arrays.back().ndim() != 1 || static_cast<std::size_t>(arrays.back().size()) != n)
+                        throw py::value_error("a column holds one value for each of the points");
+                    data.push_back(arrays.back().data());
+                    strides.push_back(1);
+                } else {
+                    held[k] = c.cast<double>();
+                    data.push_back(&held[k]);
+                    strides.push_back(0);
+                }
+            }
+        }
+        std::vector<Array> arrays;
+        std::vector<double> held;
+        std::vector<const double*> data;
+        std::vector<ptrdiff_t> strides;
+    };
+
+    static double* Writable(py::array out, std::size_t size)
+    {
+        if (!py::isinstance<py::array_t<double>>(out) || !(out.flags() & py::array::c_style) || !out.writeable() ||
+            static_cast<std::size_t>(out.size()) != size)
+            throw py::value_error("the output is a writable C-contiguous float64 array of the results' size");
+        return static_cast<double*>(out.mutable_data());
+    }
+
+    static py::object Summary(int status, const vexa_report& report, const vexa_error& err)
+    {
+        if (status == VEXA_OK)
+            return py::none();
+        if (status != VEXA_E_POINTS)
+            Raise(status, err);
+        const bool threw = report.thrown > 0 && err.code > -20000;  // statuses lie below
+        return py::make_tuple(report.failed, err.position, threw ? py::object(py::int_(err.code)) : py::object(py::none()),
+                              std::string(err.message));
+    }
+
+    vexa_system* m_s;
+};
+
+std::unique_ptr<SystemHandle> MakeSystem(const std::vector<std::string>& texts, const py::object& params)
+{
+    std::vector<std::string> own;
+    for (const std::string& t : texts)
+        own.push_back(NoNul(t, "a text"));
+    std::vector<const char*> ptrs;
+    for (const std::string& t : own)
+        ptrs.push_back(t.c_str());
+    const bool list = !params.is_none();
+    const std::string p = list ? NoNul(params.cast<std::string>(), "the parameter list") : std::string();
+    vexa_error err;
+    vexa_system* s = vexa_system_make(ptrs.data(), static_cast<int>(ptrs.size()), list ? p.c_str() : nullptr, &err);
+    if (!s) {
+        if (err.code < -20000 && err.code != VEXA_E_LIST)
+            Raise(err.code, err);
+        Throw(py::module_::import("vexa").attr("ParseError")(err.code, err.position, std::string(err.message),
+                                                             err.code == VEXA_E_LIST));
+    }
+    return std::unique_ptr<SystemHandle>(new SystemHandle(s));
+}
+
 }  // namespace
 
 PYBIND11_MODULE(_vexa, m)
@@ -466,6 +603,12 @@ PYBIND11_MODULE(_vexa, m)
         })
         .def("registered_calls", [](const Handle& h) { return h.text(vexa_registered_calls); });
     m.def("parse", &Parse);
+    py::class_<SystemHandle>(m, "SystemHandle")
+        .def_property_readonly("names", &SystemHandle::names)
+        .def("eval_many", &SystemHandle::evalMany)
+        .def("jacobian_many", &SystemHandle::jacobianMany)
+        .def("sparsity", &SystemHandle::sparsity);
+    m.def("make_system", &MakeSystem);
     m.def("register", [](const std::string& name, const Handle& h) {
         vexa_error err;
         Check(vexa_register(NoNul(name, "the name").c_str(), h.get(), &err), err);

@@ -30,10 +30,12 @@
 #include "vexa/calc/buidin_function.h"
 #include "vexa/calc/function_factory.h"
 #include "vexa/compiled/compiled_expression.h"
+#include "vexa/compiled/compiled_system.h"
 #include "vexa/parser/parse_limits.h"
 #include "vexa/parser/vexa_parser.h"
 #include "vexa/parser/parse_diagnosis.h"
 #include "vexa/parser/host_input.h"
+#include "vexa/parser/output_texts.h"
 #include "vexa/parser/evaluation_diagnosis.h"
 
 #endif

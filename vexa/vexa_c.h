@@ -210,6 +210,48 @@ VEXA_API int vexa_gradient_many(vexa_expr* e, size_t n, const double* const* col
                                 double* values, double* grads, const vexa_options* options, vexa_report* report,
                                 vexa_error* err);
 
+/* Systems: several texts over the same parameters as one model, every
+   output and the whole Jacobian in one call. Each text is parsed as
+   vexa_parse parses it with names; the system's parameters are the names of
+   the list, then every further name in order of first appearance across the
+   texts (names match without regard to case). Pieces the texts share are
+   computed once; every output is, bit for bit, what vexa_eval of its text
+   gives. A text that does not parse fails the whole call as vexa_parse
+   fails, the message naming the output; count below 1 or no texts is
+   VEXA_E_ARGUMENT. Threads as for vexa_eval_many_ex and vexa_gradient_many. */
+typedef struct vexa_system vexa_system;
+VEXA_API vexa_system* vexa_system_make(const char* const* texts, int count, const char* names, vexa_error* err);
+VEXA_API void vexa_system_free(vexa_system* s); /* NULL is fine */
+/* Either pointer may be NULL; VEXA_E_ARGUMENT for a NULL system. */
+VEXA_API int vexa_system_size(const vexa_system* s, int* outputs, int* params);
+VEXA_API const char* vexa_system_param(const vexa_system* s, int index); /* owned by s; NULL out of range */
+/* One point: outputs gets every output. Where some have no value they are
+   NaN and the status is the first one's, err->position its index and the
+   message naming it; the others are computed. */
+VEXA_API int vexa_system_eval(vexa_system* s, const double* params, double* outputs, vexa_error* err);
+/* The exact Jacobian, jacobian[i * params + k] = d output i / d parameter k,
+   and the outputs (outputs may be NULL). Always strict; a failed output's
+   row is NaN, told as in vexa_system_eval. */
+VEXA_API int vexa_system_jacobian(vexa_system* s, const double* params, double* outputs, double* jacobian,
+                                  vexa_error* err);
+/* The Jacobian's entries that can be other than zero, row by row: rows[j]
+   the output, cols[j] the parameter, for the first capacity of them.
+   Returns their count (call with capacity 0 to size the arrays), or
+   VEXA_E_ARGUMENT for a NULL system or arrays missing. */
+VEXA_API int vexa_system_sparsity(const vexa_system* s, int* rows, int* cols, int capacity);
+/* Many points, columns and strides as in vexa_eval_many_ex (one column per
+   system parameter): point j's outputs at outputs + j * outputs_count, its
+   Jacobian at jacobians + j * outputs_count * params (outputs may be NULL
+   there). An output without a value makes the call return VEXA_E_POINTS,
+   err->position the point, the message naming the output; report counts
+   values, not points. */
+VEXA_API int vexa_system_eval_many(vexa_system* s, size_t n, const double* const* columns, const ptrdiff_t* strides,
+                                   double* outputs, const vexa_options* options, vexa_report* report,
+                                   vexa_error* err);
+VEXA_API int vexa_system_jacobian_many(vexa_system* s, size_t n, const double* const* columns,
+                                       const ptrdiff_t* strides, double* outputs, double* jacobians,
+                                       const vexa_options* options, vexa_report* report, vexa_error* err);
+
 /* The library's derivative calculator with respect to parameter index: a
    new expression of the same parameters (symbolic where a rule exists, a
    central difference through the first argument otherwise). Free it with

@@ -35,7 +35,7 @@ import numpy as np
 from . import _vexa
 from ._version import __version__
 
-__all__ = ["Expression", "register", "unregister", "registered", "functions", "Function",
+__all__ = ["Expression", "System", "register", "unregister", "registered", "functions", "Function",
            "VexaError", "ParseError", "EvaluationError", "EvaluationWarning", "TextWarning", "__version__"]
 
 
@@ -578,6 +578,109 @@ class Expression:
         _check_picklable(self._calls)
         fields = (self._text, self._params, self._chain, self._calls, self.strict, self.threads)
         return _rebuild, fields + ((self.shapes,) if self._shapes else ())
+
+
+class System:
+    """Several texts over the same parameters as one compiled model: every
+    output, and the Jacobian of all outputs, in one call. Pieces the texts
+    share are computed once; each output is, bit for bit, what an Expression
+    of its text gives (with strict=False, the language's own rules).
+
+    params: the host's names (as Expression takes them); the system's
+    parameters are these, then every further name in order of first
+    appearance across the texts. Values go in as Expression takes them, by
+    position or by name, numbers or arrays that broadcast.
+
+        >>> import vexa
+        >>> s = vexa.System(["SIN(W*TIME)", "K*X + SIN(W*TIME)"], "TIME")
+        >>> s.params
+        ['TIME', 'W', 'K', 'X']
+        >>> s(0.0, 2.0, 3.0, 1.5)
+        array([0. , 4.5])
+        >>> s.jacobian(0.0, 2.0, 3.0, 1.5)[1]
+        array([2. , 0. , 1.5, 3. ])
+        >>> s.sparsity()
+        (array([0, 0, 1, 1, 1, 1], dtype=int32), array([0, 1, 0, 1, 2, 3], dtype=int32))
+
+    Registered functions the texts call must be registered wherever a
+    pickled System is rebuilt.
+    """
+
+    __slots__ = ("_handle", "_names", "_texts", "_params", "_strict", "_threads")
+
+    def __init__(self, texts, params=None, threads=1, strict=False):
+        """Parses every text (raises ParseError naming the output that does not)."""
+        if isinstance(texts, str):
+            raise TypeError("texts is a list of str, one per output")
+        texts = tuple(texts)
+        if not texts or not all(isinstance(t, str) for t in texts):
+            raise TypeError("texts is a non-empty list of str, one per output")
+        self._strict = _strict_flag(strict)
+        self._threads = _thread_count(threads)
+        self._params, _ = _param_list(params)
+        self._texts = texts
+        self._handle = _vexa.make_system(list(texts), self._params)
+        self._names = self._handle.names
+
+    @property
+    def params(self):
+        """The parameters in their final order."""
+        return list(self._names)
+
+    @property
+    def outputs(self):
+        """The texts, one per output."""
+        return list(self._texts)
+
+    # Values bind to parameters as an Expression's do.
+    _index = Expression._index
+    _bind = Expression._bind
+    _arrays = Expression._arrays
+
+    def _points(self, args, kwargs):
+        shape, columns = _columns(self._arrays(args, kwargs))
+        return shape, columns, int(np.prod(shape, dtype=np.int64))
+
+    def _threads_now(self):
+        return self._threads or (os.cpu_count() or 1)
+
+    def __call__(self, *args, strict=None, **kwargs):
+        """The outputs: shape broadcast_shape + (number of outputs,), NaN
+        where an output has no value, with one EvaluationWarning for them all."""
+        strict = self._strict if strict is None else _strict_flag(strict)
+        shape, columns, n = self._points(args, kwargs)
+        result = np.empty(shape + (len(self._texts),))
+        summary = self._handle.eval_many(columns, n, result.reshape(-1), strict, self._threads_now())
+        self._warn(summary, n)
+        return result
+
+    def jacobian(self, *args, **kwargs):
+        """The exact Jacobian: shape broadcast_shape + (outputs, params), a
+        failed output's row NaN (always strict, as Expression.gradient)."""
+        shape, columns, n = self._points(args, kwargs)
+        values = np.empty(n * len(self._texts))
+        result = np.empty(shape + (len(self._texts), len(self._names)))
+        summary = self._handle.jacobian_many(columns, n, values, result.reshape(-1), self._threads_now())
+        self._warn(summary, n)
+        return result
+
+    def sparsity(self):
+        """The entries of the Jacobian that can be other than zero: (rows,
+        cols) int arrays, output and parameter, row by row."""
+        return self._handle.sparsity()
+
+    def _warn(self, summary, n):
+        if summary is not None:
+            failed, point, code, reason = summary
+            warnings.warn(EvaluationWarning(failed, n * len(self._texts), point, code, reason), stacklevel=3)
+
+    def __repr__(self):
+        """The call that rebuilds the system."""
+        return f"vexa.System({list(self._texts)!r}, params={self._params!r})"
+
+    def __reduce__(self):
+        """The texts, the parameter list and the settings."""
+        return System, (self._texts, self._params, self._threads, self._strict)
 
 
 def _check_picklable(calls):

@@ -5,8 +5,6 @@
 #include <exception>
 #include <limits>
 #include <stdexcept>
-#include <system_error>
-#include <thread>
 #include <typeinfo>
 
 #include "vexa/calc/call_errors.h"
@@ -15,6 +13,7 @@
 #include "vexa/compiled/form.h"
 #include "vexa/compiled/machine_gradient.h"
 #include "vexa/compiled/point_bounds.h"
+#include "vexa/compiled/point_split.h"
 #include "vexa/compiled/run/point_run.h"
 #include "vexa/compiled/snapshot.h"
 #include "vexa/core/data_access.h"
@@ -328,62 +327,15 @@ void GradientRange(Space& s, std::size_t begin, std::size_t end, const Column* c
     }
 }
 
-// Splits the points into one run of whole blocks per thread, each with a
-// workspace of its own, and joins the reports in the order of the points.
+// One run of whole blocks per thread, each with a workspace of its own.
 template <typename Work>
 Report Split(const Form& f, std::size_t n, const Options& options, Work work)
 {
-    std::size_t threads = options.threads > 0 ? static_cast<std::size_t>(options.threads)
-                                              : std::max(1u, std::thread::hardware_concurrency());
-    const std::size_t block = static_cast<std::size_t>(f.block);
-    // Counts near SIZE_MAX are refused before this; still, nothing here may
-    // wrap: thread t starts at block t * (blocks / threads) + min(t, blocks % threads).
-    const std::size_t blocks = n / block + (n % block != 0);
-    threads = std::max<std::size_t>(1, std::min(threads, blocks));
-    const std::size_t each = blocks / threads, extra = blocks % threads;
-    std::vector<std::size_t> bounds(threads + 1);
-    for (std::size_t t = 0; t <= threads; ++t)
-        bounds[t] = std::min(n, (each * t + std::min(t, extra)) * block);
-    std::vector<Report> parts(threads);
-    std::vector<std::exception_ptr> errors(threads);
-    auto run = [&](std::size_t t) {
-        try {
-            Space s(f);
-            work(s, bounds[t], bounds[t + 1], parts[t]);
-        } catch (...) {
-            errors[t] = std::current_exception();
-        }
-    };
-    std::vector<std::thread> pool;
-    std::vector<std::size_t> here;
-    for (std::size_t t = 1; t < threads; ++t) {
-        try {
-            pool.emplace_back(run, t);
-        } catch (const std::system_error&) {
-            // No thread to be had: this one does that share too.
-            here.push_back(t);
-        }
-    }
-    run(0);
-    for (std::size_t t : here)
-        run(t);
-    for (std::thread& th : pool)
-        th.join();
-    for (const std::exception_ptr& e : errors) {
-        if (e)
-            std::rethrow_exception(e);
-    }
-    Report report = std::move(parts[0]);
-    for (std::size_t t = 1; t < threads; ++t) {
-        report.failed += parts[t].failed;
-        for (int k = 0; k < kFailureKinds; ++k)
-            report.by_kind[k] += parts[t].by_kind[k];
-        for (const PointFailure& p : parts[t].first) {
-            if (report.first.size() < options.max_reported)
-                report.first.push_back(p);
-        }
-    }
-    return report;
+    return SplitPoints(n, static_cast<std::size_t>(f.block), options,
+                       [&](std::size_t begin, std::size_t end, Report& report) {
+                           Space s(f);
+                           work(s, begin, end, report);
+                       });
 }
 
 }  // namespace

@@ -12,6 +12,7 @@ class ICalculator;
 
 namespace vexa_compiled {
 struct Form;
+struct FormAccess;
 struct Space;
 }
 
@@ -181,6 +182,7 @@ public:
 
 private:
     friend class Workspace;
+    friend struct vexa_compiled::FormAccess;
     explicit CompiledExpression(vexa_compiled::Form* form);
     vexa_compiled::Form* m_form;
 };

@@ -136,18 +136,34 @@ public:
             return u;
         }
         u->program = Compile(ExpressionAccess::Root(e), &e);
-        if (u->program && !Describe(*u)) {
-            u->program.reset();
-            return u;
-        }
-        if (u->program) {
-            for (ICalculator* c : u->program->calls())
-                u->callees.push_back(CalleeOf(c));
-        }
+        Complete(*u);
         return u;
     }
 
+    // The first unit, for a program made elsewhere.
+    void Top(std::unique_ptr<Program> program)
+    {
+        std::unique_ptr<Unit> made(new Unit());
+        Unit* u = made.get();
+        u->id = static_cast<int>(m_form.units.size());
+        m_form.units.push_back(std::move(made));
+        u->program = std::move(program);
+        Complete(*u);
+    }
+
 private:
+    void Complete(Unit& u)
+    {
+        if (u.program && !Describe(u)) {
+            u.program.reset();
+            return;
+        }
+        if (u.program) {
+            for (ICalculator* c : u.program->calls())
+                u.callees.push_back(CalleeOf(c));
+        }
+    }
+
     Callee CalleeOf(ICalculator* c)
     {
         Callee callee;
@@ -180,6 +196,18 @@ int ReadCount(Expression& e)
     return count;
 }
 
+void SizeBlocks(Form& form)
+{
+    // A derivative tree can compile into tens of thousands of registers.
+    const std::size_t kMostBlockBytes = 1u << 20;
+    std::size_t registers = 0;
+    for (const auto& u : form.units)
+        registers += u->program ? u->program->initialRegisters().size() : 0;
+    const std::size_t fits = kMostBlockBytes / sizeof(double) / std::max<std::size_t>(registers, 1);
+    form.block = static_cast<int>(std::max<std::size_t>(kLaneGroup, std::min<std::size_t>(kBlock, fits)) /
+                                  kLaneGroup * kLaneGroup);
+}
+
 }  // namespace
 
 Form::~Form()
@@ -203,14 +231,21 @@ std::unique_ptr<Form> MakeForm(Expression& e, int params, std::string& why)
         return nullptr;
     }
     form->params = params >= 0 ? params : ReadCount(*form->snapshot);
-    // A derivative tree can compile into tens of thousands of registers.
-    const std::size_t kMostBlockBytes = 1u << 20;
-    std::size_t registers = 0;
-    for (const auto& u : form->units)
-        registers += u->program ? u->program->initialRegisters().size() : 0;
-    const std::size_t fits = kMostBlockBytes / sizeof(double) / std::max<std::size_t>(registers, 1);
-    form->block = static_cast<int>(std::max<std::size_t>(kLaneGroup, std::min<std::size_t>(kBlock, fits)) /
-                                   kLaneGroup * kLaneGroup);
+    SizeBlocks(*form);
+    return form;
+}
+
+std::unique_ptr<Form> MakeFormOf(std::unique_ptr<Program> program, int params, std::string& why)
+{
+    std::unique_ptr<Form> form(new Form());
+    Builder builder(*form);
+    builder.Top(std::move(program));
+    if (builder.noRoom()) {
+        why = "the thread's stack has no room left to compile it";
+        return nullptr;
+    }
+    form->params = params;
+    SizeBlocks(*form);
     return form;
 }
 

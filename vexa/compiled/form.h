@@ -84,7 +84,7 @@ struct Unit {
 };
 
 struct Form {
-    Expression* snapshot = nullptr;  // the private copy; owns what the units run
+    Expression* snapshot = nullptr;  // the private copy; owns what the units run (or null, see MakeFormOf)
     int params = 0;
     // Points per block: fewer than kBlock where the programs have so many
     // registers that a workspace would grow too large.
@@ -113,6 +113,10 @@ private:
 // Builds the form of e (a private copy is taken first); null with the
 // reason in why where the copy cannot be made.
 std::unique_ptr<Form> MakeForm(Expression& e, int params, std::string& why);
+
+// A form without a snapshot around a program made elsewhere (its calls'
+// calculators must outlive the form), for count parameters.
+std::unique_ptr<Form> MakeFormOf(std::unique_ptr<Program> program, int params, std::string& why);
 
 // The registers and tables of one unit for one thread.
 struct UnitSpace {

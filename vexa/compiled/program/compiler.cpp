@@ -97,6 +97,7 @@ public:
     explicit Compiler(ICalculator* owner) : m_owner(owner) {}
 
     std::unique_ptr<Program> Build(INode* root);
+    std::unique_ptr<Program> BuildAll(const std::vector<ProgramRoot>& roots);
 
 private:
     enum class Kind : std::uint8_t { kConst, kParam, kInstr };
@@ -127,9 +128,12 @@ private:
     std::uint32_t Emit(Op op, const std::uint32_t* operands, int count, std::uint32_t aux, bool merge);
     std::uint32_t Stop();
     bool AllConstant(const std::uint32_t* args, int count) const;
-    std::unique_ptr<Program> Generate(std::uint32_t root);
+    std::unique_ptr<Program> Generate(const std::vector<std::uint32_t>& roots);
 
     ICalculator* m_owner;
+    // Where the current tree's parameter indices lie among the program's
+    // (null: where they are).
+    const std::vector<int>* m_reads = nullptr;
     std::vector<Value> m_values;
     std::vector<Pending> m_pending;
     std::vector<std::uint32_t> m_operands;
@@ -150,6 +154,12 @@ std::unique_ptr<Program> Compile(INode* root, ICalculator* owner)
     return compiler.Build(root);
 }
 
+std::unique_ptr<Program> CompileAll(const std::vector<ProgramRoot>& roots)
+{
+    Compiler compiler(nullptr);
+    return compiler.BuildAll(roots);
+}
+
 std::unique_ptr<Program> Compiler::Build(INode* root)
 {
     std::vector<std::uint32_t> values;
@@ -161,7 +171,24 @@ std::unique_ptr<Program> Compiler::Build(INode* root)
     // the tree makes every run hand over.
     if (m_stops)
         return nullptr;
-    return Generate(values.back());
+    return Generate({values.back()});
+}
+
+std::unique_ptr<Program> Compiler::BuildAll(const std::vector<ProgramRoot>& roots)
+{
+    std::vector<std::uint32_t> results;
+    for (const ProgramRoot& r : roots) {
+        m_owner = r.owner;
+        m_reads = &r.reads;
+        std::vector<std::uint32_t> values;
+        if (!r.root || !PostOrder(r.root, values, [this](INode* node, const std::uint32_t* args, int count,
+                                                         std::uint32_t& out) { return Finish(node, args, count, out); }))
+            return nullptr;
+        results.push_back(values.back());
+    }
+    if (m_stops || results.empty())
+        return nullptr;
+    return Generate(results);
 }
 
 bool Compiler::Finish(INode* node, const std::uint32_t* args, int count, std::uint32_t& out)
@@ -178,7 +205,13 @@ bool Compiler::Finish(INode* node, const std::uint32_t* args, int count, std::ui
         VariableParam* leaf = static_cast<VariableParam*>(node);
         if (leaf->m_calculator != m_owner || leaf->m_index < 0)
             return false;
-        out = Param(leaf->m_index);
+        if (!m_reads) {
+            out = Param(leaf->m_index);
+            return true;
+        }
+        if (static_cast<std::size_t>(leaf->m_index) >= m_reads->size())
+            return false;
+        out = Param((*m_reads)[static_cast<std::size_t>(leaf->m_index)]);
         return true;
     }
     if (type == typeid(OperaterNode))
@@ -411,15 +444,17 @@ bool Compiler::AllConstant(const std::uint32_t* args, int count) const
     return true;
 }
 
-std::unique_ptr<Program> Compiler::Generate(std::uint32_t root)
+std::unique_ptr<Program> Compiler::Generate(const std::vector<std::uint32_t>& roots)
 {
     // Instructions whose value nobody reads and that can neither stop a run
     // nor reach the host are left out (the arguments of a placeholder, say).
     std::vector<std::int64_t> producer(m_values.size(), -1);
     for (std::size_t i = 0; i < m_pending.size(); ++i)
         producer[m_pending[i].value] = static_cast<std::int64_t>(i);
-    if (producer[root] >= 0)
-        m_pending[static_cast<std::size_t>(producer[root])].live = true;
+    for (const std::uint32_t root : roots) {
+        if (producer[root] >= 0)
+            m_pending[static_cast<std::size_t>(producer[root])].live = true;
+    }
     for (std::size_t i = m_pending.size(); i-- > 0;) {
         Pending& p = m_pending[i];
         if (HasEffect(p.op))
@@ -435,7 +470,8 @@ std::unique_ptr<Program> Compiler::Generate(std::uint32_t root)
 
     std::unique_ptr<Program> program(new Program());
     std::vector<bool> used(m_values.size(), false);
-    used[root] = true;
+    for (const std::uint32_t root : roots)
+        used[root] = true;
     // Every parameter the tree reads is loaded, read or not: the tree fails
     // on a missing or non-scalar one even where only a placeholder sees it,
     // and a run starts only when all of them are scalars.
@@ -486,7 +522,9 @@ std::unique_ptr<Program> Compiler::Generate(std::uint32_t root)
         program->m_code.push_back(in);
     }
     program->m_code.push_back({kReturn, 0, 0, 0, 0});
-    program->m_result = m_values[root].reg;
+    for (const std::uint32_t root : roots)
+        program->m_results.push_back(m_values[root].reg);
+    program->m_result = program->m_results.front();
     program->m_chains = std::move(m_chains);
     program->m_calls = std::move(m_calls);
     program->m_call_arity = m_call_arity;

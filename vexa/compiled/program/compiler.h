@@ -2,6 +2,7 @@
 #define VEXA_COMPILED_COMPILER_H
 
 #include <memory>
+#include <vector>
 
 #include "vexa/compiled/program/program.h"
 
@@ -33,6 +34,22 @@ namespace vexa_compiled {
 //   for x = -0 and for infinities.
 // - Nothing is reassociated or fused.
 std::unique_ptr<Program> Compile(INode* root, ICalculator* owner);
+
+// A tree among several compiled into one program: its variable leaves read
+// owner's parameters, parameter k being the program's reads[k].
+struct ProgramRoot {
+    INode* root;
+    ICalculator* owner;
+    std::vector<int> reads;
+};
+
+// One program computing every tree, in order, each into a register of its
+// own (Program::resultRegisters): equal subtrees are computed once across
+// all of them, constants folded as Compile folds them, so every result has
+// the bits Compile's program gives it. Null where any tree would be (each is
+// checked with Compile first by whoever wants the rest without it), or where
+// a leaf reads beyond its reads.
+std::unique_ptr<Program> CompileAll(const std::vector<ProgramRoot>& roots);
 
 }  // namespace vexa_compiled
 

@@ -70,6 +70,8 @@ public:
     // (parameter index, register) pairs to load before a run.
     const std::vector<std::pair<int, std::uint32_t> >& paramLoads() const { return m_loads; }
     std::uint32_t resultRegister() const { return m_result; }
+    // Every tree's result of a program made from several (one for one tree).
+    const std::vector<std::uint32_t>& resultRegisters() const { return m_results; }
     // Largest argument count of a call of another calculator, 0 if none.
     int callArity() const { return m_call_arity; }
     std::size_t size() const { return m_code.size(); }
@@ -97,6 +99,7 @@ private:
     std::vector<DiffChain> m_chains;
     std::vector<ICalculator*> m_calls;
     std::uint32_t m_result = 0;
+    std::vector<std::uint32_t> m_results;
     int m_needed_params = 0;
     int m_call_arity = 0;
 };

@@ -429,7 +429,7 @@ void Prepare(const Unit& u, UnitSpace& us, int block)
 
 }  // namespace
 
-bool RunBlock(const Unit& u, Space& s, const double* const* args, int lanes, double* out, std::uint8_t* stop)
+void RunBlockSteps(const Unit& u, Space& s, const double* const* args, int lanes, std::uint8_t* stop)
 {
     const Program& p = *u.program;
     UnitSpace& us = s.of(u);
@@ -440,7 +440,12 @@ bool RunBlock(const Unit& u, Space& s, const double* const* args, int lanes, dou
     // The last instruction is the return.
     for (std::size_t i = 0; i + 1 < code.size(); ++i)
         Instruction(u, s, code[i], lanes, stop);
-    const double* result = us.at[p.resultRegister()];
+}
+
+bool RunBlock(const Unit& u, Space& s, const double* const* args, int lanes, double* out, std::uint8_t* stop)
+{
+    RunBlockSteps(u, s, args, lanes, stop);
+    const double* result = s.of(u).at[u.program->resultRegister()];
     std::copy(result, result + lanes, out);
     // Eight lanes at a time: stops are rare, and the caller cleared the
     // lanes of the last group beyond lanes.

@@ -16,6 +16,10 @@ namespace vexa_compiled {
 // one point. Answers whether any lane stopped.
 bool RunBlock(const Unit& u, Space& s, const double* const* args, int lanes, double* out, std::uint8_t* stop);
 
+// RunBlock without the copy, for callers that read several results: register
+// r's lanes are then at s.of(u).at[r].
+void RunBlockSteps(const Unit& u, Space& s, const double* const* args, int lanes, std::uint8_t* stop);
+
 }  // namespace vexa_compiled
 
 #endif

@@ -193,12 +193,12 @@ StopReason RunStep(const Unit& u, Space& s, const Unit::Step& step, double* r, d
     return Step(u, s, step, r, tape && step.active ? tape + step.first : nullptr);
 }
 
-StopReason RunPoint(const Unit& u, Space& s, const double* args, int count, double& value, double* partials)
+namespace {
+
+VEXA_FORCE_INLINE StopReason Steps(const Unit& u, Space& s, UnitSpace& us, const double* args, bool partials)
 {
-    const Program& p = *u.program;
-    UnitSpace& us = PreparedSpace(u, s);
     double* r = us.regs.data();
-    for (const auto& load : p.paramLoads())
+    for (const auto& load : u.program->paramLoads())
         r[load.second] = args[load.first];
     double* tape = partials ? us.tape.data() : nullptr;
     for (const Unit::Step& step : u.steps) {
@@ -207,7 +207,26 @@ StopReason RunPoint(const Unit& u, Space& s, const double* args, int count, doub
         if (why != kGoes)
             return why;
     }
+    return kGoes;
+}
+
+}  // namespace
+
+StopReason RunSteps(const Unit& u, Space& s, const double* args, bool partials)
+{
+    return Steps(u, s, PreparedSpace(u, s), args, partials);
+}
+
+StopReason RunPoint(const Unit& u, Space& s, const double* args, int count, double& value, double* partials)
+{
+    const Program& p = *u.program;
+    UnitSpace& us = PreparedSpace(u, s);
+    const StopReason why = Steps(u, s, us, args, partials != nullptr);
+    if (why != kGoes)
+        return why;
+    double* r = us.regs.data();
     value = r[p.resultRegister()];
+    double* tape = us.tape.data();
     if (!partials)
         return kGoes;
 

@@ -12,6 +12,10 @@ namespace vexa_compiled {
 // answer is kGoes, or the first reason the point could not finish.
 StopReason RunPoint(const Unit& u, Space& s, const double* args, int count, double& value, double* partials);
 
+// The instructions of RunPoint alone, for callers that read several results:
+// the registers (and, with partials, the tape) are left in s.of(u).
+StopReason RunSteps(const Unit& u, Space& s, const double* args, bool partials);
+
 // u's registers, tape and adjoints in s, made on first use (all or none).
 void PrepareSpace(const Unit& u, UnitSpace& us);
 inline UnitSpace& PreparedSpace(const Unit& u, Space& s)
