@@ -38,8 +38,8 @@ constexpr std::size_t kOnePoints = 1024;
 // More parameters than the sets' expressions have, for the gradient, whose
 // cost must not grow with their number.
 const BenchCase kWide[] = {
-    {"wide", L"a*SIN(b)+c*d", "", 4, "a,b,c,d", {0.5, 0.5, 0.5, 0.5}, {1.5, 1.5, 1.5, 1.5}, nullptr},
-    {"wide", L"a*SIN(b)+STEP(c,0,0,1,d)*e-f/(1+g*g)+h^2", "", 8, "a,b,c,d,e,f,g,h",
+    {"wide", L"a*SIN(b)+c*d", "", "", 4, "a,b,c,d", {0.5, 0.5, 0.5, 0.5}, {1.5, 1.5, 1.5, 1.5}, nullptr},
+    {"wide", L"a*SIN(b)+STEP(c,0,0,1,d)*e-f/(1+g*g)+h^2", "", "", 8, "a,b,c,d,e,f,g,h",
      {0.5, 0.5, 0.5, 0.5, 0.5, 0.5, 0.5, 0.5}, {1.5, 1.5, 1.5, 1.5, 1.5, 1.5, 1.5, 1.5}, nullptr},
 };
 
