@@ -138,6 +138,54 @@ TEST(ExactDerivative, MatchesReferencesOnEveryRowOfTheTable)
     }
 }
 
+VEXA_Data Value(int rows, int cols, std::vector<double> v)
+{
+    VEXA_Data d(rows, cols);
+    std::copy(v.begin(), v.end(), d.getValue());
+    return d;
+}
+
+TEST(ExactDerivative, ShapedValuesAndParametersGiveHandWrittenJacobians)
+{
+    const VEXA_Data k(2.0), V = Value(1, 3, {1, 2, 3}), F = Value(1, 3, {4, 5, 6});
+    const VEXA_Data M = Value(3, 3, {1, 2, 3, 4, 5, 6, 7, 8, 10});
+    const VEXA_Data null;
+    struct Case {
+        const wchar_t* text;
+        const wchar_t* names;
+        std::vector<VEXA_Data> point;
+        int by;
+        VEXA_Data expected;  // null: no partial of these shapes
+    } cases[] = {
+        {L"k*V", L"k,V", {k, V}, 0, V},
+        {L"k*V", L"k,V", {k, V}, 1, Value(3, 3, {2, 0, 0, 0, 2, 0, 0, 0, 2})},
+        {L"R%F", L"R,F", {V, F}, 0, Value(3, 3, {0, 6, -5, -6, 0, 4, 5, -4, 0})},  // d (R x F)_i / d R_j
+        {L"R%F", L"R,F", {V, F}, 1, Value(3, 3, {0, -3, 2, 3, 0, -1, -2, 1, 0})},
+        {L"u*M", L"u,M", {V, M}, 0, Value(3, 3, {1, 4, 7, 2, 5, 8, 3, 6, 10})},  // the transpose of M
+        {L"k*M*M", L"k,M", {k, M}, 0, Value(3, 3, {30, 36, 45, 66, 81, 102, 109, 134, 169})},
+        {L"k*k*M", L"k,M", {k, M}, 0, Value(3, 3, {4, 8, 12, 16, 20, 24, 28, 32, 40})},
+        {L"M*M+M", L"M", {M}, 0, null},
+    };
+    for (const Case& c : cases) {
+        const std::wstring w = c.text;
+        const std::string text(w.begin(), w.end());
+        Calc calc = Parse(text, c.names);
+        ASSERT_TRUE(calc) << text;
+        Calc d(vexa::ExactDerivative(calc.get(), c.by));
+        ASSERT_TRUE(d) << text;
+        std::vector<VEXA_Data> point = c.point;
+        VEXA_Data out;
+        const bool ok = d->Evaluate(static_cast<int>(point.size()), point.data(), out);
+        EXPECT_EQ(ok, c.expected.getType() != DT_NULL) << text << " by " << c.by;
+        if (ok) {
+            EXPECT_TRUE(out == c.expected) << text << " by " << c.by;
+        }
+        // No second order of a shaped value.
+        Calc d2(d->getDerivativeCalculator(0));
+        EXPECT_FALSE(d2 && d2->Evaluate(static_cast<int>(point.size()), point.data(), out)) << text;
+    }
+}
+
 TEST(ExactDerivative, RefusesIndicesOutOfRangeWithAReason)
 {
     Calc calc = Parse("x*y", L"x,y");

@@ -39,14 +39,21 @@ void FourierPartials(Op op, const double* v, int n, double* g);
 #define VEXA_OPERATOR_MATH(Name, scalar, value)                                  \
     template <>                                                                   \
     struct Math<k##Name> {                                                        \
-        static double Value(const double* v, int) { return scalar; }              \
+        template <typename T>                                                     \
+        static T Value(const T* v, int)                                           \
+        {                                                                         \
+            using vexa_core::Sum; using vexa_core::Difference;                    \
+            using vexa_core::Product; using vexa_core::Quotient;                  \
+            using vexa_math::Pow;                                                 \
+            return scalar;                                                        \
+        }                                                                         \
         static VEXA_Data Fold(const VEXA_Data& a, const VEXA_Data& b) { return value; } \
     };
-VEXA_OPERATOR_MATH(Add, vexa_core::Sum(v[1], v[0]), a + b)
-VEXA_OPERATOR_MATH(Sub, vexa_core::Difference(v[0], v[1]), a - b)
-VEXA_OPERATOR_MATH(Mul, vexa_core::Product(v[0], v[1]), a * b)
-VEXA_OPERATOR_MATH(Div, vexa_core::Quotient(v[0], v[1]), a / b)
-VEXA_OPERATOR_MATH(Pow, vexa_math::Pow(v[0], v[1]), a ^ b)
+VEXA_OPERATOR_MATH(Add, Sum(v[1], v[0]), a + b)
+VEXA_OPERATOR_MATH(Sub, Difference(v[0], v[1]), a - b)
+VEXA_OPERATOR_MATH(Mul, Product(v[0], v[1]), a * b)
+VEXA_OPERATOR_MATH(Div, Quotient(v[0], v[1]), a / b)
+VEXA_OPERATOR_MATH(Pow, Pow(v[0], v[1]), a ^ b)
 #undef VEXA_OPERATOR_MATH
 
 // The slope of |x|, as SIGN(1, x) gives it: -1 at 0.

@@ -196,7 +196,10 @@ private:
     explicit CompiledExpression(vexa_compiled::Form* form);
     // The partial d^order value / d params[at[0]] ... d params[at[order - 1]]
     // into *partial (NaN where the outcome fails): first order from the
-    // gradient, higher orders by forward mode.
+    // gradient, higher orders by forward mode. The caller (the exact
+    // derivative calculator, which checks them once) passes an order from 1
+    // to the highest, indices below paramCount() and a workspace of this
+    // form. The outcome's value is the partial above the first order.
     Outcome PartialAt(const double* params, const int* at, int order, double* partial, Workspace& ws) const;
     vexa_compiled::Form* m_form;
 };

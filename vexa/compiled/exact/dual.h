@@ -82,14 +82,14 @@ struct Dual {
 
     // x^y: through the base unless the exponent varies, as the reverse sweep
     // forms it (the logarithm of a negative base is never taken for a
-    // constant exponent).
+    // constant exponent, nor that of a zero base).
     friend Dual Pow(const Dual& x, const Dual& y)
     {
         using std::log;
         using vexa_math::Pow;
         const T p = Pow(x.v, y.v);
         T d = Chain(x.d, [&] { return y.v * Pow(x.v, y.v - T(1.0)); });
-        if (!IsZero(y.d))
+        if (!IsZero(y.d) && Scalar(p) != 0.0)
             d = d + p * log(x.v) * y.d;
         return Dual(p, d);
     }

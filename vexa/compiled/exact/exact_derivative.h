@@ -42,11 +42,20 @@ class Workspace;
 // Expression, or one whose copy would not be faithful: see
 // CompiledExpression::Make). The caller owns one reference (Release).
 //
-// Evaluate gives false (a null value) where calc has no number there, where
+// Parameters and values may be vectors and matrices at the first order: with
+// f the value and p the parameter at the point, the partial has f's shape
+// where p is a number (k*V by k is V), p's shape where f is a number, and
+// where both are rows 1 x n and 1 x m, the n x m Jacobian, row i the element
+// i of f, column j the element j of p (R%F by R is the matrix of the cross
+// product with F). Any other pair of shapes (M*M+M by M), a shaped value at
+// a higher order, and an expression whose shapes only its tree can follow
+// (a registered function called with a vector) give null.
+//
+// Evaluate gives false (a null value) where calc has no value there, where
 // a built-in refuses its arguments on the way (strict, as the gradient), for
-// a value that is a vector or a matrix, and where the expression runs only
-// as a tree at that point; it throws what calc's program would throw there
-// (-10001 for a division by zero). The calculator reads only its private
+// the shapes above, and where the expression runs only as a tree at that
+// point; it throws what calc's program would throw there (-10001 for a
+// division by zero). The calculator reads only its private
 // compiled copy of calc, never calc itself. It is an Expression without a
 // tree, so a host can register it as a function; like any calculator, one
 // thread at a time evaluates it.
@@ -76,8 +85,18 @@ private:
 
     std::shared_ptr<const Shared> m_shared;
     std::vector<int> m_at;
+    // The first partial where a value or a parameter is a vector or a matrix.
+    bool CalculateShaped(VEXA_Data& result);
+    // The partial at m_point, all numbers.
+    bool CalculateAtPoint(VEXA_Data& result);
+    // Evaluate in one step where every value is a number and the held
+    // parameters are numbers already (ICalculator's fast path).
+    static bool FastEvaluate(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result);
+
     std::unique_ptr<Workspace> m_workspace;  // made on first evaluation
     std::vector<double> m_point;
+    struct ShapedCache;
+    std::unique_ptr<ShapedCache> m_shaped;  // the program of the last shapes seen
 };
 
 }  // namespace vexa

@@ -115,9 +115,12 @@ StopReason ForwardStep(const Unit& u, ForwardSpace<T>& s, const Unit::Step& step
     } else if constexpr (!IsBuiltin(op)) {
         return kRefusal;
     } else {
-        T a[kMostArguments];
+        // A fixed count is a constant here: no more arguments are made
+        // than the built-in takes.
+        constexpr bool kFixed = kRows[op].fewest == kRows[op].most;
+        T a[kFixed ? kRows[op].most : kMostArguments];
         const int n = static_cast<int>(step.count);
-        if (n > kMostArguments)
+        if (n > (kFixed ? kRows[op].most : kMostArguments))
             return kRefusal;
         for (int k = 0; k < n; ++k)
             a[k] = r[o[k]];
@@ -155,7 +158,8 @@ StopReason PartialOfOrder(const Form& form, ForwardSpace<typename Nested<order>:
                           int count, const int* at, double& out)
 {
     typedef typename Nested<order>::Type T;
-    std::vector<T> args(static_cast<std::size_t>(count));
+    std::vector<T>& args = space.args;
+    args.resize(static_cast<std::size_t>(count));
     for (int j = 0; j < count; ++j)
         args[static_cast<std::size_t>(j)] = Seed<T>::Of(x[j], j, at);
     T value;

@@ -29,6 +29,7 @@ struct Nested<0> {
 template <typename T>
 struct ForwardSpace {
     std::vector<std::vector<T> > regs;  // by unit id, made on first use
+    std::vector<T> args;                // the seeded point
 };
 
 // Register files for every order, made on first use. Their constants

@@ -95,6 +95,11 @@ public:
     // Runs the instructions over slots r whose parameter slots are loaded.
     RunResult Run(double* r) const;
 
+    // The instruction stream and the slots of list arguments, for other ways
+    // of running it (with derivatives).
+    const std::vector<ShapedInstr>& code() const { return m_code; }
+    const std::vector<std::uint32_t>& argSlots() const { return m_arg_slots; }
+
 private:
     friend class ShapedCompiler;
 
