@@ -7,6 +7,7 @@ file(GLOB VEXA_SOURCES CONFIGURE_DEPENDS
   ${VEXA_ROOT}/vexa/compiled/*.cpp
   ${VEXA_ROOT}/vexa/compiled/program/*.cpp
   ${VEXA_ROOT}/vexa/compiled/run/*.cpp
+  ${VEXA_ROOT}/vexa/compiled/exact/*.cpp
   ${VEXA_ROOT}/vexa/compiled/x86_64/*.cpp
   ${VEXA_ROOT}/vexa/compiled/aarch64/*.cpp
   ${VEXA_ROOT}/vexa/parser/*.cpp)

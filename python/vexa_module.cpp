@@ -196,6 +196,16 @@ public:
         return grad;
     }
 
+    Array hessian(const std::vector<double>& values) const
+    {
+        needCount(values.size());
+        const py::ssize_t n = static_cast<py::ssize_t>(count());
+        Array H(std::vector<py::ssize_t>{n, n});
+        vexa_error err;
+        Check(vexa_hessian(m_e, values.data(), H.mutable_data(), &err), err, &m_typed);
+        return H;
+    }
+
     py::object gradientMany(const py::list& columns, const py::array& grads, int threads) const
     {
         double* out = Out(grads);
@@ -251,10 +261,10 @@ public:
         }, [&](std::size_t i) { return std::isnan(results[i * per]); });
     }
 
-    std::unique_ptr<Handle> derivative(int index) const
+    std::unique_ptr<Handle> derivative(int index, bool exact) const
     {
         vexa_error err;
-        vexa_expr* d = vexa_derivative(m_e, index, &err);
+        vexa_expr* d = exact ? vexa_exact_derivative(m_e, index, &err) : vexa_derivative(m_e, index, &err);
         if (!d)
             Raise(err.code < -20000 ? err.code : VEXA_E_CODE, err);
         return std::unique_ptr<Handle>(new Handle(d, std::string()));
@@ -596,6 +606,7 @@ PYBIND11_MODULE(_vexa, m)
         .def("gradient", &Handle::gradient)
         .def("gradient_many", &Handle::gradientMany)
         .def("derivative", &Handle::derivative)
+        .def("hessian", &Handle::hessian)
         .def("dump", [](const Handle& h) { return h.text(vexa_dump); })
         .def("tree_text", [](const Handle& h) {
             const std::vector<std::string> lines = h.text(vexa_tree_text);

@@ -302,6 +302,7 @@ TEST(CApi, ExactGradientAndDerivative)
     EXPECT_EQ(grads[2], 2 * 2 * 3);
     EXPECT_EQ(values[1], 4 * 3 + 3);
 
+    vexa_error err;
     vexa_expr* d = vexa_derivative(x.e, 1, nullptr);
     ASSERT_TRUE(d);
     EXPECT_EQ(vexa_param_count(d), 2);
@@ -309,15 +310,34 @@ TEST(CApi, ExactGradientAndDerivative)
     EXPECT_EQ(vexa_eval(d, point, &slope, nullptr), VEXA_OK);
     EXPECT_DOUBLE_EQ(slope, 0.25);  // the described rule: STEP through its first argument only
     vexa_free(d);
+    // The exact one follows STEP's other arguments, nests, and refuses what the other does.
+    d = vexa_exact_derivative(x.e, 1, nullptr);
+    vexa_expr* d2 = vexa_exact_derivative(d, 0, nullptr);
+    ASSERT_TRUE(d && d2);
+    EXPECT_EQ(vexa_eval(d, point, &slope, nullptr), VEXA_OK);
+    EXPECT_EQ(slope, grad[1]);
+    double H[4];
+    ASSERT_EQ(vexa_hessian(x.e, point, H, nullptr), VEXA_OK);
+    EXPECT_EQ(vexa_eval(d2, point, &slope, nullptr), VEXA_OK);
+    EXPECT_EQ(slope, H[2]);
+    EXPECT_EQ(H[1], H[2]);
+    EXPECT_EQ(vexa_exact_derivative(x.e, -1, &err), nullptr);
+    EXPECT_EQ(err.code, VEXA_E_ARGUMENT);
+    vexa_free(d2);
+    vexa_free(d);
 
     // Nested MAX doubles the derivative tree per level: past the node budget.
     std::string deep = "x";
     for (int i = 0; i < 24; ++i)
         deep = "MAX(" + deep + ",x*" + std::to_string(i) + ")";
     Expr big(deep.c_str(), "x");
-    vexa_error err;
     EXPECT_EQ(vexa_derivative(big.e, 0, &err), nullptr);
     EXPECT_EQ(err.code, VEXA_E_NO_DERIVATIVE);
+    d = vexa_exact_derivative(big.e, 0, nullptr);
+    const double at = 0.5;
+    EXPECT_EQ(vexa_eval(d, &at, &slope, nullptr), VEXA_OK);
+    EXPECT_EQ(slope, 23.0);
+    vexa_free(d);
 }
 
 TEST(CApi, TextsOfATree)

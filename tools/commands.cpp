@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <sstream>
 
@@ -228,10 +229,41 @@ int RunEval(const ExprArgs& a, const std::vector<std::string>& derivatives) {
         const std::string host = dr.ok ? FormatValue(dr.value)
                                        : "no value (" + (dr.thrown ? DescribeThrownCode(dr.code) : DescribeNullResult()) + ")";
         const std::string note = h.mark.empty() ? "(symbolic)" : "* not to be trusted here: " + h.mark;
-        if (d.order == 1 && exact.ok()) {
-            double sum = 0;
-            for (std::size_t i = 0; i < p.params.size(); ++i)
-                if (SameNoCase(p.params[i], p.params[static_cast<std::size_t>(d.index)])) sum += grad[i];
+        // Parameters whose names differ only in case are one to the user:
+        // its partial is the sum over them (over every tuple of them, above
+        // the first order).
+        std::vector<int> same;
+        for (std::size_t i = 0; i < p.params.size(); ++i)
+            if (SameNoCase(p.params[i], p.params[static_cast<std::size_t>(d.index)])) same.push_back(static_cast<int>(i));
+        double sum = 0;
+        std::string whyNot = noExact;
+        bool exactOk = d.order == 1 && exact.ok();
+        if (exactOk) {
+            for (int i : same) sum += grad[static_cast<std::size_t>(i)];
+        } else if (d.order > 1 && AllScalar(values)) {
+            // Higher orders nest the exact derivative calculators.
+            std::function<bool(ICalculator*, int)> add = [&](ICalculator* c, int left) {
+                if (left == 0) {
+                    EvalResult e = EvaluateAt(c, values);
+                    if (!e.ok || e.value.getType() != DT_SCALAR) return false;
+                    sum += e.value.getValue()[0];
+                    return true;
+                }
+                for (int i : same) {
+                    std::string why;
+                    vexa::CalcRef next(vexa::ExactDerivative(c, i, &why));
+                    if (!next) {
+                        whyNot = why.empty() ? "exact values go up to the 4th order" : why;
+                        return false;
+                    }
+                    if (!add(next.get(), left - 1)) return false;
+                }
+                return true;
+            };
+            whyNot = "not defined here";
+            exactOk = add(p.calc.get(), d.order);
+        }
+        if (exactOk) {
             std::cout << label << " = " << FormatExact(sum) << '\n'
                       << "  derivative calculator: " << host << "  " << note << '\n';
         } else {
@@ -240,8 +272,7 @@ int RunEval(const ExprArgs& a, const std::vector<std::string>& derivatives) {
                 return kExitEval;
             }
             show(label, dr.value);
-            std::cout << "  from the derivative calculator " << note << "; no exact value: "
-                      << (d.order > 1 ? std::string("exact values are of first derivatives") : noExact) << '\n';
+            std::cout << "  from the derivative calculator " << note << "; no exact value: " << whyNot << '\n';
         }
     }
     return kExitOk;

@@ -143,6 +143,20 @@ module vexa
       integer(c_int), value :: index
       type(vexa_error), intent(out) :: err
     end function
+    type(c_ptr) function vexa_exact_derivative(e, index, err) bind(c, name="vexa_exact_derivative")
+      import :: c_ptr, c_int, vexa_error
+      type(c_ptr), value :: e
+      integer(c_int), value :: index
+      type(vexa_error), intent(out) :: err
+    end function
+    ! H(i + n*(j-1)) in Fortran's order is the same symmetric matrix.
+    integer(c_int) function vexa_hessian(e, params, h, err) bind(c, name="vexa_hessian")
+      import :: c_ptr, c_int, c_double, vexa_error
+      type(c_ptr), value :: e
+      real(c_double), intent(in) :: params(*)
+      real(c_double), intent(out) :: h(*)
+      type(vexa_error), intent(out) :: err
+    end function
 
     type(c_ptr) function vexa_dump(e, err) bind(c, name="vexa_dump")
       import :: c_ptr, vexa_error

@@ -31,6 +31,7 @@
 #include "vexa/calc/function_factory.h"
 #include "vexa/compiled/compiled_expression.h"
 #include "vexa/compiled/compiled_system.h"
+#include "vexa/compiled/exact/exact_derivative.h"
 #include "vexa/parser/parse_limits.h"
 #include "vexa/parser/vexa_parser.h"
 #include "vexa/parser/parse_diagnosis.h"

@@ -203,6 +203,12 @@ VEXA_API int vexa_eval_many_shaped(vexa_expr* e, size_t n, const double* const* 
    function. Always strict; where it fails every partial is NaN. */
 VEXA_API int vexa_gradient(vexa_expr* e, const double* params, double* grad, vexa_error* err); /* 0 = ok */
 
+/* Every second partial derivative at one point, H[i * n + j] = d2 value /
+   d parameter i d parameter j (n = vexa_param_count), exact to rounding and
+   symmetric, with vexa_gradient's branches at kinks (forward mode over dual
+   numbers). Always strict; where it fails every element is NaN. */
+VEXA_API int vexa_hessian(vexa_expr* e, const double* params, double* H, vexa_error* err); /* 0 = ok */
+
 /* Values and gradients over many points: values[j] (values may be NULL) and
    grads[j * vexa_param_count(e) + k]. Columns, strides, options and report
    as in vexa_eval_many_ex. */
@@ -257,6 +263,17 @@ VEXA_API int vexa_system_jacobian_many(vexa_system* s, size_t n, const double* c
    central difference through the first argument otherwise). Free it with
    vexa_free. */
 VEXA_API vexa_expr* vexa_derivative(vexa_expr* e, int index, vexa_error* err);
+
+/* The exact partial derivative with respect to parameter index, as a new
+   expression of the same parameters (vexa::ExactDerivative): exact to
+   rounding through every function, with vexa_gradient's branches at kinks,
+   and never growing with the text's nesting; of a handle made by this call,
+   the next order (at most the fourth; VEXA_E_NO_DERIVATIVE beyond). Its
+   values are evaluated strictly, as vexa_gradient's, and only where every
+   parameter is a number; it has no tree: vexa_dump and vexa_tree_text give
+   nothing, vexa_gradient reports VEXA_E_NO_GRADIENT. Free it with
+   vexa_free. */
+VEXA_API vexa_expr* vexa_exact_derivative(vexa_expr* e, int index, vexa_error* err);
 
 /* Texts the library allocates: NUL-terminated UTF-8, freed with
    vexa_free_text. NULL on error. */

@@ -22,7 +22,9 @@ def test_session_of_the_readme():
     many = e(TIME=t)
     assert many.shape == t.shape
     assert all(many[i] == e(t[i]) for i in range(0, 1001, 37))
-    assert e.derivative("TIME")(0.25) == e.derivative(0)(0.25)
+    assert e.derivative("TIME")(0.25) == e.derivative(0)(0.25) == e.gradient(0.25)[0]
+    assert e.derivative("TIME", exact=False)(0.25) == pytest.approx(11.25, rel=1e-5)
+    assert e.derivative(0).derivative(0)(0.25) == e.hessian(0.25)[0, 0]
     assert e.gradient(TIME=0.25) == pytest.approx([11.25])
     assert e.gradient(TIME=t).shape == (1001, 1)
     assert len(e.dump()) == 13 and e.can_plot

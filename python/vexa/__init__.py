@@ -15,8 +15,10 @@ Parameters declared with shapes take vectors and matrices, one per point:
 
 An array call evaluates the compiled form of the expression over all points
 with the interpreter lock released; values are bit for bit those of a call
-per point. The exact gradient (reverse mode) is ``e.gradient(...)``; the
-library's own derivative calculator is ``e.derivative(name)``.
+per point. The exact gradient (reverse mode) is ``e.gradient(...)``, the
+exact Hessian ``e.hessian(...)``; ``e.derivative(name)`` is the exact partial
+as an Expression, ``e.derivative(name, exact=False)`` the library's own
+derivative calculator.
 
 Points without a value follow numpy: a call with numbers raises
 :class:`EvaluationError`; an array call gives NaN there and emits one
@@ -523,6 +525,18 @@ class Expression:
         _warn(summary, shape)
         return result
 
+    def hessian(self, *args, **kwargs):
+        """Every second partial derivative at one point of numbers, an array
+        of shape (n, n) over the final parameters: exact, symmetric, with the
+        gradient's branches at kinks. Always strict, as gradient is; raises
+        EvaluationError where the point has none."""
+        if self._shapes:
+            raise TypeError("the exact Hessian takes numbers; this expression has shaped parameters")
+        values = self._arrays(args, kwargs)
+        if any(v.ndim != 0 for v in values):
+            raise TypeError("hessian takes one point of numbers")
+        return self._handle.hessian([float(v) for v in values])
+
     def evaluate(self, *args, strict=None, **kwargs):
         """One point with values of any shape: numbers, vectors of shape (n,)
         and matrices of shape (m, n); the result is a float or an array.
@@ -547,13 +561,27 @@ class Expression:
                 raise
             return value
 
-    def derivative(self, param):
-        """The library's derivative calculator with respect to a parameter
-        (a name or an index), as an Expression of the same parameters."""
+    def derivative(self, param, exact=True):
+        """The partial derivative with respect to a parameter (a name or an
+        index), as an Expression of the same parameters.
+
+        exact=True (the default): exact to rounding through every function,
+        with the gradient's branches at kinks, evaluated by compiled code at
+        a cost that does not grow with the text's nesting; its own derivative
+        is exact too, up to the fourth order. Only numbers go in, and it is
+        always strict, as gradient is; it has no tree to dump.
+
+        exact=False: the library's derivative calculator, a derivative tree
+        built by rules: central differences (a fixed step of 0.001, through
+        the first argument only) for functions without a symbolic rule
+        (STEP, IMPACT, SINH, ATAN2, ...), so it can be far off at and near
+        kinks; it grows exponentially with nested MAX and MIN, and is
+        refused past a million nodes. Its tree can be dumped and printed."""
         index = self._index(param)
         d = Expression.__new__(Expression)
-        d._adopt(self._handle.derivative(index))
-        d._text, d._params, d._chain, d._calls = self._text, self._params, self._chain + (index,), self._calls
+        d._adopt(self._handle.derivative(index, bool(exact)))
+        step = (index,) if exact else index
+        d._text, d._params, d._chain, d._calls = self._text, self._params, self._chain + (step,), self._calls
         d._strict, d._threads, d._shapes = self._strict, self._threads, dict(self._shapes)
         return d
 
@@ -569,7 +597,8 @@ class Expression:
         """The call that rebuilds the expression (registered functions aside)."""
         shapes = f", shapes={self.shapes!r}" if self._shapes else ""
         text = f"vexa.Expression({self._text!r}, params={self._params!r}{shapes})"
-        return text + "".join(f".derivative({i})" for i in self._chain)
+        return text + "".join(f".derivative({i[0]})" if isinstance(i, tuple) else f".derivative({i}, exact=False)"
+                              for i in self._chain)
 
     def __reduce__(self):
         """Text, parameter list, derivative chain, settings and the
@@ -703,8 +732,10 @@ def _ensure_registered(calls):
 def _rebuild(text, params, chain, calls, strict, threads, shapes=None):
     _ensure_registered(calls)
     e = Expression(text, params, strict=strict, threads=threads)
-    for index in chain:
-        e = e.derivative(index)
+    # a derivative chain holds (index,) for an exact step, index for the
+    # library's derivative calculator
+    for step in chain:
+        e = e.derivative(step[0]) if isinstance(step, tuple) else e.derivative(step, exact=False)
     # shapes name the final parameters, which a derivative shares
     e._shapes = {e._index(name): _shape_of(name, axes) for name, axes in (shapes or {}).items()}
     return e

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "vexa/calc/expression.h"
+#include "vexa/compiled/exact/exact_derivative.h"
 #include "vexa/core/utf8.h"
 #include "vexa/parser/host_input.h"
 #include "vexa/parser/parse_diagnosis.h"
@@ -285,6 +286,32 @@ vexa_expr* vexa_derivative(vexa_expr* e, int index, vexa_error* err)
         if (!d)
             Fail(VEXA_E_NO_DERIVATIVE, "the derivative tree would grow beyond 1,000,000 nodes or nest deeper than "
                                        "the library allows; the exact gradient (vexa_gradient) has no such limit");
+        made = vexa_c::MakeHandle(std::move(d), x.names, x.can_plot);
+    });
+    return made;
+}
+
+vexa_expr* vexa_exact_derivative(vexa_expr* e, int index, vexa_error* err)
+{
+    vexa_expr* made = nullptr;
+    Status(err, [&] {
+        vexa_expr& x = Checked(e);
+        const int count = static_cast<int>(x.names.size());
+        if (index < 0 || index >= count)
+            Fail(VEXA_E_ARGUMENT, "no parameter of index " + std::to_string(index) + " (the expression has " +
+                                      std::to_string(count) + ")");
+        vexa::CalcRef d;
+        std::string why;
+        {
+            vexa_c::TreeUse use(x);
+            if (vexa::ExactDerivativeCalculator* exact = dynamic_cast<vexa::ExactDerivativeCalculator*>(x.calc.get()))
+                d.reset(exact->getDerivativeCalculator(index));
+            else
+                d.reset(vexa::ExactDerivative(x.calc.get(), index, &why));
+        }
+        if (!d)
+            Fail(VEXA_E_NO_DERIVATIVE, why.empty() ? "derivatives of this order are not available (at most 4)"
+                                                   : "no exact derivative: " + why);
         made = vexa_c::MakeHandle(std::move(d), x.names, x.can_plot);
     });
     return made;

@@ -309,6 +309,21 @@ int vexa_gradient(vexa_expr* e, const double* params, double* grad, vexa_error* 
     });
 }
 
+int vexa_hessian(vexa_expr* e, const double* params, double* H, vexa_error* err)
+{
+    return Status(err, [&] {
+        vexa_expr& x = Checked(e);
+        PointsNeeded(x.names.size(), H);
+        if (!params && !x.names.empty())
+            Fail(VEXA_E_ARGUMENT, "no parameter values");
+        const vexa::CompiledExpression& form = FormOf(x, "exact Hessian");
+        vexa_c::WorkspaceUse ws(x);
+        const vexa::Outcome o = form.Hessian(params, H, ws.get());
+        if (!o.ok())
+            ThrowExplained(x, params, o);
+    });
+}
+
 int vexa_gradient_many(vexa_expr* e, size_t n, const double* const* columns, const ptrdiff_t* strides,
                        double* values, double* grads, const vexa_options* options, vexa_report* report,
                        vexa_error* err)

@@ -7,6 +7,7 @@
 #include "vexa/calc/callable_names.h"
 #include "vexa/calc/expression.h"
 #include "vexa/calc/function_factory.h"
+#include "vexa/compiled/exact/exact_derivative.h"
 #include "vexa/core/utf8.h"
 #include "vexa/tree/tree_walk.h"
 #include "vexa/vexa_c.h"
@@ -91,7 +92,10 @@ int vexa_register(const char* name, const vexa_expr* e, vexa_error* err)
         {
             vexa_c::TreeUse use(x);
             Expression* tree = dynamic_cast<Expression*>(x.calc.get());
-            if (tree)
+            // An exact derivative has no tree: its copy shares its compiled form.
+            if (vexa::ExactDerivativeCalculator* exact = dynamic_cast<vexa::ExactDerivativeCalculator*>(tree))
+                copy.reset(exact->Copy());
+            else if (tree)
                 copy.reset(tree->Copy());
         }
         if (!copy)

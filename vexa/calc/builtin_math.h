@@ -15,7 +15,9 @@
 // that every caller runs the same machine code: a compiler may order the
 // operands of + and * differently wherever it inlines a formula, and with
 // two NaN operands the order decides which NaN comes out. Those that only
-// select, test or flip a sign stay inline. Internal.
+// select, test or flip a sign stay inline. Every formula is written once, as
+// a template over the number type (builtin_math_generic.h); these are its
+// double instances. Internal.
 namespace vexa_math {
 
 const double kPi = 3.14159265358979323846;

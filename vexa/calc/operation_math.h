@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "vexa/calc/builtin_math.h"
+#include "vexa/calc/builtin_math_generic.h"
 #include "vexa/calc/operations.h"
 #include "vexa/core/data.h"
 #include "vexa/core/float_ops.h"
@@ -13,6 +14,8 @@
 //                        the row's refusal rule), the one formula the tree,
 //                        the interpreter, the runners and the machine code
 //                        all call, so that every path gives the same bits;
+//                        a template over the number type, which the exact
+//                        derivatives instantiate with dual numbers;
 //   Partials(v, n, y, g) g[k] = d value / d v[k] for every k < n at the
 //                        value y, the derivative of the branch the value
 //                        takes where a built-in has branches.
@@ -36,23 +39,43 @@ void FourierPartials(Op op, const double* v, int n, double* g);
 #define VEXA_OPERATOR_MATH(Name, scalar, value)                                  \
     template <>                                                                   \
     struct Math<k##Name> {                                                        \
-        static double Value(const double* v, int) { return scalar; }              \
+        template <typename T>                                                     \
+        static T Value(const T* v, int)                                           \
+        {                                                                         \
+            using vexa_core::Sum; using vexa_core::Difference;                    \
+            using vexa_core::Product; using vexa_core::Quotient;                  \
+            using vexa_math::Pow;                                                 \
+            return scalar;                                                        \
+        }                                                                         \
         static VEXA_Data Fold(const VEXA_Data& a, const VEXA_Data& b) { return value; } \
     };
-VEXA_OPERATOR_MATH(Add, vexa_core::Sum(v[1], v[0]), a + b)
-VEXA_OPERATOR_MATH(Sub, vexa_core::Difference(v[0], v[1]), a - b)
-VEXA_OPERATOR_MATH(Mul, vexa_core::Product(v[0], v[1]), a * b)
-VEXA_OPERATOR_MATH(Div, vexa_core::Quotient(v[0], v[1]), a / b)
-VEXA_OPERATOR_MATH(Pow, vexa_math::Pow(v[0], v[1]), a ^ b)
+VEXA_OPERATOR_MATH(Add, Sum(v[1], v[0]), a + b)
+VEXA_OPERATOR_MATH(Sub, Difference(v[0], v[1]), a - b)
+VEXA_OPERATOR_MATH(Mul, Product(v[0], v[1]), a * b)
+VEXA_OPERATOR_MATH(Div, Quotient(v[0], v[1]), a / b)
+VEXA_OPERATOR_MATH(Pow, Pow(v[0], v[1]), a ^ b)
 #undef VEXA_OPERATOR_MATH
 
 // The slope of |x|, as SIGN(1, x) gives it: -1 at 0.
 inline double SlopeOfAbs(double x) { return x > 0.0 ? 1.0 : -1.0; }
 
+// The functions of <cmath> a value may call, for double and, found beside
+// it, for any other number type.
+#define VEXA_MATH_NAMES                                                                  \
+    using std::sin; using std::cos; using std::tan; using std::sinh; using std::cosh;   \
+    using std::tanh; using std::atan; using std::exp; using std::asin; using std::acos; \
+    using std::log; using std::log10; using std::sqrt; using std::fabs; using std::atan2
+
 #define VEXA_UNARY_MATH(Name, value, slope)                                            \
     template <>                                                                         \
     struct Math<k##Name> {                                                              \
-        static double Value(const double* v, int) { const double x = v[0]; return value; } \
+        template <typename T>                                                           \
+        static T Value(const T* v, int)                                                 \
+        {                                                                               \
+            VEXA_MATH_NAMES;                                                            \
+            const T x = v[0];                                                           \
+            return value;                                                               \
+        }                                                                               \
         static void Partials(const double* v, int, double y, double* g)                 \
         {                                                                               \
             const double x = v[0];                                                      \
@@ -63,29 +86,35 @@ inline double SlopeOfAbs(double x) { return x > 0.0 ? 1.0 : -1.0; }
     };
 
 // Slopes may use the value y where that is how they are best computed.
-VEXA_UNARY_MATH(Abs, std::fabs(x), SlopeOfAbs(x))
-VEXA_UNARY_MATH(Sin, std::sin(x), std::cos(x))
-VEXA_UNARY_MATH(Cos, std::cos(x), -std::sin(x))
-VEXA_UNARY_MATH(Tan, std::tan(x), 1.0 + y * y)
-VEXA_UNARY_MATH(Sinh, std::sinh(x), std::cosh(x))
-VEXA_UNARY_MATH(Cosh, std::cosh(x), std::sinh(x))
+VEXA_UNARY_MATH(Abs, fabs(x), SlopeOfAbs(x))
+VEXA_UNARY_MATH(Sin, sin(x), std::cos(x))
+VEXA_UNARY_MATH(Cos, cos(x), -std::sin(x))
+VEXA_UNARY_MATH(Tan, tan(x), 1.0 + y * y)
+VEXA_UNARY_MATH(Sinh, sinh(x), std::cosh(x))
+VEXA_UNARY_MATH(Cosh, cosh(x), std::sinh(x))
 // 1 - tanh^2 loses every digit where tanh rounds to 1; cosh overflows where
 // tanh does not, so it is computed with the slope only.
-VEXA_UNARY_MATH(Tanh, std::tanh(x), 1.0 / (std::cosh(x) * std::cosh(x)))
-VEXA_UNARY_MATH(Atan, std::atan(x), 1.0 / (1.0 + x * x))
-VEXA_UNARY_MATH(Exp, std::exp(x), y)
+VEXA_UNARY_MATH(Tanh, tanh(x), 1.0 / (std::cosh(x) * std::cosh(x)))
+VEXA_UNARY_MATH(Atan, atan(x), 1.0 / (1.0 + x * x))
+VEXA_UNARY_MATH(Exp, exp(x), y)
 VEXA_UNARY_MATH(Aint, vexa_math::Trunc(x), 0.0)
 VEXA_UNARY_MATH(Anint, vexa_math::Anint(x), 0.0)
-VEXA_UNARY_MATH(Asin, std::asin(x), 1.0 / std::sqrt((1.0 - x) * (1.0 + x)))
-VEXA_UNARY_MATH(Acos, std::acos(x), -1.0 / std::sqrt((1.0 - x) * (1.0 + x)))
-VEXA_UNARY_MATH(Log, std::log(x), 1.0 / x)
-VEXA_UNARY_MATH(Log10, std::log10(x), 0.43429448190325176 / x)  // 1 / ln 10
-VEXA_UNARY_MATH(Sqrt, std::sqrt(x), 0.5 / y)
+VEXA_UNARY_MATH(Asin, asin(x), 1.0 / std::sqrt((1.0 - x) * (1.0 + x)))
+VEXA_UNARY_MATH(Acos, acos(x), -1.0 / std::sqrt((1.0 - x) * (1.0 + x)))
+VEXA_UNARY_MATH(Log, log(x), 1.0 / x)
+VEXA_UNARY_MATH(Log10, log10(x), 0.43429448190325176 / x)  // 1 / ln 10
+VEXA_UNARY_MATH(Sqrt, sqrt(x), 0.5 / y)
 #undef VEXA_UNARY_MATH
+#undef VEXA_MATH_NAMES
 
 template <>
 struct Math<kAtan2> {
-    static double Value(const double* v, int) { return std::atan2(v[0], v[1]); }
+    template <typename T>
+    static T Value(const T* v, int)
+    {
+        using std::atan2;
+        return atan2(v[0], v[1]);
+    }
     static void Partials(const double* v, int, double, double* g)
     {
         // atan2(a, b): a is the ordinate; scaled so that no square overflows.
@@ -97,7 +126,8 @@ struct Math<kAtan2> {
 
 template <>
 struct Math<kMax> {
-    static double Value(const double* v, int) { return vexa_math::Max(v[0], v[1]); }
+    template <typename T>
+    static T Value(const T* v, int) { return vexa_math::Max(v[0], v[1]); }
     static void Partials(const double* v, int, double, double* g)
     {
         g[0] = v[0] >= v[1] ? 1.0 : 0.0;
@@ -107,7 +137,8 @@ struct Math<kMax> {
 
 template <>
 struct Math<kMin> {
-    static double Value(const double* v, int) { return vexa_math::Min(v[0], v[1]); }
+    template <typename T>
+    static T Value(const T* v, int) { return vexa_math::Min(v[0], v[1]); }
     static void Partials(const double* v, int, double, double* g)
     {
         g[1] = v[1] < v[0] ? 1.0 : 0.0;
@@ -117,7 +148,8 @@ struct Math<kMin> {
 
 template <>
 struct Math<kMod> {
-    static double Value(const double* v, int) { return vexa_math::Mod(v[0], v[1]); }
+    template <typename T>
+    static T Value(const T* v, int) { return vexa_math::Mod(v[0], v[1]); }
     static void Partials(const double* v, int, double, double* g)
     {
         g[0] = 1.0;
@@ -127,7 +159,8 @@ struct Math<kMod> {
 
 template <>
 struct Math<kSign> {
-    static double Value(const double* v, int) { return vexa_math::Sign(v[0], v[1]); }
+    template <typename T>
+    static T Value(const T* v, int) { return vexa_math::Sign(v[0], v[1]); }
     static void Partials(const double* v, int, double, double* g)
     {
         g[0] = (v[1] > 0.0 ? 1.0 : -1.0) * SlopeOfAbs(v[0]);
@@ -137,7 +170,8 @@ struct Math<kSign> {
 
 template <>
 struct Math<kIf> {
-    static double Value(const double* v, int) { return vexa_math::If(v[0], v[1], v[2], v[3]); }
+    template <typename T>
+    static T Value(const T* v, int) { return vexa_math::If(v[0], v[1], v[2], v[3]); }
     static void Partials(const double* v, int, double, double* g)
     {
         const double x = v[0];
@@ -151,7 +185,8 @@ struct Math<kIf> {
 #define VEXA_STEP_MATH(Name, formula)                                                          \
     template <>                                                                                 \
     struct Math<k##Name> {                                                                      \
-        static double Value(const double* v, int) { return formula(v[0], v[1], v[2], v[3], v[4]); } \
+        template <typename T>                                                                   \
+        static T Value(const T* v, int) { return formula(v[0], v[1], v[2], v[3], v[4]); }       \
         static void Partials(const double* v, int, double, double* g) { StepPartials(k##Name, v, g); } \
     };
 VEXA_STEP_MATH(Step, vexa_math::CubicStep)
@@ -161,7 +196,8 @@ VEXA_STEP_MATH(Havsin, vexa_math::Havsin)
 
 template <>
 struct Math<kShf> {
-    static double Value(const double* v, int) { return vexa_math::Shf(v[0], v[1], v[2], v[3], v[4], v[5]); }
+    template <typename T>
+    static T Value(const T* v, int) { return vexa_math::Shf(v[0], v[1], v[2], v[3], v[4], v[5]); }
     static void Partials(const double* v, int, double, double* g)
     {
         // a sin(w (x - x0) - phi) + b
@@ -179,19 +215,22 @@ struct Math<kShf> {
 
 template <>
 struct Math<kImpact> {
-    static double Value(const double* v, int) { return vexa_math::Impact(v[0], v[1], v[2], v[3], v[4], v[5], v[6]); }
+    template <typename T>
+    static T Value(const T* v, int) { return vexa_math::Impact(v[0], v[1], v[2], v[3], v[4], v[5], v[6]); }
     static void Partials(const double* v, int, double, double* g) { ImpactPartials(v, g); }
 };
 
 template <>
 struct Math<kSweep> {
-    static double Value(const double* v, int) { return vexa_math::Sweep(v[0], v[1], v[2], v[3], v[4], v[5], v[6]); }
+    template <typename T>
+    static T Value(const T* v, int) { return vexa_math::Sweep(v[0], v[1], v[2], v[3], v[4], v[5], v[6]); }
     static void Partials(const double* v, int, double, double* g) { SweepPartials(v, g); }
 };
 
 template <>
 struct Math<kBistop> {
-    static double Value(const double* v, int)
+    template <typename T>
+    static T Value(const T* v, int)
     {
         return vexa_math::Bistop(v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7]);
     }
@@ -200,25 +239,29 @@ struct Math<kBistop> {
 
 template <>
 struct Math<kPoly> {
-    static double Value(const double* v, int n) { return vexa_math::Poly(v[0], v[1], v + 2, n - 2); }
+    template <typename T>
+    static T Value(const T* v, int n) { return vexa_math::Poly(v[0], v[1], v + 2, n - 2); }
     static void Partials(const double* v, int n, double, double* g) { SeriesPartials(kPoly, v, n, g); }
 };
 
 template <>
 struct Math<kCheby> {
-    static double Value(const double* v, int n) { return vexa_math::Cheby(v[0], v[1], v + 2, n - 2); }
+    template <typename T>
+    static T Value(const T* v, int n) { return vexa_math::Cheby(v[0], v[1], v + 2, n - 2); }
     static void Partials(const double* v, int n, double, double* g) { SeriesPartials(kCheby, v, n, g); }
 };
 
 template <>
 struct Math<kForcos> {
-    static double Value(const double* v, int n) { return vexa_math::Forcos(v[0], v[1], v[2], v + 3, n - 3); }
+    template <typename T>
+    static T Value(const T* v, int n) { return vexa_math::Forcos(v[0], v[1], v[2], v + 3, n - 3); }
     static void Partials(const double* v, int n, double, double* g) { FourierPartials(kForcos, v, n, g); }
 };
 
 template <>
 struct Math<kForsin> {
-    static double Value(const double* v, int n) { return vexa_math::Forsin(v[0], v[1], v[2], v + 3, n - 3); }
+    template <typename T>
+    static T Value(const T* v, int n) { return vexa_math::Forsin(v[0], v[1], v[2], v + 3, n - 3); }
     static void Partials(const double* v, int n, double, double* g) { FourierPartials(kForsin, v, n, g); }
 };
 

@@ -9,6 +9,7 @@
 
 #include "vexa/calc/call_errors.h"
 #include "vexa/calc/expression.h"
+#include "vexa/compiled/exact/forward_run.h"
 #include "vexa/compiled/run/block_run.h"
 #include "vexa/compiled/form.h"
 #include "vexa/compiled/machine_gradient.h"
@@ -401,6 +402,80 @@ Outcome CompiledExpression::Evaluate(const double* params, Workspace& ws, bool s
 Outcome CompiledExpression::Gradient(const double* params, double* grad, Workspace& ws) const
 {
     return GradientAt(SpaceFor(m_form, ws.m_space), params, grad, vexa_platform::DefaultFloatEnvironment());
+}
+
+namespace {
+
+// The forward-mode partial of order 2 or more under the default
+// floating-point environment, as the gradient's.
+StopReason ForwardAt(Space& s, const double* params, const int* at, int order, double& out)
+{
+    if (!s.form.top().Runs(s.form.params))
+        return kTreeOnly;
+    if (!s.forward)
+        s.forward.reset(new ForwardScratch());
+    if (vexa_platform::DefaultFloatEnvironment())
+        return ForwardPartial(s.form, *s.forward, params, s.form.params, at, order, out);
+    vexa_platform::DefaultFloatScope scope;
+    return ForwardPartial(s.form, *s.forward, params, s.form.params, at, order, out);
+}
+
+// The outcome of a point whose value went but whose forward run stopped.
+Outcome AfterForward(Space& s, StopReason why, const double* params)
+{
+    if (why != kTreeOnly)
+        return AfterStop(s, why, true, params);
+    const Outcome tree = TreeOutcome(s, params);
+    return tree.ok() ? Failed(Failure::kNoGradient) : tree;
+}
+
+}  // namespace
+
+Outcome CompiledExpression::Hessian(const double* params, double* H, Workspace& ws) const
+{
+    Space& s = SpaceFor(m_form, ws.m_space);
+    const int n = m_form->params;
+    const std::size_t size = static_cast<std::size_t>(n) * static_cast<std::size_t>(n);
+    s.partials.resize(static_cast<std::size_t>(n));
+    Outcome o = GradientAt(s, params, s.partials.data(), vexa_platform::DefaultFloatEnvironment());
+    for (int i = 0; o.ok() && i < n; ++i) {
+        for (int j = i; j < n; ++j) {
+            const int at[2] = {i, j};
+            double h = kNaN;
+            const StopReason why = ForwardAt(s, params, at, 2, h);
+            if (why != kGoes) {
+                o = AfterForward(s, why, params);
+                break;
+            }
+            H[i * n + j] = h;
+            H[j * n + i] = h;
+        }
+    }
+    if (!o.ok())
+        std::fill(H, H + size, kNaN);
+    return o;
+}
+
+Outcome CompiledExpression::PartialAt(const double* params, const int* at, int order, double* partial,
+                                      Workspace& ws) const
+{
+    // The calculator checked the indices and the order when it was made.
+    Space& s = *ws.m_space;
+    if (order == 1) {
+        // The gradient's machine code gives every partial for about the
+        // cost of two evaluations, less than one forward run.
+        if (s.partials.size() != static_cast<std::size_t>(m_form->params))
+            s.partials.resize(static_cast<std::size_t>(m_form->params));
+        const Outcome o = GradientAt(s, params, s.partials.data(), vexa_platform::DefaultFloatEnvironment());
+        *partial = o.ok() ? s.partials[static_cast<std::size_t>(at[0])] : kNaN;
+        return o;
+    }
+    double d = kNaN;
+    const StopReason why = ForwardAt(s, params, at, order, d);
+    if (why != kGoes)
+        return AfterForward(s, why, params);
+    *partial = d;
+    return {d, Failure::kNone, 0};
 }
 
 Report CompiledExpression::EvaluateMany(std::size_t n, const Column* columns, double* results,

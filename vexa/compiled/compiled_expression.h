@@ -100,6 +100,7 @@ struct ShapedColumn {
 };
 
 class Workspace;
+class ExactDerivativeCalculator;
 
 // An immutable compiled form of an expression, which any number of threads
 // may evaluate at once, each with a Workspace of its own.
@@ -173,6 +174,16 @@ public:
     // Evaluate's under the host's environment.
     Outcome Gradient(const double* params, double* grad, Workspace& ws) const;
 
+    // Every second partial derivative of a number-valued expression, H[i *
+    // paramCount() + j] = d2 value / d parameter i d parameter j: exact to
+    // rounding, symmetric (each pair is computed once), with the branches of
+    // Gradient, by forward-mode differentiation over dual numbers. The
+    // outcome and its value are Gradient's; a failed point, or a program
+    // the second derivative cannot follow (kNoGradient), gets NaN in every
+    // element. Costs about paramCount()^2 / 2 evaluations of three times the
+    // work each.
+    Outcome Hessian(const double* params, double* H, Workspace& ws) const;
+
     // values[i] and grads[i * paramCount() + k] for point i of n.
     Report GradientMany(std::size_t n, const Column* columns, double* values, double* grads,
                         const Options& options = Options()) const;
@@ -183,7 +194,15 @@ public:
 private:
     friend class Workspace;
     friend struct vexa_compiled::FormAccess;
+    friend class ExactDerivativeCalculator;
     explicit CompiledExpression(vexa_compiled::Form* form);
+    // The partial d^order value / d params[at[0]] ... d params[at[order - 1]]
+    // into *partial (NaN where the outcome fails): first order from the
+    // gradient, higher orders by forward mode. The caller (the exact
+    // derivative calculator, which checks them once) passes an order from 1
+    // to the highest, indices below paramCount() and a workspace of this
+    // form. The outcome's value is the partial above the first order.
+    Outcome PartialAt(const double* params, const int* at, int order, double* partial, Workspace& ws) const;
     vexa_compiled::Form* m_form;
 };
 

@@ -9,6 +9,7 @@
 #include "vexa/calc/expression_access.h"
 #include "vexa/compiled/program/compiler.h"
 #include "vexa/compiled/run/lanes.h"
+#include "vexa/compiled/exact/forward_run.h"
 #include "vexa/compiled/machine_gradient.h"
 #include "vexa/compiled/snapshot.h"
 #include "vexa/compiled/stack_room.h"
@@ -265,6 +266,7 @@ const GradientCode* Form::MakeGradientCode() const
 }
 
 Space::Space(const Form& f) : form(f), units(f.units.size()) {}
+
 
 Space::~Space()
 {

@@ -36,6 +36,7 @@ enum StopReason : std::uint8_t {
 
 struct Unit;
 class GradientCode;
+struct ForwardScratch;
 
 // What a kCall instruction calls: a unit, under central differences (the
 // wrappers of derivative calculators) shifting these arguments, outermost
@@ -140,6 +141,8 @@ struct Space {
     std::vector<double> columns;  // parameter blocks gathered for the runner
     Expression* tree = nullptr;   // private copy for points only the tree can do
     std::vector<VEXA_Data> values;
+    std::vector<double> partials;            // one point's gradient, for a single partial
+    std::unique_ptr<ForwardScratch> forward;  // the registers of higher derivatives, on first need
 };
 
 }  // namespace vexa_compiled

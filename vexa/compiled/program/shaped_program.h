@@ -104,6 +104,11 @@ public:
     // than a few thousand instructions: those stay interpreted.
     std::unique_ptr<Program> Unrolled() const;
 
+    // The instruction stream and the slots of list arguments, for other ways
+    // of running it (with derivatives).
+    const std::vector<ShapedInstr>& code() const { return m_code; }
+    const std::vector<std::uint32_t>& argSlots() const { return m_arg_slots; }
+
 private:
     friend class ShapedCompiler;
 

@@ -1,0 +1,254 @@
+// vexa::ExactDerivative and CompiledExpression::Hessian against independent
+// references (tests/data/exact_derivatives.txt): Richardson-extrapolated
+// central differences in long double away from kinks, hand-written partials
+// at and beside them.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <sstream>
+
+#include "compiled_expression_util.h"
+
+using namespace form_test;
+
+namespace {
+
+struct Row {
+    std::string line, text, names, expected;
+    std::vector<double> point;
+    std::vector<int> by;
+};
+
+std::string Trim(const std::string& s)
+{
+    const auto b = s.find_first_not_of(' '), e = s.find_last_not_of(' ');
+    return b == std::string::npos ? "" : s.substr(b, e - b + 1);
+}
+
+std::vector<Row> Rows()
+{
+    std::ifstream in(std::string(VEXA_TEST_DATA_DIR) + "/exact_derivatives.txt");
+    std::vector<Row> rows;
+    for (std::string line; std::getline(in, line);) {
+        if (line.empty() || line[0] == '#')
+            continue;
+        std::istringstream fields(line);
+        std::string f[5];
+        for (std::string& s : f)
+            std::getline(fields, s, ';');
+        Row r{line, Trim(f[0]), Trim(f[1]), Trim(f[4]), {}, {}};
+        std::istringstream p(f[2]), b(f[3]);
+        for (double d; p >> d;)
+            r.point.push_back(d);
+        for (int i; b >> i;)
+            r.by.push_back(i);
+        rows.push_back(r);
+    }
+    return rows;
+}
+
+// The calculator of the row's text (after the library's derivative for "D0:").
+Calc Subject(const Row& r)
+{
+    const bool tree = r.text.compare(0, 3, "D0:") == 0;
+    const std::wstring names(r.names.begin(), r.names.end());
+    Calc c = Parse(tree ? r.text.substr(3) : r.text, names.c_str());
+    return tree && c ? Calc(c->getDerivativeCalculator(0)) : std::move(c);
+}
+
+// The partial of calc by by[0..order) (order 0: calc itself).
+Calc Partial(ICalculator* calc, const std::vector<int>& by, std::size_t order)
+{
+    calc->AddRef();
+    Calc c(calc);
+    for (std::size_t k = 0; k < order && c; ++k)
+        c = Calc(vexa::ExactDerivative(c.get(), by[k]));
+    return c;
+}
+
+double At(ICalculator* c, std::vector<double> point)
+{
+    std::vector<VEXA_Data> values(point.begin(), point.end());
+    VEXA_Data out;
+    if (!c->Evaluate(static_cast<int>(values.size()), values.data(), out))
+        return std::nan("");
+    return *out.getValue();
+}
+
+// d/dx_k of f at point: central differences at h, h/2, h/4, h/8, extrapolated.
+long double Richardson(ICalculator* f, std::vector<double> point, int k)
+{
+    const double x = point[static_cast<std::size_t>(k)];
+    long double table[4];
+    for (int level = 0; level < 4; ++level) {
+        const double h = 1e-2 * std::max(1.0, std::fabs(x)) / (1 << level);
+        point[static_cast<std::size_t>(k)] = x + h;
+        const long double up = At(f, point);
+        point[static_cast<std::size_t>(k)] = x - h;
+        const long double down = At(f, point);
+        table[level] = (up - down) / (2.0L * h);
+    }
+    for (int m = 1; m < 4; ++m)
+        for (int level = 3; level >= m; --level)
+            table[level] = (std::pow(4.0L, m) * table[level] - table[level - 1]) / (std::pow(4.0L, m) - 1.0L);
+    return table[3];
+}
+
+TEST(ExactDerivative, MatchesReferencesOnEveryRowOfTheTable)
+{
+    Register(L"EXSQS", "a*a*SIN(b)", L"a,b");
+    const std::vector<Row> rows = Rows();
+    ASSERT_GT(rows.size(), 30u);
+    for (const Row& r : rows) {
+        Calc subject = Subject(r);
+        ASSERT_TRUE(subject) << r.line;
+        std::string why;
+        Calc d = Partial(subject.get(), r.by, r.by.size());
+        ASSERT_TRUE(d) << r.line;
+        std::vector<VEXA_Data> values(r.point.begin(), r.point.end());
+        VEXA_Data out;
+        bool ok = false;
+        std::string got;
+        try {
+            ok = d->Evaluate(static_cast<int>(values.size()), values.data(), out);
+            got = ok ? "" : "null";
+        } catch (int code) {
+            got = "throws " + std::to_string(code);
+        }
+        if (r.expected == "null" || r.expected.compare(0, 6, "throws") == 0) {
+            EXPECT_EQ(got, r.expected) << r.line;
+            continue;
+        }
+        ASSERT_TRUE(ok) << r.line << ": " << got;
+        const double value = *out.getValue();
+        double expected;
+        if (r.expected == "fd") {
+            Calc lower = Partial(subject.get(), r.by, r.by.size() - 1);
+            expected = static_cast<double>(Richardson(lower.get(), r.point, r.by.back()));
+        } else {
+            expected = std::stod(r.expected);
+        }
+        EXPECT_NEAR(value, expected, 1e-6 * std::max(1.0, std::fabs(expected))) << r.line;
+        if (r.by.size() == 2) {
+            // The mixed partial does not depend on the order of nesting.
+            Calc swapped = Partial(subject.get(), {r.by[1], r.by[0]}, 2);
+            EXPECT_NEAR(At(swapped.get(), r.point), value, 1e-9 * std::max(1.0, std::fabs(value))) << r.line;
+        }
+    }
+}
+
+VEXA_Data Value(int rows, int cols, std::vector<double> v)
+{
+    VEXA_Data d(rows, cols);
+    std::copy(v.begin(), v.end(), d.getValue());
+    return d;
+}
+
+TEST(ExactDerivative, ShapedValuesAndParametersGiveHandWrittenJacobians)
+{
+    const VEXA_Data k(2.0), V = Value(1, 3, {1, 2, 3}), F = Value(1, 3, {4, 5, 6});
+    const VEXA_Data M = Value(3, 3, {1, 2, 3, 4, 5, 6, 7, 8, 10});
+    const VEXA_Data null;
+    struct Case {
+        const wchar_t* text;
+        const wchar_t* names;
+        std::vector<VEXA_Data> point;
+        int by;
+        VEXA_Data expected;  // null: no partial of these shapes
+    } cases[] = {
+        {L"k*V", L"k,V", {k, V}, 0, V},
+        {L"k*V", L"k,V", {k, V}, 1, Value(3, 3, {2, 0, 0, 0, 2, 0, 0, 0, 2})},
+        {L"R%F", L"R,F", {V, F}, 0, Value(3, 3, {0, 6, -5, -6, 0, 4, 5, -4, 0})},  // d (R x F)_i / d R_j
+        {L"R%F", L"R,F", {V, F}, 1, Value(3, 3, {0, -3, 2, 3, 0, -1, -2, 1, 0})},
+        {L"u*M", L"u,M", {V, M}, 0, Value(3, 3, {1, 4, 7, 2, 5, 8, 3, 6, 10})},  // the transpose of M
+        {L"k*M*M", L"k,M", {k, M}, 0, Value(3, 3, {30, 36, 45, 66, 81, 102, 109, 134, 169})},
+        {L"k*k*M", L"k,M", {k, M}, 0, Value(3, 3, {4, 8, 12, 16, 20, 24, 28, 32, 40})},
+        {L"M*M+M", L"M", {M}, 0, null},
+    };
+    for (const Case& c : cases) {
+        const std::wstring w = c.text;
+        const std::string text(w.begin(), w.end());
+        Calc calc = Parse(text, c.names);
+        ASSERT_TRUE(calc) << text;
+        Calc d(vexa::ExactDerivative(calc.get(), c.by));
+        ASSERT_TRUE(d) << text;
+        std::vector<VEXA_Data> point = c.point;
+        VEXA_Data out;
+        const bool ok = d->Evaluate(static_cast<int>(point.size()), point.data(), out);
+        EXPECT_EQ(ok, c.expected.getType() != DT_NULL) << text << " by " << c.by;
+        if (ok) {
+            EXPECT_TRUE(out == c.expected) << text << " by " << c.by;
+        }
+        // No second order of a shaped value.
+        Calc d2(d->getDerivativeCalculator(0));
+        EXPECT_FALSE(d2 && d2->Evaluate(static_cast<int>(point.size()), point.data(), out)) << text;
+    }
+}
+
+TEST(ExactDerivative, RefusesIndicesOutOfRangeWithAReason)
+{
+    Calc calc = Parse("x*y", L"x,y");
+    for (int index : {-1, 2, 7}) {
+        std::string why;
+        EXPECT_EQ(vexa::ExactDerivative(calc.get(), index, &why), nullptr) << index;
+        EXPECT_NE(why.find("no parameter of index " + std::to_string(index)), std::string::npos) << why;
+    }
+    Calc d(vexa::ExactDerivative(calc.get(), 0));
+    EXPECT_EQ(d->getDerivativeCalculator(-1), nullptr);
+    EXPECT_EQ(d->getDerivativeCalculator(2), nullptr);
+    // Past the highest order, and for a calculator it cannot compile.
+    Calc d4 = Partial(calc.get(), {0, 1, 0, 1}, 4);
+    ASSERT_TRUE(d4);
+    EXPECT_EQ(d4->getDerivativeCalculator(0), nullptr);
+    std::string why;
+    EXPECT_EQ(vexa::ExactDerivative(nullptr, 0, &why), nullptr);
+    EXPECT_FALSE(why.empty());
+}
+
+TEST(ExactDerivative, IsACalculatorLikeAnyOther)
+{
+    Calc calc = Parse("x*x*y", L"x,y");
+    Calc d(vexa::ExactDerivative(calc.get(), 0));
+    // Registered as a function and called from a text: 2xy.
+    VEXA_WString name(L"EXDX");
+    ASSERT_TRUE(FunctionFactory::getInstance()->Register(name, d.get()));
+    Calc caller = Parse("EXDX(x, y) + 1", L"x,y");
+    ASSERT_TRUE(caller);
+    EXPECT_EQ(At(caller.get(), {3, 2}), 13.0);
+    ASSERT_TRUE(FunctionFactory::getInstance()->UnRegister(name));
+    d->Release();  // the registry's reference
+    Calc copy(static_cast<vexa::ExactDerivativeCalculator*>(d.get())->Copy());
+    d.reset();
+    EXPECT_EQ(At(copy.get(), {3, 2}), 12.0);
+    // Missing or non-scalar parameters give a null value.
+    VEXA_Data one(1.0), vec(1, 3), out;
+    EXPECT_FALSE(copy->Evaluate(1, &one, out));
+    VEXA_Data mixed[2] = {vec, one};
+    EXPECT_FALSE(copy->Evaluate(2, mixed, out));
+}
+
+TEST(ExactDerivative, HessianIsSymmetricAndMatchesNestedPartials)
+{
+    Calc calc = Parse("SIN(x*y)*EXP(z)+x^3*z+MAX(x,y)*y", L"x,y,z");
+    const auto form = vexa::CompiledExpression::Make(calc.get(), 3);
+    vexa::Workspace ws(*form);
+    const std::vector<double> point = {0.4, 1.1, -0.3};
+    double H[9];
+    ASSERT_TRUE(form->Hessian(point.data(), H, ws).ok());
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) {
+            Calc d = Partial(calc.get(), {i, j}, 2);
+            EXPECT_EQ(H[i * 3 + j], H[j * 3 + i]);
+            EXPECT_NEAR(H[i * 3 + j], At(d.get(), point), 1e-12) << i << j;
+        }
+    Calc bad = Parse("1/(x-1)+y+z", L"x,y,z");
+    const auto badForm = vexa::CompiledExpression::Make(bad.get(), 3);
+    vexa::Workspace badWs(*badForm);
+    const double at[3] = {1, 0, 0};
+    const vexa::Outcome o = badForm->Hessian(at, H, badWs);
+    EXPECT_EQ(o.failure, vexa::Failure::kThrown);
+    EXPECT_TRUE(std::isnan(H[4]));
+}
+
+}  // namespace
