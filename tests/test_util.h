@@ -9,6 +9,7 @@
 #include <fstream>
 #include <initializer_list>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "vexa/vexa.h"
@@ -73,6 +74,16 @@ struct Registered {
     Registered(const Registered&) = delete;
     Registered& operator=(const Registered&) = delete;
 };
+
+// Runs body(t) on threads t = 0 .. count-1 at once and waits for them all.
+template <class Body>
+void OnThreads(int count, Body body) {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < count; ++t)
+        threads.emplace_back(body, t);
+    for (std::thread& th : threads)
+        th.join();
+}
 
 // A 1 x n row vector (n >= 2) holding the given elements.
 inline VEXA_Data RowVector(std::initializer_list<double> elements) {
