@@ -69,20 +69,16 @@ TEST(OperatorNode, UnassignedKindsEvaluateToNullAndDumpBlank) {
     EXPECT_EQ(Text(zero.get()), L"0");
 }
 
-TEST(OperatorNode, MissingOperandsAreSkipped) {
+TEST(OperatorNode, VariablesLeftToRightAndCopiesIndependent) {
+    // Missing operands are skipped.
     OperaterNode empty(kSub, nullptr, nullptr);
-    EXPECT_FALSE(empty.HasParam(0));
     std::vector<VariableParam*> vars;
     empty.getVariableParams(vars);
-    EXPECT_TRUE(vars.empty());
-}
-
-TEST(OperatorNode, VariablesLeftToRightAndCopiesIndependent) {
+    EXPECT_TRUE(vars.empty() && !empty.HasParam(0));
     Expression* a = new Expression();
     INode* tree = Bin(kMul, Bin(kAdd, X(a, 2), X(a, 0)), Bin(kPow, C(2), X(a, 2)));
     a->SetRoot(tree);
     EXPECT_TRUE(tree->HasParam(0) && tree->HasParam(2) && !tree->HasParam(1));
-    std::vector<VariableParam*> vars;
     tree->getVariableParams(vars);
     ASSERT_EQ(vars.size(), 3u);
     EXPECT_EQ(vars[0]->m_index * 100 + vars[1]->m_index * 10 + vars[2]->m_index, 202);
