@@ -18,23 +18,6 @@ std::wstring Nested(const wchar_t* name, int depth, const wchar_t* inner) {
     return Repeat(name, depth) + inner + Repeat(L")", depth);
 }
 
-// A text of data/long_texts.txt, each [PART*N] written out.
-std::wstring Expand(const std::string& utf8) {
-    const std::wstring s = vexa::FromUtf8(utf8);
-    std::wstring out;
-    for (std::size_t i = 0; i < s.size(); ++i) {
-        const std::size_t close = s[i] == L'[' ? s.find(L']', i) : std::wstring::npos;
-        if (close == std::wstring::npos) {
-            out += s[i];
-            continue;
-        }
-        const std::size_t star = s.rfind(L'*', close);
-        out += Repeat(s.substr(i + 1, star - i - 1), std::stoi(Narrow(s.substr(star + 1, close - star - 1))));
-        i = close;
-    }
-    return out;
-}
-
 std::vector<std::vector<std::string>> Cases(const char* test) {
     const auto cases = Section("long_texts.txt", test);
     EXPECT_FALSE(cases.empty()) << test;

@@ -217,6 +217,23 @@ inline std::vector<std::wstring> Words(const std::wstring& s) {
     return words;
 }
 
+// A text of a case file with each [PART*N] written out: PART N times.
+inline std::wstring Expand(const std::string& utf8) {
+    const std::wstring s = vexa::FromUtf8(utf8);
+    std::wstring out;
+    for (std::size_t i = 0; i < s.size(); ++i) {
+        const std::size_t close = s[i] == L'[' ? s.find(L']', i) : std::wstring::npos;
+        if (close == std::wstring::npos) {
+            out += s[i];
+            continue;
+        }
+        const std::size_t star = s.rfind(L'*', close);
+        out += Repeat(s.substr(i + 1, star - i - 1), std::stoi(Narrow(s.substr(star + 1, close - star - 1))));
+        i = close;
+    }
+    return out;
+}
+
 // strtod, not stod: out-of-range texts give infinities and zeros.
 inline double Number(const std::wstring& s) {
     return std::strtod(vexa::ToUtf8(s).c_str(), nullptr);
