@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "test_util.h"
@@ -33,6 +32,15 @@ std::string Text(char* t)
 bool SameBits(double a, double b)
 {
     return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+// The failures work(k) counts on each of four threads k at once.
+template <class Work>
+std::vector<int> OnFourThreads(Work work)
+{
+    std::vector<int> counts(4, 0);
+    testutil::OnThreads(4, [&](int k) { counts[static_cast<std::size_t>(k)] = work(k); });
+    return counts;
 }
 
 // A status or code by name, else the number.
@@ -171,11 +179,11 @@ TEST(CApi, ManyPointsEqualOnePointBitForBit)
         EXPECT_TRUE(SameBits(one, results[i])) << i;
     }
 
-    // Strides: x varies, y is held; two threads give the same.
+    // Strides: x varies, y is held; a thread per core (0) gives the same.
     const double held = 9;
     const double* stridden[] = {xs.data(), &held};
     const ptrdiff_t strides[] = {1, 0};
-    const vexa_options two = {0, 2};
+    const vexa_options two = {0, 0};
     std::vector<double> again(xs.size());
     vexa_eval_many_ex(x.e, xs.size(), stridden, strides, again.data(), &two, &report, nullptr);
     EXPECT_EQ(report.failed, 1u);
@@ -249,39 +257,6 @@ TEST(CApi, ManyShapedPointsEqualOnePointValues)
                 }
             }
         }
-    }
-}
-
-// Shapes the language has not, missing data and reaches no buffer can match
-// are refused before a value is written.
-TEST(CApi, ManyShapedPointsRefuseWhatCannotBeRight)
-{
-    Expr x("R*k", "R,k");
-    ASSERT_TRUE(x.e);
-    const double r[] = {1, 2, 3}, k = 2;
-    struct Case {
-        int rows, cols, result_rows, result_cols;
-        size_t n;
-        ptrdiff_t stride;
-        bool data;
-    } cases[] = {
-        {3, 1, 1, 3, 2, 3, true}, {1, 3, 1, 0, 2, 3, true}, {1, 3, 1, 3, 2, 3, false},
-        {1, 3, 1, 3, static_cast<size_t>(-1), 3, true},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(std::to_string(c.rows) + "x" + std::to_string(c.cols) + " n " + std::to_string(c.n));
-        const double* columns[] = {c.data ? r : nullptr, &k};
-        const ptrdiff_t strides[] = {c.stride, 0};
-        const int rows[] = {c.rows, 1}, cols[] = {c.cols, 1};
-        double out[3] = {-7, -7, -7};
-        vexa_report report = {5, 5};
-        vexa_error err;
-        EXPECT_EQ(vexa_eval_many_shaped(x.e, c.n, columns, strides, rows, cols, c.result_rows, c.result_cols, out,
-                                        nullptr, &report, &err),
-                  VEXA_E_ARGUMENT);
-        EXPECT_EQ(err.code, VEXA_E_ARGUMENT);
-        EXPECT_EQ(out[0], -7);
-        EXPECT_EQ(report.failed, 0u);
     }
 }
 
@@ -398,72 +373,70 @@ TEST(CApi, OneHandleManyThreads)
     vexa_eval_many(x.e, kPoints, columns, serial.data(), nullptr);
     vexa_gradient_many(x.e, kPoints, columns, nullptr, nullptr, grads.data(), nullptr, nullptr, nullptr);
 
-    std::vector<int> mismatches(4, 0);
-    std::vector<std::thread> threads;
-    for (int k = 0; k < 4; ++k) {
-        threads.emplace_back([&, k] {
-            for (int i = k; i < kPoints; i += 2) {
-                const std::size_t p = static_cast<std::size_t>(i);
-                const double point[] = {t[p], a[p]};
-                double v, g[2], many;
-                vexa_eval(x.e, point, &v, nullptr);
-                vexa_gradient(x.e, point, g, nullptr);
-                const double* one[] = {&t[p], &a[p]};
-                vexa_eval_many(x.e, 1, one, &many, nullptr);
-                mismatches[static_cast<std::size_t>(k)] +=
-                    !SameBits(v, serial[p]) || !SameBits(many, serial[p]) || !SameBits(g[1], grads[2 * p + 1]);
-            }
-        });
-    }
-    for (std::thread& th : threads)
-        th.join();
+    const std::vector<int> mismatches = OnFourThreads([&](int k) {
+        int bad = 0;
+        for (int i = k; i < kPoints; i += 2) {
+            const std::size_t p = static_cast<std::size_t>(i);
+            const double point[] = {t[p], a[p]};
+            double v, g[2], many;
+            vexa_eval(x.e, point, &v, nullptr);
+            vexa_gradient(x.e, point, g, nullptr);
+            const double* one[] = {&t[p], &a[p]};
+            vexa_eval_many(x.e, 1, one, &many, nullptr);
+            bad += !SameBits(v, serial[p]) || !SameBits(many, serial[p]) || !SameBits(g[1], grads[2 * p + 1]);
+        }
+        return bad;
+    });
     EXPECT_EQ(mismatches, std::vector<int>(4, 0));
 }
 
 // Counts and strides no buffer can match, as a negative count turned
-// unsigned gives them: every bulk entry refuses them before writing (which
-// reaches are refused is tested in C++; here that each entry asks, with
-// the gradient's partials counted).
+// unsigned gives them, shapes the language has not and missing data: every
+// bulk entry refuses them before writing (which reaches are refused is
+// tested in C++; here that each entry asks, with the gradient's partials
+// and the shaped values' elements counted).
 TEST(CApi, CountsBeyondAnyBufferAreRefused)
 {
     const size_t kMax = static_cast<size_t>(-1);
     const size_t kMostDoubles = static_cast<size_t>(PTRDIFF_MAX) / sizeof(double);
-    enum Entry { kMany, kManyEx, kGradientMany };
+    enum Entry { kMany, kManyEx, kGradientMany, kShaped };
     struct Case {
         Entry entry;
         size_t n;
         ptrdiff_t stride;
+        int rows, cols, result_cols;  // of the shaped entry's first value and result
+        bool data;
     } cases[] = {
-        {kMany, kMax, 1}, {kManyEx, 3, PTRDIFF_MIN}, {kGradientMany, kMostDoubles / 2 + 1, 1},
-        {kGradientMany, 3, -(PTRDIFF_MAX / 8)},
+        {kMany, kMax, 1, 1, 1, 1, true}, {kManyEx, 3, PTRDIFF_MIN, 1, 1, 1, true},
+        {kGradientMany, kMostDoubles / 2 + 1, 1, 1, 1, 1, true}, {kGradientMany, 3, -(PTRDIFF_MAX / 8), 1, 1, 1, true},
+        {kShaped, 2, 3, 3, 1, 3, true}, {kShaped, 2, 3, 1, 3, 0, true}, {kShaped, 2, 3, 1, 3, 3, false},
+        {kShaped, kMax, 3, 1, 3, 3, true},
     };
-    Expr compiled("x*y+1", "x,y");
-    ASSERT_TRUE(compiled.e);
+    Expr compiled("x*y+1", "x,y"), shaped("R*k", "R,k");
+    ASSERT_TRUE(compiled.e && shaped.e);
+    const double r[] = {1, 2, 3}, k = 2;
     double x = 2, y = 3;
     const double* columns[] = {&x, &y};
     for (const Case& c : cases) {
         SCOPED_TRACE(std::to_string(c.entry) + " n " + std::to_string(c.n) + " stride " + std::to_string(c.stride));
-        const ptrdiff_t strides[] = {c.stride, c.stride};
-        double out[2] = {-7, -7}, grads[4] = {-7, -7, -7, -7};
+        const ptrdiff_t strides[] = {c.stride, c.entry == kShaped ? 0 : c.stride};
+        const double* values[] = {c.data ? r : nullptr, &k};
+        const int rows[] = {c.rows, 1}, cols[] = {c.cols, 1};
+        double out[3] = {-7, -7, -7}, grads[4] = {-7, -7, -7, -7};
         vexa_report report = {5, 5};
         vexa_error err;
-        int status = VEXA_OK;
-        switch (c.entry) {
-        case kMany: status = vexa_eval_many(compiled.e, c.n, columns, out, &err); break;
-        case kManyEx:
-            status = vexa_eval_many_ex(compiled.e, c.n, columns, strides, out, nullptr, &report, &err);
-            break;
-        case kGradientMany:
-            status = vexa_gradient_many(compiled.e, c.n, columns, strides, out, grads, nullptr, &report, &err);
-            break;
-        }
+        const int status =
+            c.entry == kMany ? vexa_eval_many(compiled.e, c.n, columns, out, &err)
+            : c.entry == kManyEx ? vexa_eval_many_ex(compiled.e, c.n, columns, strides, out, nullptr, &report, &err)
+            : c.entry == kGradientMany
+                ? vexa_gradient_many(compiled.e, c.n, columns, strides, out, grads, nullptr, &report, &err)
+                : vexa_eval_many_shaped(shaped.e, c.n, values, strides, rows, cols, 1, c.result_cols, out, nullptr,
+                                        &report, &err);
         EXPECT_EQ(status, VEXA_E_ARGUMENT) << err.message;
         EXPECT_EQ(err.code, VEXA_E_ARGUMENT);
         EXPECT_EQ(out[0], -7);
         EXPECT_EQ(grads[0], -7);
-        if (c.entry != kMany) {
-            EXPECT_EQ(report.failed, 0u);
-        }
+        EXPECT_EQ(report.failed, c.entry == kMany ? 5u : 0u);
     }
     // The largest strides that still reach: one point reads no stride at all.
     const ptrdiff_t far[] = {PTRDIFF_MAX, PTRDIFF_MIN};
@@ -497,25 +470,20 @@ TEST(CApi, HandleWithoutFormServesManyThreads)
     ASSERT_EQ(vexa_eval(x.e, &half, &v, &err), VEXA_OK) << err.message;
     EXPECT_EQ(v, 2 * (0.5 + kLevels));
 
-    std::vector<int> failures(4, 0);
-    std::vector<std::thread> threads;
-    for (int k = 0; k < 4; ++k) {
-        threads.emplace_back([&, k] {
-            for (int i = 0; i < 50; ++i) {
-                const double p = k + i * 0.25;
-                const double* column[] = {&p};
-                double one = 0, many[3] = {0, 0, 0};
-                const ptrdiff_t held[] = {0};
-                const int a = vexa_eval(x.e, &p, &one, nullptr);
-                const int b = vexa_eval_many_ex(x.e, 3, column, held, many, nullptr, nullptr, nullptr);
-                const double want = 2 * (p + kLevels);
-                failures[static_cast<std::size_t>(k)] +=
-                    a != VEXA_OK || b != VEXA_OK || one != want || many[0] != want || many[2] != want;
-            }
-        });
-    }
-    for (std::thread& th : threads)
-        th.join();
+    const std::vector<int> failures = OnFourThreads([&](int k) {
+        int bad = 0;
+        for (int i = 0; i < 50; ++i) {
+            const double p = k + i * 0.25;
+            const double* column[] = {&p};
+            double one = 0, many[3] = {0, 0, 0};
+            const ptrdiff_t held[] = {0};
+            const int a = vexa_eval(x.e, &p, &one, nullptr);
+            const int b = vexa_eval_many_ex(x.e, 3, column, held, many, nullptr, nullptr, nullptr);
+            const double want = 2 * (p + kLevels);
+            bad += a != VEXA_OK || b != VEXA_OK || one != want || many[0] != want || many[2] != want;
+        }
+        return bad;
+    });
     EXPECT_EQ(failures, std::vector<int>(4, 0));
 
     // Vectors through the tree alone, point by point, failures told alike.

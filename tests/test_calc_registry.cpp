@@ -49,11 +49,8 @@ std::wstring NameOf(ICalculator* calc) {
 
 std::vector<std::wstring> Names(bool with_registered) {
     std::vector<std::wstring> names;
-    if (with_registered) {
-        FunctionFactory::getInstance()->GetAllFunctionBiFunctionName(names);
-    } else {
-        FunctionFactory::getInstance()->GetAllFunctionName(names);
-    }
+    FunctionFactory* f = FunctionFactory::getInstance();
+    with_registered ? f->GetAllFunctionBiFunctionName(names) : f->GetAllFunctionName(names);
     return names;
 }
 

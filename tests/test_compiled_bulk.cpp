@@ -231,18 +231,15 @@ TEST_F(CompiledBulk, CountsBeyondAnyBufferAreRefused)
         double out[2] = {-7, -7}, grads[4] = {-7, -7, -7, -7};
         vexa::Options options;
         options.threads = c.threads;
-        switch (c.entry) {
-        case kForm: EXPECT_THROW(form->EvaluateMany(c.n, columns, out, options), std::length_error); break;
-        case kFormGradient:
-            EXPECT_THROW(form->GradientMany(c.n, columns, out, grads, options), std::length_error);
-            break;
-        case kAnyCalculator:
-            EXPECT_THROW(vexa::EvaluateMany(calc.get(), 2, c.n, columns, out, options), std::length_error);
-            break;
-        case kAnyOther:
-            EXPECT_THROW(vexa::EvaluateMany(wrapped.get(), 2, c.n, columns, out, options), std::length_error);
-            break;
-        }
+        const auto refuse = [&] {
+            if (c.entry == kForm)
+                form->EvaluateMany(c.n, columns, out, options);
+            else if (c.entry == kFormGradient)
+                form->GradientMany(c.n, columns, out, grads, options);
+            else
+                vexa::EvaluateMany((c.entry == kAnyCalculator ? calc : wrapped).get(), 2, c.n, columns, out, options);
+        };
+        EXPECT_THROW(refuse(), std::length_error);
         EXPECT_EQ(out[0], -7);
         EXPECT_EQ(grads[0], -7);
     }

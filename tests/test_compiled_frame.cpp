@@ -8,11 +8,13 @@
 // an exception also unwinds through the code by its registered frame.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
 #include <vector>
 
+#include "test_util.h"
 #include "vexa/compiled/x86_64/call_convention.h"
 #include "vexa/compiled/x86_64/frame.h"
 #include "vexa/compiled/x86_64/x64_emitter.h"
@@ -46,33 +48,30 @@ constexpr CallConvention kPositional = {
     false,
 };
 
-struct ArgCase {
-    const CallConvention* cc;
-    const char* kinds;  // i: integer, d: double
-    std::vector<int> expected;  // register, xmm index, or -1 - stack slot
-};
+// A register by name, N for xN, -1 - N for sN, else the number.
+int Place(const std::wstring& word)
+{
+    static const wchar_t* const kNames[] = {L"rax", L"rcx", L"rdx", L"rbx", L"rsp", L"rbp", L"rsi", L"rdi",
+                                            L"r8",  L"r9",  L"r10", L"r11", L"r12", L"r13", L"r14", L"r15"};
+    const auto named = std::find(std::begin(kNames), std::end(kNames), word);
+    if (named != std::end(kNames))
+        return static_cast<int>(named - std::begin(kNames));
+    const int n = std::stoi(vexa::ToUtf8(word.substr(word[0] == L'x' || word[0] == L's' ? 1 : 0)));
+    return word[0] == L's' ? -1 - n : n;
+}
 
 TEST(CompiledFrame, ArgumentsAreCountedAsTheConventionSays)
 {
-    const ArgCase cases[] = {
-        {&kSystemV, "ddii", {0, 1, rdi, rsi}},
-        {&kSystemV, "iiiiiiii", {rdi, rsi, rdx, rcx, r8, r9, -1, -2}},
-        {&kSystemV, "dddddddddi", {0, 1, 2, 3, 4, 5, 6, 7, -1, rdi}},
-        {&kPositional, "ddii", {0, 1, r8, r9}},
-        {&kPositional, "idid", {rcx, 1, r8, 3}},
-        {&kPositional, "iiiii", {rcx, rdx, r8, r9, -1}},
-        {&kPositional, "ddddd", {0, 1, 2, 3, -1}},
-        {&kWindowsX64, "iiiiii", {rcx, rdx, r8, r9, -1, -2}},
-        {&kWindowsX64, "didii", {0, rdx, 2, r9, -1}},
-        {&kWindowsX64, "iiiidi", {rcx, rdx, r8, r9, -1, -2}},
-    };
-    for (const ArgCase& c : cases) {
-        ArgumentCursor args(*c.cc);
-        for (std::size_t k = 0; k < c.expected.size(); ++k) {
-            int got = c.kinds[k] == 'i' ? args.NextInt() : args.NextXmm();
+    const auto cases = testutil::Section("x64_frames.txt", "args");
+    ASSERT_FALSE(cases.empty());
+    for (const auto& c : cases) {
+        ArgumentCursor args(c[0] == "SystemV" ? kSystemV : c[0] == "Positional" ? kPositional : kWindowsX64);
+        const std::vector<std::wstring> expected = testutil::Words(vexa::FromUtf8(c[2]));
+        for (std::size_t k = 0; k < expected.size(); ++k) {
+            int got = c[1][k] == 'i' ? args.NextInt() : args.NextXmm();
             if (got < 0)
                 got = -1 - args.StackSlot();
-            EXPECT_EQ(got, c.expected[k]) << c.kinds << " argument " << k;
+            EXPECT_EQ(got, Place(expected[k])) << c[0] << " " << c[1] << " argument " << k;
         }
     }
 }
@@ -98,32 +97,25 @@ TEST(CompiledFrame, RegistersAreTakenOnlyFromTheirLists)
     }
 }
 
-// Unwind records for prologues of every size the frame makes: the slots in
-// reverse order, allocations small and large, saves scaled by 16, and the
-// refusals where the format has no room.
 TEST(CompiledFrame, PrologueDescriptions)
 {
-    using S = PrologueStep;
-    const struct {
-        std::vector<S> steps;
-        std::vector<std::uint8_t> bytes;  // empty: refused
-    } cases[] = {
-        {{}, {1, 0, 0, 0}},
-        {{{S::kPush, 1, rbx, 0}}, {1, 1, 1, 0, 1, 0x30, 0, 0}},
-        {{{S::kPush, 1, rbx, 0}, {S::kPush, 3, r12, 0}, {S::kAlloc, 10, 0, 40}},
-         {1, 10, 3, 0, 10, 0x42, 3, 0xC0, 1, 0x30, 0, 0}},
-        {{{S::kAlloc, 7, 0, 136}, {S::kSaveXmm, 17, 6, 320}, {S::kSaveXmm, 27, 15, 336}},
-         {1, 27, 6, 0, 27, 0xF8, 21, 0, 17, 0x68, 20, 0, 7, 0x01, 17, 0}},
-        {{{S::kAlloc, 7, 0, 128}}, {1, 7, 1, 0, 7, 0xF2, 0, 0}},
-        {{{S::kPush, 256, rbx, 0}}, {}},
-        {{{S::kAlloc, 7, 0, 12}}, {}},
-        {{{S::kAlloc, 7, 0, 512 * 1024}}, {}},
-        {{{S::kSaveXmm, 7, 6, 8}}, {}},
-    };
+    const auto cases = testutil::Section("x64_frames.txt", "unwind");
+    ASSERT_FALSE(cases.empty());
     for (const auto& c : cases) {
-        std::vector<std::uint8_t> out = {9};
-        EXPECT_EQ(WindowsUnwindInfo(c.steps, out), !c.bytes.empty()) << c.steps.size();
-        EXPECT_EQ(out, c.bytes) << c.steps.size();
+        std::vector<PrologueStep> steps;
+        const std::vector<std::wstring> w = testutil::Words(vexa::FromUtf8(c[0]));
+        for (std::size_t i = 0; i + 3 < w.size(); i += 5) {
+            const PrologueStep::Kind kind = w[i] == L"push"    ? PrologueStep::kPush
+                                            : w[i] == L"alloc" ? PrologueStep::kAlloc
+                                                               : PrologueStep::kSaveXmm;
+            steps.push_back({kind, static_cast<std::uint32_t>(std::stoul(vexa::ToUtf8(w[i + 1]))), Place(w[i + 2]),
+                             std::stoi(vexa::ToUtf8(w[i + 3]))});
+        }
+        std::vector<std::uint8_t> bytes, out = {9};
+        for (const std::wstring& b : testutil::Words(vexa::FromUtf8(c[1] == "refused" ? "" : c[1])))
+            bytes.push_back(static_cast<std::uint8_t>(std::stoul(vexa::ToUtf8(b), nullptr, 16)));
+        EXPECT_EQ(WindowsUnwindInfo(steps, out), !bytes.empty()) << c[0];
+        EXPECT_EQ(out, bytes) << c[0];
     }
 }
 
@@ -184,12 +176,10 @@ std::vector<std::uint8_t> Outer()
     return em.Finish();
 }
 
-// Code in a frame that keeps kept registers and clobbers them and every xmm
-// register, writes all of its scratch room, and answers its stack pointer.
-std::vector<std::uint8_t> Inner(const CallConvention& cc, int kept, bool scratch, std::vector<std::uint8_t>& unwind)
+// Opens a frame that keeps kept registers, with scratch room if asked and
+// every xmm register in use, and clobbers what it keeps.
+void Open(Emitter& em, Frame& frame, int kept, bool scratch)
 {
-    Emitter em;
-    Frame frame(em, cc, 1);
     std::vector<int> taken;
     for (int k = 0; k < kept; ++k)
         taken.push_back(frame.TakeKept());
@@ -201,6 +191,15 @@ std::vector<std::uint8_t> Inner(const CallConvention& cc, int kept, bool scratch
         em.MovImm64(r, 0xDEAD000000000000ULL + static_cast<std::uint64_t>(r));
     for (int x = 0; x < 16; ++x)
         em.Xorpd(x, x);
+}
+
+// Code in such a frame that writes all of its scratch room and answers its
+// stack pointer.
+std::vector<std::uint8_t> Inner(const CallConvention& cc, int kept, bool scratch, std::vector<std::uint8_t>& unwind)
+{
+    Emitter em;
+    Frame frame(em, cc, 1);
+    Open(em, frame, kept, scratch);
     em.MovImm64(rax, 0x0BADBADBADBADBADULL);
     for (std::uint32_t k = 0; scratch && k < kScratchSlots; ++k)
         em.MovStore(frame.Scratch(static_cast<std::int32_t>(8 * k)), rax);
@@ -259,11 +258,7 @@ std::vector<std::uint8_t> CallsSix(int kept, std::vector<std::uint8_t>& unwind)
 {
     Emitter em;
     Frame frame(em, kWindowsX64, 0);
-    for (int k = 0; k < kept; ++k)
-        frame.TakeKept();
-    frame.ReserveScratch();
-    frame.UseXmms(15);
-    frame.Prologue();
+    Open(em, frame, kept, true);
     // The stack's arguments land on what was there.
     em.MovImm64(rax, ~0ULL);
     for (std::uint32_t k = 0; k < kScratchSlots; ++k)
@@ -322,16 +317,7 @@ TEST(CompiledFrame, ExceptionsUnwindThroughTheCode)
 {
     Emitter em;
     Frame real(em, kWindowsX64, 0);
-    std::vector<int> taken;
-    for (int k = 0; k < kWindowsX64.callee_saved_count; ++k)
-        taken.push_back(real.TakeKept());
-    real.ReserveScratch();
-    real.UseXmms(15);
-    real.Prologue();
-    for (int r : taken)
-        em.MovImm64(r, 0xDEAD0000ULL + static_cast<std::uint64_t>(r));
-    for (int x = 0; x < 16; ++x)
-        em.Xorpd(x, x);
+    Open(em, real, kWindowsX64.callee_saved_count, true);
     real.Call(reinterpret_cast<std::uint64_t>(&Throws));
     real.Epilogue();
     em.Ret();

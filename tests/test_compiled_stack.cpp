@@ -112,10 +112,9 @@ TEST_F(CompiledStack, ChainsRefuseCleanlyOnSmallStacks)
                     ExpectValueOrTooDeep(gradients[i], expected[i], "Gradient " + where);
                 }
             }
-            for (const vexa::PointFailure& p : gradReport.first)
-                EXPECT_TRUE(p.failure == vexa::Failure::kThrown && p.code == -1002) << "GradientMany " << where;
-            for (const vexa::PointFailure& p : freeReport.first)
-                EXPECT_TRUE(p.failure == vexa::Failure::kThrown && p.code == -1002) << "free EvaluateMany " << where;
+            for (const vexa::Report* r : {&gradReport, &freeReport})
+                for (const vexa::PointFailure& p : r->first)
+                    EXPECT_TRUE(p.failure == vexa::Failure::kThrown && p.code == -1002) << where;
             if (depth == kDeepest && size.refusesDeepest) {
                 EXPECT_EQ(report.failed, n) << where;
                 EXPECT_EQ(gradReport.failed, n) << where;

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "compiled_expression_util.h"
+#include "test_util.h"
 #include "vexa/core/executable_arena.h"
 #include "vexa/vexa_c.h"
 
@@ -260,14 +261,10 @@ TEST_F(ExecutableArena, GradientCodeIsMadeOnceWhenFirstAskedFor) {
 
     const double point[2] = {0.75, -2.0};
     std::vector<double> grads(16, 0.0);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t)
-        threads.emplace_back([&, t] {
-            vexa::Workspace ws(*form);
-            form->Gradient(point, &grads[2 * t], ws);
-        });
-    for (std::thread& t : threads)
-        t.join();
+    testutil::OnThreads(8, [&](int t) {
+        vexa::Workspace ws(*form);
+        form->Gradient(point, &grads[2 * t], ws);
+    });
     const std::size_t made = form_test::MakesMachineCode() ? 1 : 0;
     EXPECT_EQ(ExecutableArenaStats().programs, programs + made);
     double again[2];
@@ -293,23 +290,18 @@ TEST_F(ExecutableArena, ThreadsPlaceAndReleaseAtOnce) {
     FunctionFactory::getInstance();
     const std::size_t programs = ExecutableArenaStats().programs;
     std::vector<int> wrong(4, 0);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([t, &wrong] {
-            std::vector<std::pair<Calc, int> > mine;
-            for (int k = 0; k < 300; ++k) {
-                mine.emplace_back(form_test::Parse("x*" + std::to_string(t) + "+" + std::to_string(k), L"x"), k);
-                wrong[t] += Twice(mine.back().first.get(), 2.0) != 2.0 * t + k;
-                if (k % 3 == 0)
-                    mine.erase(mine.begin() + k / 2);
-            }
-            for (const auto& m : mine)
-                wrong[t] += Twice(m.first.get(), 0.5) != 0.5 * t + m.second;
-        });
-    for (std::thread& t : threads)
-        t.join();
-    for (int t = 0; t < 4; ++t)
-        EXPECT_EQ(wrong[t], 0) << t;
+    testutil::OnThreads(4, [&wrong](int t) {
+        std::vector<std::pair<Calc, int> > mine;
+        for (int k = 0; k < 300; ++k) {
+            mine.emplace_back(form_test::Parse("x*" + std::to_string(t) + "+" + std::to_string(k), L"x"), k);
+            wrong[t] += Twice(mine.back().first.get(), 2.0) != 2.0 * t + k;
+            if (k % 3 == 0)
+                mine.erase(mine.begin() + k / 2);
+        }
+        for (const auto& m : mine)
+            wrong[t] += Twice(m.first.get(), 0.5) != 0.5 * t + m.second;
+    });
+    EXPECT_EQ(wrong, std::vector<int>(4, 0));
     EXPECT_EQ(ExecutableArenaStats().programs, programs);
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "test_util.h"
 #include "vexa/core/utf8.h"
 #include "vexa/core/wstring.h"
 
@@ -12,6 +13,29 @@ namespace {
 
 std::wstring& Convert(const VEXA_WString& s) {
     return s;
+}
+
+// The units of a text of hexadecimal words.
+template <class Text>
+Text Units(const std::string& hex) {
+    Text units;
+    for (const std::wstring& w : testutil::Words(vexa::FromUtf8(hex))) {
+        unsigned long u = std::stoul(vexa::ToUtf8(w), nullptr, 16);
+        // Characters above U+FFFF in 16-bit units: a surrogate pair.
+        if (sizeof(typename Text::value_type) == 2 && u > 0xFFFF) {
+            units += static_cast<typename Text::value_type>(0xD800 + ((u - 0x10000) >> 10));
+            u = 0xDC00 + ((u - 0x10000) & 0x3FF);
+        }
+        units += static_cast<typename Text::value_type>(u);
+    }
+    return units;
+}
+
+// The cases of data/text_units.txt that belong to test.
+std::vector<std::vector<std::string>> Cases(const char* test) {
+    const auto cases = testutil::Section("text_units.txt", test);
+    EXPECT_FALSE(cases.empty()) << test;
+    return cases;
 }
 
 TEST(CoreWString, CopyAssignAppend) {
@@ -78,21 +102,11 @@ TEST(CoreWString, Ordering) {
 }
 
 TEST(CoreWString, CaseAndKeywords) {
-    const struct {
-        const wchar_t* text;
-        bool time, cycle, result;
-    } cases[] = {
-        {L"TIME", true, false, false},  {L"time", true, false, false},       {L"Time", true, false, false},
-        {L"TIMES", false, false, false}, {L"TIME ", false, false, false},     {L"cycleangle", false, true, false},
-        {L"CycleAngle", false, true, false}, {L"{}", false, false, true},    {L"{FX}", false, false, true},
-        {L"{", false, false, false},    {L"}", false, false, false},         {L"a}", false, false, false},
-        {L"", false, false, false},
-    };
-    for (const auto& c : cases) {
-        VEXA_WString s(c.text);
-        EXPECT_EQ(s.isTime(), c.time) << "'" << c.text << "'";
-        EXPECT_EQ(s.isCycleAngle(), c.cycle) << "'" << c.text << "'";
-        EXPECT_EQ(s.isResultObject(), c.result) << "'" << c.text << "'";
+    for (const auto& c : Cases("keywords")) {
+        const VEXA_WString s(vexa::FromUtf8(c[0]).c_str());
+        EXPECT_EQ(s.isTime(), c[1] == "time") << "'" << c[0] << "'";
+        EXPECT_EQ(s.isCycleAngle(), c[1] == "cycle") << "'" << c[0] << "'";
+        EXPECT_EQ(s.isResultObject(), c[1] == "result") << "'" << c[0] << "'";
     }
     EXPECT_TRUE(VEXA_WString(L"ABC").SameNoCase(VEXA_WString(L"abc")));
     EXPECT_FALSE(VEXA_WString(L"\x00C4").SameNoCase(VEXA_WString(L"\x00E4")));  // only A-Z fold
@@ -112,37 +126,14 @@ TEST(CoreUtf8, RoundTripAndReplacement) {
     EXPECT_EQ(vexa::ToUtf8(std::wstring(1, static_cast<wchar_t>(0xD800))), "\xEF\xBF\xBD");
 }
 
-// Every ill-formed sequence becomes U+FFFD, one for each maximal start of a
-// well-formed sequence (else one per byte); the byte after it is read anew.
+// Ill-formed sequences become replacement characters as the cases say.
 TEST(CoreUtf8, IllFormedSequencesBecomeReplacementCharacters) {
-    const wchar_t R = 0xFFFD;
-    struct Case {
-        const char* kind;
-        std::string bytes;
-        std::wstring chars;
-    };
-    const Case cases[] = {
-        {"edges of each length", "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xF0\x90\x80\x80\xF4\x8F\xBF\xBF",
-         L"\x7F\x80\u07FF\u0800\uD7FF\uE000\U00010000\U0010FFFF"},
-        {"overlong plus", "X\xC0\xAB" "1", {L'X', R, R, L'1'}},
-        {"overlong letter", "\xC1\x81", {R, R}},
-        {"overlong three bytes", "\xE0\x80\xAF", {R, R, R}},
-        {"overlong four bytes", "\xF0\x8F\xBF\xBF", {R, R, R, R}},
-        {"surrogate low edge", "\xED\xA0\x80", {R, R, R}},
-        {"surrogate high edge", "\xED\xBF\xBF", {R, R, R}},
-        {"above U+10FFFF", "\xF4\x90\x80\x80", {R, R, R, R}},
-        {"F5 lead", "\xF5\x80\x80\x80", {R, R, R, R}},
-        {"FF and FE", "\xFF\xFE" "A", {R, R, L'A'}},
-        {"stray continuation", "A\x80\xBF" "B", {L'A', R, R, L'B'}},
-        {"truncated two at end", "A\xC3", {L'A', R}},
-        {"truncated three", "\xE2\x82" "B", {R, L'B'}},
-        {"truncated three at end", "a\xFF\xE2\x82", {L'a', R, R}},
-        {"truncated four", "\xF0\x9F\x98" "B", {R, L'B'}},
-        {"truncated four by a lead", "\xF1\x80\xC3\xA9", {R, 0xE9}},
-        {"Unicode's example", "\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64",
-         {L'a', R, R, R, L'b', R, L'c', R, R, L'd'}},
-    };
-    for (const Case& c : cases) {
+    for (const auto& row : Cases("decode")) {
+        const struct {
+            const std::string& kind;
+            std::string bytes;
+            std::wstring chars;
+        } c = {row[0], Units<std::string>(row[1]), Units<std::wstring>(row[2])};
         EXPECT_EQ(vexa::FromUtf8(c.bytes), c.chars) << c.kind;
         // Offsets walk the same sequences: the last character ends the text.
         EXPECT_EQ(vexa::Utf8Offset(c.bytes, c.chars.size()), c.bytes.size()) << c.kind;
@@ -158,28 +149,8 @@ TEST(CoreUtf8, IllFormedSequencesBecomeReplacementCharacters) {
 TEST(CoreUtf8, CharactersAboveTheBasicPlane) {
     const bool utf16 = sizeof(wchar_t) == 2;
     const std::string grin = "\xF0\x9F\x98\x80";  // U+1F600
-    const std::string bad = "\xEF\xBF\xBD";       // U+FFFD
-    struct Case {
-        const char* kind;
-        std::wstring wide;
-        std::string utf16_bytes;
-        std::string utf32_bytes;
-    };
-    const Case cases[] = {
-        {"pair", {0xD83D, 0xDE00}, grin, bad + bad},
-        {"pair between letters", {L'a', 0xD83D, 0xDE00, L'b'}, "a" + grin + "b", "a" + bad + bad + "b"},
-        {"lowest and highest", {0xD800, 0xDC00, 0xDBFF, 0xDFFF}, "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF",
-         bad + bad + bad + bad},
-        {"lone high", {0xD83D, L'x'}, bad + "x", bad + "x"},
-        {"lone high at end", {L'x', 0xD83D}, "x" + bad, "x" + bad},
-        {"lone low", {0xDE00, L'x'}, bad + "x", bad + "x"},
-        {"low before high", {0xDE00, 0xD83D}, bad + bad, bad + bad},
-        {"two highs then low", {0xD83D, 0xD83D, 0xDE00}, bad + grin, bad + bad + bad},
-    };
-    for (const Case& c : cases) {
-        const std::string& want = utf16 ? c.utf16_bytes : c.utf32_bytes;
-        EXPECT_EQ(vexa::ToUtf8(c.wide), want) << c.kind;
-    }
+    for (const auto& c : Cases("encode"))
+        EXPECT_EQ(vexa::ToUtf8(Units<std::wstring>(c[1])), Units<std::string>(utf16 ? c[2] : c[3])) << c[0];
 
     // Decoding gives the pair back; offsets inside a pair name the start of
     // its character.

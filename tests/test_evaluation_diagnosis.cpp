@@ -30,16 +30,13 @@ VEXA_Data ValueOf(const std::wstring& word)
 
 EvaluationCause CauseOf(const std::wstring& word)
 {
-    if (word == L"zero")
-        return EvaluationCause::kDivisionByZero;
-    if (word == L"refused")
-        return EvaluationCause::kRefusedCall;
-    if (word == L"shapes")
-        return EvaluationCause::kShapes;
-    if (word == L"failed")
-        return EvaluationCause::kCallFailed;
-    if (word == L"novalue")
-        return EvaluationCause::kParameterWithoutValue;
+    const std::pair<const wchar_t*, EvaluationCause> causes[] = {
+        {L"zero", EvaluationCause::kDivisionByZero}, {L"refused", EvaluationCause::kRefusedCall},
+        {L"shapes", EvaluationCause::kShapes}, {L"failed", EvaluationCause::kCallFailed},
+        {L"novalue", EvaluationCause::kParameterWithoutValue}};
+    for (const auto& c : causes)
+        if (word == c.first)
+            return c.second;
     return EvaluationCause::kNone;
 }
 

@@ -18,6 +18,12 @@ std::wstring Nested(const wchar_t* name, int depth, const wchar_t* inner) {
     return Repeat(name, depth) + inner + Repeat(L")", depth);
 }
 
+std::vector<std::vector<std::string>> Cases(const char* test) {
+    const auto cases = Section("long_texts.txt", test);
+    EXPECT_FALSE(cases.empty()) << test;
+    return cases;
+}
+
 TEST(ParserLimits, CallsNestAtMostOneHundredDeep) {
     EXPECT_EQ(Eval(Parse(Nested(L"ABS(", 100, L"x")).calc.get(), {-2}), 2);
     // Many calls side by side at the deepest level are fine.
@@ -57,6 +63,9 @@ void Exercise(const DeepCase& c) {
 TEST(ParserLimits, DeepestTextsOnASmallStack) {
     // Texts as long as the length limit allows (4095 characters) or as deep
     // as the nesting limits allow.
+    std::vector<DeepCase> cases;
+    for (const auto& c : Cases("deep"))
+        cases.push_back({Expand(c[0]), std::stod(c[1]), std::stod(c[2]), c[3] != "-", c[3] == "-" ? 0 : std::stod(c[3])});
     double s = 0.7, ds = 1;
     for (int i = 0; i < 100; ++i) {
         ds *= std::cos(s);
@@ -65,18 +74,7 @@ TEST(ParserLimits, DeepestTextsOnASmallStack) {
     std::wstring sines = Nested(L"SIN(", 100, L"x");
     for (int i = 0; i < 7; ++i)
         sines += L"+" + Nested(L"SIN(", 100, L"x");
-    const DeepCase cases[] = {
-        {L"x" + Repeat(L"+x", 2047), 0.5, 1024, true, 2048},
-        {L"x" + Repeat(L"^1", 2047), 3, 3, true, 1},
-        {L"1" + Repeat(L"^2", 2047), 1, 1, true, 0},
-        {Repeat(L"-", 2099) + L"x", 1.5, -1.5, true, -1},
-        {Repeat(L"-(", 1364) + L"x*2" + Repeat(L")", 1364), 1.5, 3, true, 2},
-        {Repeat(L"(", 2047) + L"x" + Repeat(L")", 2047), 4, 4, true, 1},
-        {sines, 0.7, 8 * s, true, 8 * ds},
-        {Nested(L"ABS(", 100, (L"x" + Repeat(L"+x", 700)).c_str()), 1, 701, true, 701},
-        // Derivatives of nested MAX double at every level.
-        {Repeat(L"MAX(", 100) + L"x" + Repeat(L",1)", 100), 0, 1, false, 0},
-    };
+    cases.push_back({sines, 0.7, 8 * s, true, 8 * ds});
     RunOnSmallStack([&cases]() {
         for (const DeepCase& c : cases)
             Exercise(c);
@@ -113,30 +111,13 @@ TEST(ParserLimits, DeepDerivativeTreesAreWalkedMeasuredAndWrittenOnASmallStack) 
     }, std::size_t(128) << 10);
 }
 
-TEST(ParserLimits, TooDeepAndFailingDeepInsideThrowAndReleaseEverything) {
-    // Errors at the innermost level unwind through every level; the
-    // sanitizer build checks that nothing leaks.
-    const std::wstring call = L"ABS(x" + Repeat(L"+x", 700) + L")";  // 702 deep
-    const std::pair<std::wstring, int> cases[] = {
-        {Repeat(L"-", 2099) + L"x", -1},
-        {Repeat(L"-", 1398) + call, -1},
-        {Repeat(L"-", 2100) + L"x", 0},
-        {Repeat(L"-", 1399) + call, 0},
-        {Repeat(L"!@", 2047) + L"x", 0},
-        // The call opening level 101 throws its position in its argument's text.
-        {Nested(L"ABS(", 100, L"1+ABS(x)"), 2},
-        {L"x-" + Nested(L"ABS(", 120, L"x"), 0},
-        {Nested(L"SIN(", 100, L"x+#"), 2},
-        {Nested(L"MAX(1,", 100, L"x+2*"), 0},
-        {Nested(L"IMPACT({p},", 30, L"1"), 100},
-        {L"x" + Repeat(L"+x", 2046) + L"+#", 4094},
-        {Repeat(L"-", 2000) + L"x(", 0},
-    };
+TEST(ParserLimits, TooLongOrTooDeepAndFailingDeepInsideThrowAndReleaseEverything) {
+    const auto cases = Cases("code");
     RunOnSmallStack([&]() {
         for (const auto& c : cases) {
-            vexa::ParseResult r = Parse(c.first);
-            EXPECT_EQ(r.calc ? -1 : r.diagnosis.code, c.second)
-                << Narrow(c.first.substr(0, 12)) << "... (" << c.first.size() << ")";
+            const std::wstring text = Expand(c[0]);
+            vexa::ParseResult r = Parse(text);
+            EXPECT_EQ(r.calc ? -1 : r.diagnosis.code, std::stoi(c[1])) << c[0] << " (" << text.size() << ")";
         }
     });
 }

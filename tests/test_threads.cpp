@@ -13,7 +13,6 @@
 #include <iterator>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "test_util.h"
@@ -51,17 +50,6 @@ std::wstring Compute(const wchar_t* text) {
         out += c ? L" " + std::to_wstring(bits) : L" null";
     }
     return out;
-}
-
-
-// Runs body(t) on threads t = 0 .. count-1 at once and waits for them all.
-template <class Body>
-void OnThreads(int count, Body body) {
-    std::vector<std::thread> threads;
-    for (int t = 0; t < count; ++t)
-        threads.emplace_back(body, t);
-    for (std::thread& th : threads)
-        th.join();
 }
 
 TEST(Threads, ExpressionsSharingARegisteredFunctionCopyParseEvaluateAndRelease) {
@@ -131,38 +119,33 @@ TEST(Threads, ParallelParseEvaluateDifferentiateMatchSerialResults) {
     }
     const int kThreads = 4, kRounds = 15;
     std::atomic<int> mismatches{0}, budget_misses{0}, conversion_clobbered{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&, t] {
-            // The conversion string is per thread: a text converted here must
-            // stay as it is while the other threads convert texts of their own
-            // (this thread's own library calls may overwrite it, so it is
-            // checked right after the conversion).
-            std::wstring mine = L"thread " + std::to_wstring(t);
-            VEXA_WString name(mine.c_str());
-            for (int round = 0; round < kRounds; ++round) {
-                for (std::size_t i = 0; i < std::size(kTexts); ++i) {
-                    const std::size_t k = (i + t) % std::size(kTexts);
-                    if (Compute(kTexts[k]) != expected[k])
-                        ++mismatches;
-                    std::wstring& converted = name;
-                    for (int n = 0; n < 100; ++n)
-                        if (converted != mine)
-                            ++conversion_clobbered;
-                }
-                // One thread hitting the node budget must not spend or reset
-                // the budget of another thread's derivative. Nested MAX in the
-                // first argument doubles the derivative tree per level.
-                if (t % 2 == 0 && round == t) {
-                    vexa::ParseResult p = Parse(Repeat(L"MAX(", 24) + L"x" + Repeat(L",1)", 24));
-                    if (vexa::CalcRef(p.calc->getDerivativeCalculator(0)))
-                        ++budget_misses;
-                }
+    OnThreads(kThreads, [&](int t) {
+        // The conversion string is per thread: a text converted here must
+        // stay as it is while the other threads convert texts of their own
+        // (this thread's own library calls may overwrite it, so it is
+        // checked right after the conversion).
+        std::wstring mine = L"thread " + std::to_wstring(t);
+        VEXA_WString name(mine.c_str());
+        for (int round = 0; round < kRounds; ++round) {
+            for (std::size_t i = 0; i < std::size(kTexts); ++i) {
+                const std::size_t k = (i + t) % std::size(kTexts);
+                if (Compute(kTexts[k]) != expected[k])
+                    ++mismatches;
+                std::wstring& converted = name;
+                for (int n = 0; n < 100; ++n)
+                    if (converted != mine)
+                        ++conversion_clobbered;
             }
-        });
-    }
-    for (std::thread& th : threads)
-        th.join();
+            // One thread hitting the node budget must not spend or reset
+            // the budget of another thread's derivative. Nested MAX in the
+            // first argument doubles the derivative tree per level.
+            if (t % 2 == 0 && round == t) {
+                vexa::ParseResult p = Parse(Repeat(L"MAX(", 24) + L"x" + Repeat(L",1)", 24));
+                if (vexa::CalcRef(p.calc->getDerivativeCalculator(0)))
+                    ++budget_misses;
+            }
+        }
+    });
     EXPECT_EQ(mismatches.load(), 0);
     EXPECT_EQ(conversion_clobbered.load(), 0);
     EXPECT_EQ(budget_misses.load(), 0);

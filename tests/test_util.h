@@ -9,6 +9,7 @@
 #include <fstream>
 #include <initializer_list>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "vexa/vexa.h"
@@ -73,6 +74,16 @@ struct Registered {
     Registered(const Registered&) = delete;
     Registered& operator=(const Registered&) = delete;
 };
+
+// Runs body(t) on threads t = 0 .. count-1 at once and waits for them all.
+template <class Body>
+void OnThreads(int count, Body body) {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < count; ++t)
+        threads.emplace_back(body, t);
+    for (std::thread& th : threads)
+        th.join();
+}
 
 // A 1 x n row vector (n >= 2) holding the given elements.
 inline VEXA_Data RowVector(std::initializer_list<double> elements) {
@@ -204,6 +215,23 @@ inline std::vector<std::wstring> Words(const std::wstring& s) {
         i = end;
     }
     return words;
+}
+
+// A text of a case file with each [PART*N] written out: PART N times.
+inline std::wstring Expand(const std::string& utf8) {
+    const std::wstring s = vexa::FromUtf8(utf8);
+    std::wstring out;
+    for (std::size_t i = 0; i < s.size(); ++i) {
+        const std::size_t close = s[i] == L'[' ? s.find(L']', i) : std::wstring::npos;
+        if (close == std::wstring::npos) {
+            out += s[i];
+            continue;
+        }
+        const std::size_t star = s.rfind(L'*', close);
+        out += Repeat(s.substr(i + 1, star - i - 1), std::stoi(Narrow(s.substr(star + 1, close - star - 1))));
+        i = close;
+    }
+    return out;
 }
 
 // strtod, not stod: out-of-range texts give infinities and zeros.
