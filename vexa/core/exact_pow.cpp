@@ -1,4 +1,5 @@
 #include "vexa/core/exact_pow.h"
+#include "vexa/core/bits.h"
 
 #include <cmath>
 #include <cstdint>
@@ -47,12 +48,7 @@ namespace {
 
 const int kResultLimit = 256;  // results within [2^-256, 2^256]
 
-std::uint64_t Bits(double v)
-{
-    std::uint64_t b;
-    std::memcpy(&b, &v, sizeof b);
-    return b;
-}
+using vexa_core::Bits;
 
 double FromBits(std::uint64_t b)
 {

@@ -5,18 +5,14 @@
 
 #include "vexa/compiled/machine_gradient.h"
 #include "vexa/compiled/run/builtin_gradient.h"
+#include "vexa/core/bits.h"
 
 namespace vexa_compiled {
 namespace a64 {
 
 namespace {
 
-std::uint64_t Bits(double v)
-{
-    std::uint64_t bits;
-    std::memcpy(&bits, &v, sizeof bits);
-    return bits;
-}
+using vexa_core::Bits;
 
 template <class F>
 std::uint64_t AddressOf(F* f)

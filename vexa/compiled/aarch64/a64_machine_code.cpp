@@ -16,6 +16,7 @@
 #include "vexa/compiled/aarch64/a64_emitter.h"
 #include "vexa/compiled/aarch64/a64_frame.h"
 #include "vexa/compiled/aarch64/a64_value_lowering.h"
+#include "vexa/core/bits.h"
 
 namespace vexa_compiled {
 
@@ -45,12 +46,7 @@ constexpr XReg kResult = x22;
 constexpr XReg kHeld = x23;
 constexpr XReg kShape = x24;
 
-std::uint64_t Bits(double v)
-{
-    std::uint64_t bits;
-    std::memcpy(&bits, &v, sizeof bits);
-    return bits;
-}
+using vexa_core::Bits;
 
 template <class F>
 std::uint64_t Address(F* f)

@@ -4,20 +4,12 @@
 
 #include "vexa/compiled/aarch64/a64_callees.h"
 #include "vexa/compiled/machine_code.h"
+#include "vexa/core/bits.h"
 
 namespace vexa_compiled {
 namespace a64 {
 
-namespace {
-
-std::uint64_t Bits(double v)
-{
-    std::uint64_t bits;
-    std::memcpy(&bits, &v, sizeof bits);
-    return bits;
-}
-
-}  // namespace
+using vexa_core::Bits;
 
 bool ValueLowering::Takes(const Program& program, const Instr& in)
 {

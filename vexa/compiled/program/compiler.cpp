@@ -19,6 +19,7 @@
 #include "vexa/tree/operater_node.h"
 #include "vexa/tree/owning_step_calculator.h"
 #include "vexa/tree/variable_param.h"
+#include "vexa/core/bits.h"
 
 namespace vexa_compiled {
 
@@ -31,12 +32,7 @@ namespace {
 // calculators (2^64 evaluations would never finish either way).
 constexpr int kMaxDiffLevels = 64;
 
-std::uint64_t Bits(double v)
-{
-    std::uint64_t b;
-    std::memcpy(&b, &v, sizeof b);
-    return b;
-}
+using vexa_core::Bits;
 
 // Whether compute, run once under each rounding mode of the default
 // environment, raises no flag but inexact and gives the same bits each time,

@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "vexa/core/float_ops.h"
+#include "vexa/core/bits.h"
 
 namespace vexa_compiled {
 namespace x64 {
@@ -13,12 +14,7 @@ namespace {
 constexpr std::uint64_t kAbsMask = 0x7FFFFFFFFFFFFFFFULL;
 constexpr std::uint64_t kOne = 0x3FF0000000000000ULL;
 
-std::uint64_t Bits(double v)
-{
-    std::uint64_t bits;
-    std::memcpy(&bits, &v, sizeof bits);
-    return bits;
-}
+using vexa_core::Bits;
 
 }  // namespace
 
