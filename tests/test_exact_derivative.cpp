@@ -5,12 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <fstream>
-#include <sstream>
 
 #include "compiled_expression_util.h"
+#include "test_util.h"
 
 using namespace form_test;
+using testutil::Eval;
 
 namespace {
 
@@ -20,29 +20,15 @@ struct Row {
     std::vector<int> by;
 };
 
-std::string Trim(const std::string& s)
-{
-    const auto b = s.find_first_not_of(' '), e = s.find_last_not_of(' ');
-    return b == std::string::npos ? "" : s.substr(b, e - b + 1);
-}
-
 std::vector<Row> Rows()
 {
-    std::ifstream in(std::string(VEXA_TEST_DATA_DIR) + "/exact_derivatives.txt");
     std::vector<Row> rows;
-    for (std::string line; std::getline(in, line);) {
-        if (line.empty() || line[0] == '#')
-            continue;
-        std::istringstream fields(line);
-        std::string f[5];
-        for (std::string& s : f)
-            std::getline(fields, s, ';');
-        Row r{line, Trim(f[0]), Trim(f[1]), Trim(f[4]), {}, {}};
-        std::istringstream p(f[2]), b(f[3]);
-        for (double d; p >> d;)
-            r.point.push_back(d);
-        for (int i; b >> i;)
-            r.by.push_back(i);
+    for (const testutil::CaseLine& c : testutil::ReadCases("exact_derivatives.txt")) {
+        const std::string text = vexa::ToUtf8(c.fields[0]);
+        Row r{"line " + std::to_string(c.line) + ": " + text, text, vexa::ToUtf8(c.fields[1]),
+              vexa::ToUtf8(c.fields[4]), testutil::Numbers(vexa::ToUtf8(c.fields[2])), {}};
+        for (double by : testutil::Numbers(vexa::ToUtf8(c.fields[3])))
+            r.by.push_back(static_cast<int>(by));
         rows.push_back(r);
     }
     return rows;
@@ -67,15 +53,6 @@ Calc Partial(ICalculator* calc, const std::vector<int>& by, std::size_t order)
     return c;
 }
 
-double At(ICalculator* c, std::vector<double> point)
-{
-    std::vector<VEXA_Data> values(point.begin(), point.end());
-    VEXA_Data out;
-    if (!c->Evaluate(static_cast<int>(values.size()), values.data(), out))
-        return std::nan("");
-    return *out.getValue();
-}
-
 // d/dx_k of f at point: central differences at h, h/2, h/4, h/8, extrapolated.
 long double Richardson(ICalculator* f, std::vector<double> point, int k)
 {
@@ -84,9 +61,9 @@ long double Richardson(ICalculator* f, std::vector<double> point, int k)
     for (int level = 0; level < 4; ++level) {
         const double h = 1e-2 * std::max(1.0, std::fabs(x)) / (1 << level);
         point[static_cast<std::size_t>(k)] = x + h;
-        const long double up = At(f, point);
+        const long double up = Eval(f, point);
         point[static_cast<std::size_t>(k)] = x - h;
-        const long double down = At(f, point);
+        const long double down = Eval(f, point);
         table[level] = (up - down) / (2.0L * h);
     }
     for (int m = 1; m < 4; ++m)
@@ -103,7 +80,6 @@ TEST(ExactDerivative, MatchesReferencesOnEveryRowOfTheTable)
     for (const Row& r : rows) {
         Calc subject = Subject(r);
         ASSERT_TRUE(subject) << r.line;
-        std::string why;
         Calc d = Partial(subject.get(), r.by, r.by.size());
         ASSERT_TRUE(d) << r.line;
         std::vector<VEXA_Data> values(r.point.begin(), r.point.end());
@@ -133,7 +109,7 @@ TEST(ExactDerivative, MatchesReferencesOnEveryRowOfTheTable)
         if (r.by.size() == 2) {
             // The mixed partial does not depend on the order of nesting.
             Calc swapped = Partial(subject.get(), {r.by[1], r.by[0]}, 2);
-            EXPECT_NEAR(At(swapped.get(), r.point), value, 1e-9 * std::max(1.0, std::fabs(value))) << r.line;
+            EXPECT_NEAR(Eval(swapped.get(), r.point), value, 1e-9 * std::max(1.0, std::fabs(value))) << r.line;
         }
     }
 }
@@ -215,12 +191,12 @@ TEST(ExactDerivative, IsACalculatorLikeAnyOther)
     ASSERT_TRUE(FunctionFactory::getInstance()->Register(name, d.get()));
     Calc caller = Parse("EXDX(x, y) + 1", L"x,y");
     ASSERT_TRUE(caller);
-    EXPECT_EQ(At(caller.get(), {3, 2}), 13.0);
+    EXPECT_EQ(Eval(caller.get(), {3, 2}), 13.0);
     ASSERT_TRUE(FunctionFactory::getInstance()->UnRegister(name));
     d->Release();  // the registry's reference
     Calc copy(static_cast<vexa::ExactDerivativeCalculator*>(d.get())->Copy());
     d.reset();
-    EXPECT_EQ(At(copy.get(), {3, 2}), 12.0);
+    EXPECT_EQ(Eval(copy.get(), {3, 2}), 12.0);
     // Missing or non-scalar parameters give a null value.
     VEXA_Data one(1.0), vec(1, 3), out;
     EXPECT_FALSE(copy->Evaluate(1, &one, out));
@@ -240,7 +216,7 @@ TEST(ExactDerivative, HessianIsSymmetricAndMatchesNestedPartials)
         for (int j = 0; j < 3; ++j) {
             Calc d = Partial(calc.get(), {i, j}, 2);
             EXPECT_EQ(H[i * 3 + j], H[j * 3 + i]);
-            EXPECT_NEAR(H[i * 3 + j], At(d.get(), point), 1e-12) << i << j;
+            EXPECT_NEAR(H[i * 3 + j], Eval(d.get(), point), 1e-12) << i << j;
         }
     Calc bad = Parse("1/(x-1)+y+z", L"x,y,z");
     const auto badForm = vexa::CompiledExpression::Make(bad.get(), 3);
