@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <sstream>
 
 #include "compiled_expression_util.h"
 #include "test_util.h"
@@ -114,51 +115,41 @@ TEST(ExactDerivative, MatchesReferencesOnEveryRowOfTheTable)
     }
 }
 
-VEXA_Data Value(int rows, int cols, std::vector<double> v)
+// Rows, columns and elements; a 1 x 1 value is a number.
+VEXA_Data ValueOf(const std::string& s)
 {
-    VEXA_Data d(rows, cols);
-    std::copy(v.begin(), v.end(), d.getValue());
+    const std::vector<double> n = testutil::Numbers(s);
+    if (n.size() < 3)
+        return VEXA_Data();
+    if (n.size() == 3 && n[0] == 1 && n[1] == 1)
+        return VEXA_Data(n[2]);
+    VEXA_Data d(static_cast<int>(n[0]), static_cast<int>(n[1]));
+    std::copy(n.begin() + 2, n.end(), d.getValue());
     return d;
 }
 
 TEST(ExactDerivative, ShapedValuesAndParametersGiveHandWrittenJacobians)
 {
-    const VEXA_Data k(2.0), V = Value(1, 3, {1, 2, 3}), F = Value(1, 3, {4, 5, 6});
-    const VEXA_Data M = Value(3, 3, {1, 2, 3, 4, 5, 6, 7, 8, 10});
-    const VEXA_Data null;
-    struct Case {
-        const wchar_t* text;
-        const wchar_t* names;
+    const std::vector<testutil::CaseLine> cases = testutil::ReadCases("exact_jacobians.txt");
+    ASSERT_GT(cases.size(), 7u);
+    for (const testutil::CaseLine& c : cases) {
+        SCOPED_TRACE("line " + std::to_string(c.line) + ": " + vexa::ToUtf8(c.fields[0]));
+        Calc calc = Parse(vexa::ToUtf8(c.fields[0]), c.fields[1].c_str());
+        ASSERT_TRUE(calc);
+        Calc d(vexa::ExactDerivative(calc.get(), std::stoi(vexa::ToUtf8(c.fields[3]))));
+        ASSERT_TRUE(d);
         std::vector<VEXA_Data> point;
-        int by;
-        VEXA_Data expected;  // null: no partial of these shapes
-    } cases[] = {
-        {L"k*V", L"k,V", {k, V}, 0, V},
-        {L"k*V", L"k,V", {k, V}, 1, Value(3, 3, {2, 0, 0, 0, 2, 0, 0, 0, 2})},
-        {L"R%F", L"R,F", {V, F}, 0, Value(3, 3, {0, 6, -5, -6, 0, 4, 5, -4, 0})},  // d (R x F)_i / d R_j
-        {L"R%F", L"R,F", {V, F}, 1, Value(3, 3, {0, -3, 2, 3, 0, -1, -2, 1, 0})},
-        {L"u*M", L"u,M", {V, M}, 0, Value(3, 3, {1, 4, 7, 2, 5, 8, 3, 6, 10})},  // the transpose of M
-        {L"k*M*M", L"k,M", {k, M}, 0, Value(3, 3, {30, 36, 45, 66, 81, 102, 109, 134, 169})},
-        {L"k*k*M", L"k,M", {k, M}, 0, Value(3, 3, {4, 8, 12, 16, 20, 24, 28, 32, 40})},
-        {L"M*M+M", L"M", {M}, 0, null},
-    };
-    for (const Case& c : cases) {
-        const std::wstring w = c.text;
-        const std::string text(w.begin(), w.end());
-        Calc calc = Parse(text, c.names);
-        ASSERT_TRUE(calc) << text;
-        Calc d(vexa::ExactDerivative(calc.get(), c.by));
-        ASSERT_TRUE(d) << text;
-        std::vector<VEXA_Data> point = c.point;
+        std::wstringstream values(c.fields[2]);
+        for (std::wstring value; std::getline(values, value, L';');)
+            point.push_back(ValueOf(vexa::ToUtf8(value)));
+        const VEXA_Data expected = ValueOf(vexa::ToUtf8(c.fields[4]));
         VEXA_Data out;
         const bool ok = d->Evaluate(static_cast<int>(point.size()), point.data(), out);
-        EXPECT_EQ(ok, c.expected.getType() != DT_NULL) << text << " by " << c.by;
-        if (ok) {
-            EXPECT_TRUE(out == c.expected) << text << " by " << c.by;
-        }
+        EXPECT_EQ(ok, expected.getType() != DT_NULL);
+        EXPECT_TRUE(!ok || out == expected);
         // No second order of a shaped value.
         Calc d2(d->getDerivativeCalculator(0));
-        EXPECT_FALSE(d2 && d2->Evaluate(static_cast<int>(point.size()), point.data(), out)) << text;
+        EXPECT_FALSE(d2 && d2->Evaluate(static_cast<int>(point.size()), point.data(), out));
     }
 }
 
@@ -171,8 +162,8 @@ TEST(ExactDerivative, RefusesIndicesOutOfRangeWithAReason)
         EXPECT_NE(why.find("no parameter of index " + std::to_string(index)), std::string::npos) << why;
     }
     Calc d(vexa::ExactDerivative(calc.get(), 0));
-    EXPECT_EQ(d->getDerivativeCalculator(-1), nullptr);
-    EXPECT_EQ(d->getDerivativeCalculator(2), nullptr);
+    for (int index : {-1, 2})
+        EXPECT_EQ(d->getDerivativeCalculator(index), nullptr) << index;
     // Past the highest order, and for a calculator it cannot compile.
     Calc d4 = Partial(calc.get(), {0, 1, 0, 1}, 4);
     ASSERT_TRUE(d4);
