@@ -38,6 +38,7 @@ namespace {
 
 using form_test::Bits;
 using form_test::Calc;
+using form_test::Reference;
 using form_test::Same;
 using form_test::Show;
 using vexa_calc::ExpressionAccess;
@@ -166,11 +167,6 @@ Calc Derived(const Case& c)
     return calc;
 }
 
-Calc TreeOnly(const Case& c)
-{
-    return form_test::TreeOnly(Derived(c).get());
-}
-
 const std::vector<double> kWarmUp = {0.25, 0.5, 0.75};
 
 // Evaluated often enough for the machine code to exist, then made and warmed
@@ -179,21 +175,16 @@ const std::vector<double> kWarmUp = {0.25, 0.5, 0.75};
 // whatever the host had set at that moment.
 Calcs Make(const Case& c, const Env* under = nullptr)
 {
-    Calcs m{TreeOnly(c), Derived(c), Derived(c), nullptr};
+    Calcs m{form_test::TreeOnly(Derived(c).get()), Derived(c), Derived(c), nullptr};
     for (int round = under ? 0 : 1; round < 2; ++round) {
         std::unique_ptr<EnvScope> scope(round == 0 ? new EnvScope(*under) : nullptr);
-        form_test::Reference(m.interpreted.get(), kWarmUp);
+        Reference(m.interpreted.get(), kWarmUp);
         for (int i = 0; i <= 200; ++i)
-            form_test::Reference(m.machine.get(), kWarmUp);
+            Reference(m.machine.get(), kWarmUp);
         if (!m.form)
             m.form = vexa::CompiledExpression::Make(m.tree.get(), 3);
     }
     return m;
-}
-
-vexa::Outcome Reference(ICalculator* calc, const std::vector<double>& point)
-{
-    return form_test::Reference(calc, point);
 }
 
 // The path running, for the report of a trap.
