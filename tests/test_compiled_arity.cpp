@@ -133,13 +133,12 @@ void ManyAsTree(ICalculator* calc, const std::string& text, bool exactSlopes, co
     EXPECT_TRUE(form->runsAsProgram()) << text;
     Calc twin = TreeOnly(calc);
     const std::size_t n = 150;
-    std::vector<double> x(n), y(n), z(n), results(n);
+    std::vector<double> xyz, results(n);
     for (std::size_t i = 0; i < n; ++i) {
         const std::vector<double> p = Point(static_cast<int>(i));
-        x[i] = p[0], y[i] = p[1], z[i] = p[2];
+        xyz.insert(xyz.end(), p.begin(), p.end());
     }
-    const vexa::Column columns[] = {vexa::Column::Values(x.data()), vexa::Column::Values(y.data()),
-                                    vexa::Column::Values(z.data())};
+    const vexa::Column columns[] = {{xyz.data(), 3}, {xyz.data() + 1, 3}, {xyz.data() + 2, 3}};
     vexa::Options options;
     options.threads = 1;
     form->EvaluateMany(n, columns, results.data(), options);
@@ -149,8 +148,7 @@ void ManyAsTree(ICalculator* calc, const std::string& text, bool exactSlopes, co
         ASSERT_TRUE(tree.ok()) << text;
         EXPECT_EQ(Bits(results[i]), Bits(tree.value)) << text << " point " << i;
         double grad[3];
-        const double point[3] = {x[i], y[i], z[i]};
-        const vexa::Outcome g = form->Gradient(point, grad, ws);
+        const vexa::Outcome g = form->Gradient(&xyz[3 * i], grad, ws);
         ASSERT_TRUE(Same(g, tree)) << text << " gradient at point " << i << ": " << Show(g);
         for (int k = 0; exactSlopes && k < 3; ++k)
             EXPECT_EQ(grad[k], slopes[k]) << text << " d/d" << "xyz"[k];

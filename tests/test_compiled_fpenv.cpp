@@ -38,6 +38,7 @@ namespace {
 
 using form_test::Bits;
 using form_test::Calc;
+using form_test::Reference;
 using form_test::Same;
 using form_test::Show;
 using vexa_calc::ExpressionAccess;
@@ -166,11 +167,6 @@ Calc Derived(const Case& c)
     return calc;
 }
 
-Calc TreeOnly(const Case& c)
-{
-    return form_test::TreeOnly(Derived(c).get());
-}
-
 const std::vector<double> kWarmUp = {0.25, 0.5, 0.75};
 
 // Evaluated often enough for the machine code to exist, then made and warmed
@@ -179,21 +175,16 @@ const std::vector<double> kWarmUp = {0.25, 0.5, 0.75};
 // whatever the host had set at that moment.
 Calcs Make(const Case& c, const Env* under = nullptr)
 {
-    Calcs m{TreeOnly(c), Derived(c), Derived(c), nullptr};
+    Calcs m{form_test::TreeOnly(Derived(c).get()), Derived(c), Derived(c), nullptr};
     for (int round = under ? 0 : 1; round < 2; ++round) {
         std::unique_ptr<EnvScope> scope(round == 0 ? new EnvScope(*under) : nullptr);
-        form_test::Reference(m.interpreted.get(), kWarmUp);
+        Reference(m.interpreted.get(), kWarmUp);
         for (int i = 0; i <= 200; ++i)
-            form_test::Reference(m.machine.get(), kWarmUp);
+            Reference(m.machine.get(), kWarmUp);
         if (!m.form)
             m.form = vexa::CompiledExpression::Make(m.tree.get(), 3);
     }
     return m;
-}
-
-vexa::Outcome Reference(ICalculator* calc, const std::vector<double>& point)
-{
-    return form_test::Reference(calc, point);
 }
 
 // The path running, for the report of a trap.
@@ -226,32 +217,20 @@ std::string Compare(const Case& c, Calcs& m, const std::vector<std::vector<doubl
     for (const auto& p : points)
         tree.push_back(Reference(m.tree.get(), p));
     vexa::Workspace ws(*m.form);
-    std::vector<double> columns[3];
-    for (const auto& p : points) {
-        for (int k = 0; k < 3; ++k)
-            columns[k].push_back(p[static_cast<std::size_t>(k)]);
-    }
-    const vexa::Column cols[3] = {vexa::Column::Values(columns[0].data()), vexa::Column::Values(columns[1].data()),
-                                  vexa::Column::Values(columns[2].data())};
-    std::vector<double> bulk(n);
+    // The points one after the other, n of them, then again up to enough for
+    // three threads of the library's own, which inherit the host's environment.
+    const std::size_t repeated = 200;
+    std::vector<double> xyz;
+    for (std::size_t i = 0; i < repeated; ++i)
+        xyz.insert(xyz.end(), points[i % n].begin(), points[i % n].end());
+    const vexa::Column cols[3] = {{xyz.data(), 3}, {xyz.data() + 1, 3}, {xyz.data() + 2, 3}};
+    std::vector<double> bulk(n), threaded(repeated);
     g_stage = "bulk";
     m.form->EvaluateMany(n, cols, bulk.data());
-    // Threads of the library's own inherit the host's environment: points
-    // enough for three of them.
-    const std::size_t repeated = 200;
-    std::vector<double> spread[3];
-    for (std::size_t i = 0; i < repeated; ++i) {
-        for (std::size_t k = 0; k < 3; ++k)
-            spread[k].push_back(points[i % n][k]);
-    }
-    const vexa::Column spreadCols[3] = {vexa::Column::Values(spread[0].data()),
-                                        vexa::Column::Values(spread[1].data()),
-                                        vexa::Column::Values(spread[2].data())};
-    std::vector<double> threaded(repeated);
     vexa::Options three;
     three.threads = 3;
     g_stage = "bulk in threads";
-    m.form->EvaluateMany(repeated, spreadCols, threaded.data(), three);
+    m.form->EvaluateMany(repeated, cols, threaded.data(), three);
     std::vector<double> manyValues(n), manyGrads(3 * n);
     g_stage = "gradients in bulk";
     m.form->GradientMany(n, cols, manyValues.data(), manyGrads.data());
@@ -271,12 +250,12 @@ std::string Compare(const Case& c, Calcs& m, const std::vector<std::vector<doubl
         double grad[3];
         const vexa::Outcome g = m.form->Gradient(p.data(), grad, ws);
         g_stage = "compare";
-        if (!Same(interpreted, t))
-            return what + ": interpreter " + Show(interpreted) + ", tree " + Show(t);
-        if (!Same(machine, t))
-            return what + ": machine code " + Show(machine) + ", tree " + Show(t);
-        if (!Same(one, t))
-            return what + ": one point " + Show(one) + ", tree " + Show(t);
+        const std::pair<const char*, vexa::Outcome> paths[] = {
+            {"interpreter", interpreted}, {"machine code", machine}, {"one point", one}};
+        for (const auto& [path, o] : paths) {
+            if (!Same(o, t))
+                return what + ": " + path + " " + Show(o) + ", tree " + Show(t);
+        }
         if (Bits(bulk[i]) != Bits(t.value) && !(std::isnan(bulk[i]) && std::isnan(t.value)))
             return what + ": bulk " + std::to_string(bulk[i]) + ", tree " + Show(t);
         if (g.ok() != (dg[i][3] == 1.0 && t.ok()))
@@ -289,19 +268,12 @@ std::string Compare(const Case& c, Calcs& m, const std::vector<std::vector<doubl
         if (Bits(manyValues[i]) != Bits(g.value) ||
             std::memcmp(&manyGrads[3 * i], grad, sizeof grad) != 0)
             return what + ": the gradient in bulk differs from the gradient at one point";
-        if (g.ok()) {
-            if (Bits(g.value) != Bits(t.value))
-                return what + ": gradient value " + Show(g) + ", tree " + Show(t);
-            for (std::size_t k = 0; k < 3; ++k) {
-                if (Bits(grad[k]) != Bits(dg[i][k]))
-                    return what + ": partial " + std::to_string(k) + " " + std::to_string(grad[k]) +
-                           ", default environment " + std::to_string(dg[i][k]);
-            }
-        } else {
-            for (int k = 0; k < 3; ++k) {
-                if (!std::isnan(grad[k]))
-                    return what + ": a failed gradient with a partial that is a number";
-            }
+        if (g.ok() && Bits(g.value) != Bits(t.value))
+            return what + ": gradient value " + Show(g) + ", tree " + Show(t);
+        for (std::size_t k = 0; k < 3; ++k) {
+            if (g.ok() ? Bits(grad[k]) != Bits(dg[i][k]) : !std::isnan(grad[k]))
+                return what + ": partial " + std::to_string(k) + " " + std::to_string(grad[k]) +
+                       (g.ok() ? ", default environment " + std::to_string(dg[i][k]) : " of a failed gradient");
         }
     }
     return "";

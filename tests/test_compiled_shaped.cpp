@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cmath>
+#include <functional>
 #include <random>
 #include <string>
 #include <vector>
@@ -22,13 +23,11 @@
 
 #include "compiled_expression_util.h"
 #include "test_util.h"
-#include "vexa/calc/expression_access.h"
 #include "vexa/compiled/program/shaped_program.h"
 #include "vexa/vexa.h"
 
 namespace {
 
-using vexa_calc::ExpressionAccess;
 using Dims = vexa_compiled::Shape;
 
 // The parameters: names and declared shapes, in the parser's order.
@@ -119,12 +118,6 @@ private:
     std::mt19937 m_rng;
 };
 
-// Everything a host sees of one evaluation.
-std::string Outcome(ICalculator* calc, std::vector<VEXA_Data>& params, int count, bool start = false)
-{
-    return form_test::Evaluated(calc, params, count, {calc}, start);
-}
-
 // The sets an expression is evaluated over: most of the declared shapes (a
 // signature the program keeps), then others that change it.
 std::vector<VEXA_Data> MakeSet(Generator& g, int set)
@@ -142,10 +135,13 @@ std::vector<VEXA_Data> MakeSet(Generator& g, int set)
 }
 
 // The tree of text over the parameters; null where the parser refuses it.
-ICalculator* Parse(const std::string& text)
+form_test::Calc Parse(const std::string& text)
 {
-    return form_test::Parse(text, kNames).release();
+    return form_test::Parse(text, kNames);
 }
+
+bool Shaped(ICalculator* calc) { return vexa_compiled::ShapedProgramSize(*static_cast<Expression*>(calc)) > 0; }
+bool Machine(ICalculator* calc) { return vexa_compiled::RunsShapedMachineCode(*static_cast<Expression*>(calc)); }
 
 // Expressions whose machine code ran, of the differential tests.
 int g_machine = 0;
@@ -161,20 +157,43 @@ bool MachineCodeRuns()
 #endif
 }
 
+using Sets = std::vector<std::vector<VEXA_Data>>;
+
+// The first set (its parameters, as many as it holds) on which calc and its
+// tree-only twin differ in anything a host sees, "" when none does; after()
+// runs after each of calc's evaluations. Every other set starts the result
+// with a value of its own.
+std::string FirstDifference(ICalculator* calc, const Sets& sets, const std::function<void()>& after = nullptr)
+{
+    const form_test::Calc twin = form_test::TreeOnly(calc);
+    for (std::size_t k = 0; k < sets.size(); ++k) {
+        std::vector<VEXA_Data> a = sets[k], b = sets[k];
+        const int count = static_cast<int>(a.size());
+        const std::string fast = form_test::Evaluated(calc, a, count, {calc}, k % 2);
+        if (after)
+            after();
+        const std::string slow = form_test::Evaluated(twin.get(), b, count, {twin.get()}, k % 2);
+        if (fast != slow)
+            return "set " + std::to_string(k) + ": " + fast + " vs " + slow;
+    }
+    return "";
+}
+
 void Agree(ICalculator* calc, Generator& g, const std::string& text, bool& ran)
 {
     bool machine = false;
-    const form_test::Calc twin = form_test::TreeOnly(calc);
+    Sets sets;
     for (int set = 0; set < 9; ++set) {
-        std::vector<VEXA_Data> values = MakeSet(g, set);
-        const int count = set == 8 ? kParams - 1 - g.Uniform(0, 3) : kParams;
-        std::vector<VEXA_Data> copy = values;
-        const std::string fast = Outcome(calc, values, count, set % 2);
-        ran = ran || vexa_compiled::ShapedProgramSize(*static_cast<Expression*>(calc)) > 0;
-        machine = machine || vexa_compiled::RunsShapedMachineCode(*static_cast<Expression*>(calc));
-        const std::string slow = Outcome(twin.get(), copy, count, set % 2);
-        ASSERT_EQ(fast, slow) << text << " set " << set;
+        sets.push_back(MakeSet(g, set));
+        if (set == 8)
+            sets.back().resize(static_cast<std::size_t>(kParams - 1 - g.Uniform(0, 3)));
     }
+    ASSERT_EQ(FirstDifference(calc, sets, [&] {
+                  ran = ran || Shaped(calc);
+                  machine = machine || Machine(calc);
+              }),
+              "")
+        << text;
     g_machine += machine;
 }
 
@@ -193,19 +212,17 @@ void Differential(unsigned seed, int rounds, unsigned mxcsr)
     int parsed = 0, shaped = 0;
     for (int round = 0; round < rounds && !::testing::Test::HasFatalFailure(); ++round) {
         const std::string text = g.Of(static_cast<Kind>(g.Uniform(0, kKinds - 1)), g.Uniform(1, 5));
-        ICalculator* calc = Parse(text);
+        const form_test::Calc calc = Parse(text);
         if (!calc)
             continue;
         ++parsed;
         bool ran = false;
-        Agree(calc, g, text, ran);
-        if (ICalculator* d = calc->getDerivativeCalculator(g.Uniform(0, kParams - 1))) {
+        Agree(calc.get(), g, text, ran);
+        if (const form_test::Calc d{calc->getDerivativeCalculator(g.Uniform(0, kParams - 1))}) {
             bool ignored = false;  // derivatives seldom combine shapes
-            Agree(d, g, "d " + text, ignored);
-            d->Release();
+            Agree(d.get(), g, "d " + text, ignored);
         }
         shaped += ran;
-        calc->Release();
     }
 #if defined(__x86_64__)
     _mm_setcsr(saved);
@@ -250,7 +267,7 @@ TEST(ShapedProgram, CoversExactlyTheShapesThatCombine)
     EXPECT_GT(cases.size(), 15u);
     for (const testutil::CaseLine& c : cases) {
         const std::string line = testutil::Narrow(c.fields[0]);
-        ICalculator* calc = Parse(line.substr(2));
+        const form_test::Calc calc = Parse(line.substr(2));
         ASSERT_TRUE(calc) << line;
         std::vector<VEXA_Data> values = MakeSet(g, 0);
         VEXA_Data result;
@@ -258,8 +275,7 @@ TEST(ShapedProgram, CoversExactlyTheShapesThatCombine)
             calc->Evaluate(kParams, values.data(), result);
         } catch (int) {
         }
-        EXPECT_EQ(vexa_compiled::ShapedProgramSize(*static_cast<Expression*>(calc)) > 0, line[0] == '1') << line;
-        calc->Release();
+        EXPECT_EQ(Shaped(calc.get()), line[0] == '1') << line;
     }
 }
 
@@ -268,25 +284,21 @@ TEST(ShapedProgram, CoversExactlyTheShapesThatCombine)
 // values throughout.
 TEST(ShapedProgram, StopsAndSignatureChangesGiveTheTreesOutcome)
 {
-    ICalculator* calc = Parse("(U+V)/S+W*M/T");
+    const form_test::Calc calc = Parse("(U+V)/S+W*M/T");
     ASSERT_TRUE(calc);
-    const form_test::Calc twin = form_test::TreeOnly(calc);
     Generator g(11);
     const double divisors[] = {0.0, -0.0, NAN, 3.0};
+    Sets sets;
     for (int round = 0; round < 24; ++round) {
-        std::vector<VEXA_Data> values = MakeSet(g, 0);
-        values[0] = VEXA_Data(divisors[round % 4]);
-        if (round >= 8 && round % 2 == 0) {
-            // Alternate between 1 x 3 and 1 x 2 rows: more signatures than
-            // the bound allows.
-            for (int i = 2; i < 5; ++i)
-                values[i] = g.Make(1, 2);
-        }
-        std::vector<VEXA_Data> copy = values;
-        EXPECT_EQ(Outcome(calc, values, kParams), Outcome(twin.get(), copy, kParams)) << round;
+        sets.push_back(MakeSet(g, 0));
+        sets.back()[0] = VEXA_Data(divisors[round % 4]);
+        // Alternate between 1 x 3 and 1 x 2 rows: more signatures than the
+        // bound allows.
+        for (int i = 2; i < 5 && round >= 8 && round % 2 == 0; ++i)
+            sets.back()[i] = g.Make(1, 2);
     }
-    EXPECT_EQ(vexa_compiled::ShapedProgramSize(*static_cast<Expression*>(calc)), 0u);
-    calc->Release();
+    EXPECT_EQ(FirstDifference(calc.get(), sets), "");
+    EXPECT_FALSE(Shaped(calc.get()));
 }
 
 // Kernels the machine code writes out: more 3 x 3 elements live at once
@@ -296,17 +308,11 @@ TEST(ShapedProgram, StopsAndSignatureChangesGiveTheTreesOutcome)
 // unmasked, at values the tree computes without trapping.
 TEST(ShapedProgram, MachineCodeUnderRegisterPressureAndUnmaskedTraps)
 {
-    const char* const kKernels[] = {
-        "(M*N+N*M)*(M*M-N*N)+(M*N-N*M)*(M*M+N*N)+M*(N*(M*N))",
-        "(U%V)*M/S+W*(N/T)-U/S",
-    };
     Generator g(5);
-    for (const char* text : kKernels) {
-        ICalculator* calc = Parse(text);
+    for (const char* text : {"(M*N+N*M)*(M*M-N*N)+(M*N-N*M)*(M*M+N*N)+M*(N*(M*N))", "(U%V)*M/S+W*(N/T)-U/S"}) {
+        const form_test::Calc calc = Parse(text);
         ASSERT_TRUE(calc) << text;
-        Expression* twin = static_cast<Expression*>(calc)->Copy();
-        ExpressionAccess::SetCompilable(*twin, false);
-        std::vector<std::vector<VEXA_Data>> sets;
+        Sets sets;
         for (int k = 0; k < 200; ++k) {
             sets.push_back(MakeSet(g, 0));
             // No product or quotient overflows, no inf - inf; NaN elements
@@ -321,22 +327,11 @@ TEST(ShapedProgram, MachineCodeUnderRegisterPressureAndUnmaskedTraps)
                         v.getValue()[e] = 1.5;
                 }
             }
-            static const double kDivisors[] = {0.0, -0.0, 1e-300};
             if (k % 4 == 0)
-                sets.back()[0] = VEXA_Data(kDivisors[k / 4 % 3]);
+                sets.back()[0] = VEXA_Data(std::vector<double>{0.0, -0.0, 1e-300}[k / 4 % 3]);
         }
-        auto agree = [&]() {
-            std::string diff;
-            for (std::size_t k = 0; k < sets.size() && diff.empty(); ++k) {
-                std::vector<VEXA_Data> a = sets[k], b = sets[k];
-                const std::string fast = Outcome(calc, a, kParams, k % 2), slow = Outcome(twin, b, kParams, k % 2);
-                if (fast != slow)
-                    diff = std::string(text) + " set " + std::to_string(k);
-            }
-            return diff;
-        };
-        EXPECT_EQ(agree(), "");
-        EXPECT_EQ(vexa_compiled::RunsShapedMachineCode(*static_cast<Expression*>(calc)), MachineCodeRuns()) << text;
+        EXPECT_EQ(FirstDifference(calc.get(), sets), "") << text;
+        EXPECT_EQ(Machine(calc.get()), MachineCodeRuns()) << text;
 #if defined(__linux__) && (defined(__x86_64__) || defined(__aarch64__))
         std::fflush(nullptr);
         const pid_t child = fork();
@@ -345,14 +340,12 @@ TEST(ShapedProgram, MachineCodeUnderRegisterPressureAndUnmaskedTraps)
             // qemu-user and some processors do not trap: nothing to see.
             if (feenableexcept(FE_DIVBYZERO | FE_INVALID | FE_OVERFLOW) == -1)
                 _exit(0);
-            _exit(agree().empty() ? 0 : 1);
+            _exit(FirstDifference(calc.get(), sets).empty() ? 0 : 1);
         }
         int status = 0;
         ASSERT_EQ(waitpid(child, &status, 0), child);
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << text << ": status " << status;
 #endif
-        twin->Release();
-        calc->Release();
     }
 }
 
@@ -360,26 +353,20 @@ TEST(ShapedProgram, MachineCodeUnderRegisterPressureAndUnmaskedTraps)
 // either kind hands the other's parameters on, with the tree's outcome.
 TEST(ShapedProgram, ScalarAndShapedMachineCodeHandEachOtherOn)
 {
-    ICalculator* calc = Parse("S*U+T*V-W/S+R*B*M");
+    const form_test::Calc calc = Parse("S*U+T*V-W/S+R*B*M");
     ASSERT_TRUE(calc);
-    Expression* twin = static_cast<Expression*>(calc)->Copy();
-    ExpressionAccess::SetCompilable(*twin, false);
     Generator g(3);
+    Sets sets[2];
     for (int round = 0; round < 300; ++round) {
-        std::vector<VEXA_Data> values = MakeSet(g, 0);
+        sets[round >= 200].push_back(MakeSet(g, 0));
         if (round < 100 || (round >= 200 && round % 2 == 0)) {
-            for (VEXA_Data& v : values)
+            for (VEXA_Data& v : sets[round >= 200].back())
                 v = VEXA_Data(g.Value());
         }
-        std::vector<VEXA_Data> copy = values;
-        ASSERT_EQ(Outcome(calc, values, kParams, round % 3 == 0), Outcome(twin, copy, kParams, round % 3 == 0))
-            << round;
-        if (round == 199) {
-            EXPECT_EQ(vexa_compiled::RunsShapedMachineCode(*static_cast<Expression*>(calc)), MachineCodeRuns());
-        }
     }
-    twin->Release();
-    calc->Release();
+    EXPECT_EQ(FirstDifference(calc.get(), sets[0]), "");
+    EXPECT_EQ(Machine(calc.get()), MachineCodeRuns());
+    EXPECT_EQ(FirstDifference(calc.get(), sets[1]), "");
 }
 
 }  // namespace

@@ -59,12 +59,10 @@ TEST(CompiledSystem, ValuesAreEachOutputsEvaluateBitForBit)
         EXPECT_GT(sys->programOutputs(), 0);
         const std::size_t n = 150, outs = m.outputs.size();
         ComputingCaseGenerator values(seed * 7, {}, false);
-        std::vector<double> cols[3];
-        for (auto& c : cols)
-            for (std::size_t i = 0; i < n; ++i)
-                c.push_back(values.Value());
-        const vexa::Column columns[] = {vexa::Column::Values(cols[0].data()), vexa::Column::Values(cols[1].data()),
-                                        vexa::Column::Values(cols[2].data())};
+        std::vector<double> points(n * 3);
+        for (double& v : points)
+            v = values.Value();
+        const vexa::Column columns[] = {{points.data(), 3}, {points.data() + 1, 3}, {points.data() + 2, 3}};
         for (const bool strict : {false, true}) {
             vexa::Options options;
             options.strict = strict;
@@ -77,7 +75,7 @@ TEST(CompiledSystem, ValuesAreEachOutputsEvaluateBitForBit)
                 failed.insert(f.index);
             vexa::SystemWorkspace ws(*sys);
             for (std::size_t i = 0; i < n; ++i) {
-                const std::vector<double> point = {cols[0][i], cols[1][i], cols[2][i]};
+                const std::vector<double> point(&points[i * 3], &points[i * 3 + 3]);
                 std::vector<double> one(outs);
                 sys->Evaluate(point.data(), one.data(), ws, strict);
                 for (std::size_t o = 0; o < outs; ++o) {

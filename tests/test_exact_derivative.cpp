@@ -5,12 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <fstream>
 #include <sstream>
 
 #include "compiled_expression_util.h"
+#include "test_util.h"
 
 using namespace form_test;
+using testutil::Eval;
 
 namespace {
 
@@ -20,29 +21,15 @@ struct Row {
     std::vector<int> by;
 };
 
-std::string Trim(const std::string& s)
-{
-    const auto b = s.find_first_not_of(' '), e = s.find_last_not_of(' ');
-    return b == std::string::npos ? "" : s.substr(b, e - b + 1);
-}
-
 std::vector<Row> Rows()
 {
-    std::ifstream in(std::string(VEXA_TEST_DATA_DIR) + "/exact_derivatives.txt");
     std::vector<Row> rows;
-    for (std::string line; std::getline(in, line);) {
-        if (line.empty() || line[0] == '#')
-            continue;
-        std::istringstream fields(line);
-        std::string f[5];
-        for (std::string& s : f)
-            std::getline(fields, s, ';');
-        Row r{line, Trim(f[0]), Trim(f[1]), Trim(f[4]), {}, {}};
-        std::istringstream p(f[2]), b(f[3]);
-        for (double d; p >> d;)
-            r.point.push_back(d);
-        for (int i; b >> i;)
-            r.by.push_back(i);
+    for (const testutil::CaseLine& c : testutil::ReadCases("exact_derivatives.txt")) {
+        const std::string text = vexa::ToUtf8(c.fields[0]);
+        Row r{"line " + std::to_string(c.line) + ": " + text, text, vexa::ToUtf8(c.fields[1]),
+              vexa::ToUtf8(c.fields[4]), testutil::Numbers(vexa::ToUtf8(c.fields[2])), {}};
+        for (double by : testutil::Numbers(vexa::ToUtf8(c.fields[3])))
+            r.by.push_back(static_cast<int>(by));
         rows.push_back(r);
     }
     return rows;
@@ -67,15 +54,6 @@ Calc Partial(ICalculator* calc, const std::vector<int>& by, std::size_t order)
     return c;
 }
 
-double At(ICalculator* c, std::vector<double> point)
-{
-    std::vector<VEXA_Data> values(point.begin(), point.end());
-    VEXA_Data out;
-    if (!c->Evaluate(static_cast<int>(values.size()), values.data(), out))
-        return std::nan("");
-    return *out.getValue();
-}
-
 // d/dx_k of f at point: central differences at h, h/2, h/4, h/8, extrapolated.
 long double Richardson(ICalculator* f, std::vector<double> point, int k)
 {
@@ -84,9 +62,9 @@ long double Richardson(ICalculator* f, std::vector<double> point, int k)
     for (int level = 0; level < 4; ++level) {
         const double h = 1e-2 * std::max(1.0, std::fabs(x)) / (1 << level);
         point[static_cast<std::size_t>(k)] = x + h;
-        const long double up = At(f, point);
+        const long double up = Eval(f, point);
         point[static_cast<std::size_t>(k)] = x - h;
-        const long double down = At(f, point);
+        const long double down = Eval(f, point);
         table[level] = (up - down) / (2.0L * h);
     }
     for (int m = 1; m < 4; ++m)
@@ -103,7 +81,6 @@ TEST(ExactDerivative, MatchesReferencesOnEveryRowOfTheTable)
     for (const Row& r : rows) {
         Calc subject = Subject(r);
         ASSERT_TRUE(subject) << r.line;
-        std::string why;
         Calc d = Partial(subject.get(), r.by, r.by.size());
         ASSERT_TRUE(d) << r.line;
         std::vector<VEXA_Data> values(r.point.begin(), r.point.end());
@@ -133,56 +110,46 @@ TEST(ExactDerivative, MatchesReferencesOnEveryRowOfTheTable)
         if (r.by.size() == 2) {
             // The mixed partial does not depend on the order of nesting.
             Calc swapped = Partial(subject.get(), {r.by[1], r.by[0]}, 2);
-            EXPECT_NEAR(At(swapped.get(), r.point), value, 1e-9 * std::max(1.0, std::fabs(value))) << r.line;
+            EXPECT_NEAR(Eval(swapped.get(), r.point), value, 1e-9 * std::max(1.0, std::fabs(value))) << r.line;
         }
     }
 }
 
-VEXA_Data Value(int rows, int cols, std::vector<double> v)
+// Rows, columns and elements; a 1 x 1 value is a number.
+VEXA_Data ValueOf(const std::string& s)
 {
-    VEXA_Data d(rows, cols);
-    std::copy(v.begin(), v.end(), d.getValue());
+    const std::vector<double> n = testutil::Numbers(s);
+    if (n.size() < 3)
+        return VEXA_Data();
+    if (n.size() == 3 && n[0] == 1 && n[1] == 1)
+        return VEXA_Data(n[2]);
+    VEXA_Data d(static_cast<int>(n[0]), static_cast<int>(n[1]));
+    std::copy(n.begin() + 2, n.end(), d.getValue());
     return d;
 }
 
 TEST(ExactDerivative, ShapedValuesAndParametersGiveHandWrittenJacobians)
 {
-    const VEXA_Data k(2.0), V = Value(1, 3, {1, 2, 3}), F = Value(1, 3, {4, 5, 6});
-    const VEXA_Data M = Value(3, 3, {1, 2, 3, 4, 5, 6, 7, 8, 10});
-    const VEXA_Data null;
-    struct Case {
-        const wchar_t* text;
-        const wchar_t* names;
+    const std::vector<testutil::CaseLine> cases = testutil::ReadCases("exact_jacobians.txt");
+    ASSERT_GT(cases.size(), 7u);
+    for (const testutil::CaseLine& c : cases) {
+        SCOPED_TRACE("line " + std::to_string(c.line) + ": " + vexa::ToUtf8(c.fields[0]));
+        Calc calc = Parse(vexa::ToUtf8(c.fields[0]), c.fields[1].c_str());
+        ASSERT_TRUE(calc);
+        Calc d(vexa::ExactDerivative(calc.get(), std::stoi(vexa::ToUtf8(c.fields[3]))));
+        ASSERT_TRUE(d);
         std::vector<VEXA_Data> point;
-        int by;
-        VEXA_Data expected;  // null: no partial of these shapes
-    } cases[] = {
-        {L"k*V", L"k,V", {k, V}, 0, V},
-        {L"k*V", L"k,V", {k, V}, 1, Value(3, 3, {2, 0, 0, 0, 2, 0, 0, 0, 2})},
-        {L"R%F", L"R,F", {V, F}, 0, Value(3, 3, {0, 6, -5, -6, 0, 4, 5, -4, 0})},  // d (R x F)_i / d R_j
-        {L"R%F", L"R,F", {V, F}, 1, Value(3, 3, {0, -3, 2, 3, 0, -1, -2, 1, 0})},
-        {L"u*M", L"u,M", {V, M}, 0, Value(3, 3, {1, 4, 7, 2, 5, 8, 3, 6, 10})},  // the transpose of M
-        {L"k*M*M", L"k,M", {k, M}, 0, Value(3, 3, {30, 36, 45, 66, 81, 102, 109, 134, 169})},
-        {L"k*k*M", L"k,M", {k, M}, 0, Value(3, 3, {4, 8, 12, 16, 20, 24, 28, 32, 40})},
-        {L"M*M+M", L"M", {M}, 0, null},
-    };
-    for (const Case& c : cases) {
-        const std::wstring w = c.text;
-        const std::string text(w.begin(), w.end());
-        Calc calc = Parse(text, c.names);
-        ASSERT_TRUE(calc) << text;
-        Calc d(vexa::ExactDerivative(calc.get(), c.by));
-        ASSERT_TRUE(d) << text;
-        std::vector<VEXA_Data> point = c.point;
+        std::wstringstream values(c.fields[2]);
+        for (std::wstring value; std::getline(values, value, L';');)
+            point.push_back(ValueOf(vexa::ToUtf8(value)));
+        const VEXA_Data expected = ValueOf(vexa::ToUtf8(c.fields[4]));
         VEXA_Data out;
         const bool ok = d->Evaluate(static_cast<int>(point.size()), point.data(), out);
-        EXPECT_EQ(ok, c.expected.getType() != DT_NULL) << text << " by " << c.by;
-        if (ok) {
-            EXPECT_TRUE(out == c.expected) << text << " by " << c.by;
-        }
+        EXPECT_EQ(ok, expected.getType() != DT_NULL);
+        EXPECT_TRUE(!ok || out == expected);
         // No second order of a shaped value.
         Calc d2(d->getDerivativeCalculator(0));
-        EXPECT_FALSE(d2 && d2->Evaluate(static_cast<int>(point.size()), point.data(), out)) << text;
+        EXPECT_FALSE(d2 && d2->Evaluate(static_cast<int>(point.size()), point.data(), out));
     }
 }
 
@@ -195,8 +162,8 @@ TEST(ExactDerivative, RefusesIndicesOutOfRangeWithAReason)
         EXPECT_NE(why.find("no parameter of index " + std::to_string(index)), std::string::npos) << why;
     }
     Calc d(vexa::ExactDerivative(calc.get(), 0));
-    EXPECT_EQ(d->getDerivativeCalculator(-1), nullptr);
-    EXPECT_EQ(d->getDerivativeCalculator(2), nullptr);
+    for (int index : {-1, 2})
+        EXPECT_EQ(d->getDerivativeCalculator(index), nullptr) << index;
     // Past the highest order, and for a calculator it cannot compile.
     Calc d4 = Partial(calc.get(), {0, 1, 0, 1}, 4);
     ASSERT_TRUE(d4);
@@ -215,12 +182,12 @@ TEST(ExactDerivative, IsACalculatorLikeAnyOther)
     ASSERT_TRUE(FunctionFactory::getInstance()->Register(name, d.get()));
     Calc caller = Parse("EXDX(x, y) + 1", L"x,y");
     ASSERT_TRUE(caller);
-    EXPECT_EQ(At(caller.get(), {3, 2}), 13.0);
+    EXPECT_EQ(Eval(caller.get(), {3, 2}), 13.0);
     ASSERT_TRUE(FunctionFactory::getInstance()->UnRegister(name));
     d->Release();  // the registry's reference
     Calc copy(static_cast<vexa::ExactDerivativeCalculator*>(d.get())->Copy());
     d.reset();
-    EXPECT_EQ(At(copy.get(), {3, 2}), 12.0);
+    EXPECT_EQ(Eval(copy.get(), {3, 2}), 12.0);
     // Missing or non-scalar parameters give a null value.
     VEXA_Data one(1.0), vec(1, 3), out;
     EXPECT_FALSE(copy->Evaluate(1, &one, out));
@@ -240,7 +207,7 @@ TEST(ExactDerivative, HessianIsSymmetricAndMatchesNestedPartials)
         for (int j = 0; j < 3; ++j) {
             Calc d = Partial(calc.get(), {i, j}, 2);
             EXPECT_EQ(H[i * 3 + j], H[j * 3 + i]);
-            EXPECT_NEAR(H[i * 3 + j], At(d.get(), point), 1e-12) << i << j;
+            EXPECT_NEAR(H[i * 3 + j], Eval(d.get(), point), 1e-12) << i << j;
         }
     Calc bad = Parse("1/(x-1)+y+z", L"x,y,z");
     const auto badForm = vexa::CompiledExpression::Make(bad.get(), 3);
