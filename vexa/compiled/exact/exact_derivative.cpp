@@ -13,6 +13,13 @@
 
 namespace vexa {
 
+struct ExactDerivativeMaker {
+    static ExactDerivativeCalculator* Make(std::shared_ptr<const ExactDerivativeCalculator::Shared> shared, int index)
+    {
+        return new ExactDerivativeCalculator(std::move(shared), std::vector<int>(1, index));
+    }
+};
+
 struct ExactDerivativeCalculator::Shared {
     std::unique_ptr<CompiledExpression> form;
 };
@@ -70,7 +77,7 @@ ICalculator* ExactDerivative(ICalculator* calc, int index, std::string* why)
     }
     std::shared_ptr<ExactDerivativeCalculator::Shared> shared(new ExactDerivativeCalculator::Shared());
     shared->form = std::move(form);
-    return new ExactDerivativeCalculator(std::move(shared), std::vector<int>(1, index));
+    return ExactDerivativeMaker::Make(std::move(shared), index);
 }
 
 ExactDerivativeCalculator::ExactDerivativeCalculator(std::shared_ptr<const Shared> shared, std::vector<int> at)

@@ -80,7 +80,9 @@ protected:
     bool Calculate(VEXA_Data& result) override;
 
 private:
-    friend VEXA_API ICalculator* ExactDerivative(ICalculator* calc, int index, std::string* why);
+    // The maker ExactDerivative calls (a friend function would lose its
+    // export attribute on Windows).
+    friend struct ExactDerivativeMaker;
     ExactDerivativeCalculator(std::shared_ptr<const Shared> shared, std::vector<int> at);
 
     std::shared_ptr<const Shared> m_shared;
