@@ -66,6 +66,8 @@ inline double SlopeOfAbs(double x) { return x > 0.0 ? 1.0 : -1.0; }
     using std::tanh; using std::atan; using std::exp; using std::asin; using std::acos; \
     using std::log; using std::log10; using std::sqrt; using std::fabs; using std::atan2
 
+// Slope is a template too, so that forward differentiation over any number
+// type forms each slope by the very formula the partials use.
 #define VEXA_UNARY_MATH(Name, value, slope)                                            \
     template <>                                                                         \
     struct Math<k##Name> {                                                              \
@@ -76,31 +78,33 @@ inline double SlopeOfAbs(double x) { return x > 0.0 ? 1.0 : -1.0; }
             const T x = v[0];                                                           \
             return value;                                                               \
         }                                                                               \
-        static void Partials(const double* v, int, double y, double* g)                 \
+        template <typename T>                                                           \
+        static T Slope(const T& x, const T& y)                                          \
         {                                                                               \
-            const double x = v[0];                                                      \
+            VEXA_MATH_NAMES;                                                            \
             (void)x;                                                                    \
             (void)y;                                                                    \
-            g[0] = slope;                                                               \
+            return slope;                                                               \
         }                                                                               \
+        static void Partials(const double* v, int, double y, double* g) { g[0] = Slope(v[0], y); } \
     };
 
 // Slopes may use the value y where that is how they are best computed.
 VEXA_UNARY_MATH(Abs, fabs(x), SlopeOfAbs(x))
-VEXA_UNARY_MATH(Sin, sin(x), std::cos(x))
-VEXA_UNARY_MATH(Cos, cos(x), -std::sin(x))
+VEXA_UNARY_MATH(Sin, sin(x), cos(x))
+VEXA_UNARY_MATH(Cos, cos(x), -sin(x))
 VEXA_UNARY_MATH(Tan, tan(x), 1.0 + y * y)
-VEXA_UNARY_MATH(Sinh, sinh(x), std::cosh(x))
-VEXA_UNARY_MATH(Cosh, cosh(x), std::sinh(x))
+VEXA_UNARY_MATH(Sinh, sinh(x), cosh(x))
+VEXA_UNARY_MATH(Cosh, cosh(x), sinh(x))
 // 1 - tanh^2 loses every digit where tanh rounds to 1; cosh overflows where
 // tanh does not, so it is computed with the slope only.
-VEXA_UNARY_MATH(Tanh, tanh(x), 1.0 / (std::cosh(x) * std::cosh(x)))
+VEXA_UNARY_MATH(Tanh, tanh(x), 1.0 / (cosh(x) * cosh(x)))
 VEXA_UNARY_MATH(Atan, atan(x), 1.0 / (1.0 + x * x))
 VEXA_UNARY_MATH(Exp, exp(x), y)
 VEXA_UNARY_MATH(Aint, vexa_math::Trunc(x), 0.0)
 VEXA_UNARY_MATH(Anint, vexa_math::Anint(x), 0.0)
-VEXA_UNARY_MATH(Asin, asin(x), 1.0 / std::sqrt((1.0 - x) * (1.0 + x)))
-VEXA_UNARY_MATH(Acos, acos(x), -1.0 / std::sqrt((1.0 - x) * (1.0 + x)))
+VEXA_UNARY_MATH(Asin, asin(x), 1.0 / sqrt((1.0 - x) * (1.0 + x)))
+VEXA_UNARY_MATH(Acos, acos(x), -1.0 / sqrt((1.0 - x) * (1.0 + x)))
 VEXA_UNARY_MATH(Log, log(x), 1.0 / x)
 VEXA_UNARY_MATH(Log10, log10(x), 0.43429448190325176 / x)  // 1 / ln 10
 VEXA_UNARY_MATH(Sqrt, sqrt(x), 0.5 / y)

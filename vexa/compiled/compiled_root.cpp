@@ -83,7 +83,7 @@ bool LongExit(ICalculator& self, int count, VEXA_Data* params, VEXA_Data& result
     switch (vexa_compiled::EvaluateShapedInPlace(c.shaped, count, params, ExpressionAccess::Params(e),
                                                  ExpressionAccess::ParamCount(e), result)) {
     case vexa_compiled::ShapedEntry::kDone:
-        if (c.shaped_runs >= 0 && ++c.shaped_runs > RunsBeforeMachineCode() && RunsBeforeMachineCode() >= 0) {
+        if (c.shaped_runs >= 0 && RunsBeforeMachineCode() >= 0 && ++c.shaped_runs > RunsBeforeMachineCode()) {
             c.shaped_runs = -1;  // one attempt
             MakeShapedMachineCode(e, c);
         }

@@ -3,6 +3,7 @@
 
 #include <cmath>
 
+#include "vexa/calc/operation_math.h"
 #include "vexa/core/exact_pow.h"
 #include "vexa/core/float_ops.h"
 
@@ -100,81 +101,29 @@ struct Dual {
         // Slope -1 at 0, as SIGN(1, x) gives it.
         return Dual(fabs(a.v), Scalar(a) > 0.0 ? a.d : -a.d);
     }
-    friend Dual sqrt(const Dual& a)
-    {
-        using std::sqrt;
-        const T s = sqrt(a.v);
-        return Dual(s, Chain(a.d, [&] { return T(0.5) / s; }));
+    // The elementary functions: the value as the double function gives it,
+    // the slope by the formula the partials of the table of operations use.
+#define VEXA_DUAL_UNARY(fn, Name)                                                                     \
+    friend Dual fn(const Dual& a)                                                                     \
+    {                                                                                                 \
+        using std::fn;                                                                                \
+        const T y = fn(a.v);                                                                          \
+        return Dual(y, Chain(a.d, [&] { return vexa_ops::Math<vexa_ops::k##Name>::Slope(a.v, y); })); \
     }
-    friend Dual exp(const Dual& a)
-    {
-        using std::exp;
-        const T e = exp(a.v);
-        return Dual(e, Chain(a.d, [&] { return e; }));
-    }
-    friend Dual log(const Dual& a)
-    {
-        using std::log;
-        return Dual(log(a.v), Chain(a.d, [&] { return T(1.0) / a.v; }));
-    }
-    friend Dual log10(const Dual& a)
-    {
-        using std::log10;
-        return Dual(log10(a.v), Chain(a.d, [&] { return T(0.43429448190325176) / a.v; }));
-    }
-    friend Dual sin(const Dual& a)
-    {
-        using std::cos;
-        using std::sin;
-        return Dual(sin(a.v), Chain(a.d, [&] { return cos(a.v); }));
-    }
-    friend Dual cos(const Dual& a)
-    {
-        using std::cos;
-        using std::sin;
-        return Dual(cos(a.v), Chain(a.d, [&] { return -sin(a.v); }));
-    }
-    friend Dual tan(const Dual& a)
-    {
-        using std::tan;
-        const T t = tan(a.v);
-        return Dual(t, Chain(a.d, [&] { return T(1.0) + t * t; }));
-    }
-    friend Dual sinh(const Dual& a)
-    {
-        using std::cosh;
-        using std::sinh;
-        return Dual(sinh(a.v), Chain(a.d, [&] { return cosh(a.v); }));
-    }
-    friend Dual cosh(const Dual& a)
-    {
-        using std::cosh;
-        using std::sinh;
-        return Dual(cosh(a.v), Chain(a.d, [&] { return sinh(a.v); }));
-    }
-    friend Dual tanh(const Dual& a)
-    {
-        using std::cosh;
-        using std::tanh;
-        return Dual(tanh(a.v), Chain(a.d, [&] { return T(1.0) / (cosh(a.v) * cosh(a.v)); }));
-    }
-    friend Dual atan(const Dual& a)
-    {
-        using std::atan;
-        return Dual(atan(a.v), Chain(a.d, [&] { return T(1.0) / (T(1.0) + a.v * a.v); }));
-    }
-    friend Dual asin(const Dual& a)
-    {
-        using std::asin;
-        using std::sqrt;
-        return Dual(asin(a.v), Chain(a.d, [&] { return T(1.0) / sqrt((T(1.0) - a.v) * (T(1.0) + a.v)); }));
-    }
-    friend Dual acos(const Dual& a)
-    {
-        using std::acos;
-        using std::sqrt;
-        return Dual(acos(a.v), Chain(a.d, [&] { return T(-1.0) / sqrt((T(1.0) - a.v) * (T(1.0) + a.v)); }));
-    }
+    VEXA_DUAL_UNARY(sqrt, Sqrt)
+    VEXA_DUAL_UNARY(exp, Exp)
+    VEXA_DUAL_UNARY(log, Log)
+    VEXA_DUAL_UNARY(log10, Log10)
+    VEXA_DUAL_UNARY(sin, Sin)
+    VEXA_DUAL_UNARY(cos, Cos)
+    VEXA_DUAL_UNARY(tan, Tan)
+    VEXA_DUAL_UNARY(sinh, Sinh)
+    VEXA_DUAL_UNARY(cosh, Cosh)
+    VEXA_DUAL_UNARY(tanh, Tanh)
+    VEXA_DUAL_UNARY(atan, Atan)
+    VEXA_DUAL_UNARY(asin, Asin)
+    VEXA_DUAL_UNARY(acos, Acos)
+#undef VEXA_DUAL_UNARY
     friend Dual atan2(const Dual& y, const Dual& x)
     {
         using std::atan2;

@@ -115,14 +115,11 @@ RunResult Program::Run(double* r, CallSpace& space) const
     const std::uint32_t* argRegs = m_arg_regs.data();
     goto* kJump[ip->op];
 
-#define VEXA_LABEL(Name, ...)                                                  \
-    op_##Name:                                                                 \
-    switch (Execute<k##Name>(ip, r, argRegs, *this, space)) {                  \
-    case Next::kGo: break;                                                     \
-    case Next::kUseTree: return RunResult::kUseTree;                           \
-    case Next::kDone: return RunResult::kDone;                                 \
-    }                                                                          \
-    ++ip;                                                                      \
+#define VEXA_LABEL(Name, ...)                                                                \
+    op_##Name:                                                                               \
+    if (const Next next = Execute<k##Name>(ip, r, argRegs, *this, space); next != Next::kGo) \
+        return Ending(next);                                                                 \
+    ++ip;                                                                                    \
     goto* kJump[ip->op];
     VEXA_OPERATIONS(VEXA_LABEL)
 #undef VEXA_LABEL
@@ -139,10 +136,8 @@ RunResult Program::Run(double* r, CallSpace& space) const
             VEXA_OPERATIONS(VEXA_RUN_CASE)
 #undef VEXA_RUN_CASE
         }
-        if (next == Next::kUseTree)
-            return RunResult::kUseTree;
-        if (next == Next::kDone)
-            return RunResult::kDone;
+        if (next != Next::kGo)
+            return Ending(next);
     }
 }
 #endif

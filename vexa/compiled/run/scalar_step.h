@@ -14,6 +14,12 @@ namespace vexa_compiled {
 
 enum class Next { kGo, kUseTree, kDone };
 
+// What a run returns where a step ends it (any Next but kGo).
+VEXA_FORCE_INLINE RunResult Ending(Next next)
+{
+    return next == Next::kDone ? RunResult::kDone : RunResult::kUseTree;
+}
+
 // Accepts over registers of any number type: the refusal rules look at the
 // values alone.
 template <Refusal r, typename T>

@@ -21,14 +21,11 @@ RunResult ShapedProgram::Run(double* r) const
     const ShapedInstr* ip = m_code.data();
     goto* kJump[ip->op];
 
-#define VEXA_SHAPED_LABEL(Name, Call)      \
-    op_##Name:                             \
-    switch (Call) {                        \
-    case Next::kGo: break;                 \
-    case Next::kUseTree: return RunResult::kUseTree; \
-    case Next::kDone: return RunResult::kDone;       \
-    }                                      \
-    ++ip;                                  \
+#define VEXA_SHAPED_LABEL(Name, Call)              \
+    op_##Name:                                     \
+    if (const Next next = Call; next != Next::kGo) \
+        return Ending(next);                       \
+    ++ip;                                          \
     goto* kJump[ip->op];
 #define VEXA_SHAPED_TABLE_LABEL(Name, ...) VEXA_SHAPED_LABEL(Name, (ScalarStep<k##Name>(ip, r, argSlots)))
 #define VEXA_SHAPED_OWN_LABEL(Name) VEXA_SHAPED_LABEL(Name, (Own<k##Name>(ip, r)))
@@ -54,10 +51,8 @@ RunResult ShapedProgram::Run(double* r) const
             VEXA_SHAPED_OPERATIONS(VEXA_SHAPED_OWN_CASE)
 #undef VEXA_SHAPED_OWN_CASE
         }
-        if (next == Next::kUseTree)
-            return RunResult::kUseTree;
-        if (next == Next::kDone)
-            return RunResult::kDone;
+        if (next != Next::kGo)
+            return Ending(next);
     }
 }
 #endif
